@@ -1,0 +1,40 @@
+#include "FwClient/Service/QeLaLib/CriteriaValue.h"
+
+#include <cstddef>
+#include <cstdlib>
+#include <string_view>
+
+#include "FwClient/Common/Utilities/AsciiCase.h"
+
+namespace {
+
+constexpr std::wstring_view kMappedPrefix = L"0000:0000:0000:0000:0000:ffff:";
+constexpr std::size_t kGroupLength = 4;
+
+// The low byte of a hexadecimal number. Its digits are only as valid as wcstol finds them: "zz" is 0, "-1" is 0xff.
+std::wstring ByteAsDecimal(std::wstring_view hexadecimal) {
+  const long number = std::wcstol(std::wstring(hexadecimal).c_str(), nullptr, 16);
+  return std::to_wstring(number & 0xff);
+}
+
+}  // namespace
+
+std::wstring NormalizeCriteriaValue(const std::wstring& value) {
+  const std::wstring_view text = value;
+  if (text.size() < kMappedPrefix.size() || !EqualsIgnoringAsciiCase(text.substr(0, kMappedPrefix.size()), kMappedPrefix))
+    return value;
+
+  // The groups after the prefix, up to the first that is not four characters long: there must be exactly two.
+  // What stands behind that group does not matter, so "...:0101:x" still counts as an address.
+  std::wstring dotted;
+  std::size_t groups = 0;
+  for (std::size_t start = kMappedPrefix.size(); start < text.size();) {
+    const std::wstring_view group = text.substr(start, text.find(L':', start) - start);
+    if (group.size() != kGroupLength) break;
+    if (++groups > 2) return value;
+    if (groups == 2) dotted += L'.';
+    dotted += ByteAsDecimal(group.substr(0, 2)) + L'.' + ByteAsDecimal(group.substr(2));
+    start += kGroupLength + 1;
+  }
+  return groups == 2 ? dotted : value;
+}

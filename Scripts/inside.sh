@@ -1,0 +1,33 @@
+#!/bin/bash
+# What ./dev does inside the toolchain's root, where the checkout is /src.
+set -euo pipefail
+cd /src
+command=$1
+shift
+preset=mingw-release
+
+say() { printf 'dev: %s\n' "$*" >&2; }
+
+build() {
+  say "configuring ($preset)"
+  cmake --preset "$preset" >build/configure.log 2>&1 || { cat build/configure.log >&2; exit 1; }
+  say "building"
+  cmake --build --preset "$preset" || exit 1
+}
+
+case $command in
+  build) build ;;
+  test)
+    build
+    say "testing"
+    Scripts/lab.sh ctest --preset "$preset" "$@" || exit 1
+    ;;
+  demo)
+    build
+    say "starting the private network"
+    Scripts/lab.sh --own-network Scripts/demo.sh "build/$preset" || exit 1
+    ;;
+  check) Scripts/check.sh || exit 1 ;;
+  format) git ls-files '*.h' '*.cpp' | xargs clang-format-19 -i ;;
+  shell) Scripts/lab.sh /bin/bash "$@" ;;
+esac

@@ -1,0 +1,41 @@
+#!/bin/bash
+# Runs a command under a Wine of its own: a fresh copy of the template prefix (made of links, so it takes
+# milliseconds) and a server of its own, both gone when the command ends.
+#
+# usage: lab.sh [--own-network] COMMAND [ARGUMENT...]
+#   --own-network   in a network namespace of its own too. Wine answers questions about adapters from the network
+#                   in which its server was started, so a test that changes the network needs both.
+set -euo pipefail
+if [ "${1:-}" = --own-network ]; then
+  shift
+  exec unshare --net /bin/bash "$0" --with-loopback "$@"
+fi
+if [ "${1:-}" = --with-loopback ]; then
+  shift
+  ip link set lo up
+fi
+[ $# -gt 0 ] || { echo "usage: lab.sh [--own-network] COMMAND [ARGUMENT...]" >&2; exit 2; }
+
+run=$(mktemp -d /opt/lab/runs/XXXXXX)
+export WINEPREFIX=$run/prefix
+cp -al "$LAB_TEMPLATE" "$WINEPREFIX"
+# The registry is written in place: these must not be links to the template.
+for hive in system.reg user.reg userdef.reg; do
+  cp --remove-destination "$LAB_TEMPLATE/$hive" "$WINEPREFIX/$hive"
+done
+
+finish() {
+  wineserver -k >/dev/null 2>&1 || true
+  wineserver -w >/dev/null 2>&1 || true
+  rm -rf "$run"
+}
+trap finish EXIT
+trap 'exit 130' INT
+trap 'exit 143' TERM
+
+# The server and the services start before the command with their output away: they would inherit the
+# command's pipe, keep it open and hang whoever reads it.
+LD_PRELOAD=$LAB_SHIM wineserver -p </dev/null >/dev/null 2>&1
+LD_PRELOAD=$LAB_SHIM wine wineboot </dev/null >/dev/null 2>&1
+
+"$@"

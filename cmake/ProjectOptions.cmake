@@ -1,0 +1,33 @@
+# qela_options: what every target of ours is compiled and linked with. Warnings are errors, and stand only here.
+add_library(qela_options INTERFACE)
+target_compile_features(qela_options INTERFACE cxx_std_20)
+target_compile_definitions(qela_options INTERFACE _WIN32_WINNT=0x0A00 NOMINMAX WIN32_LEAN_AND_MEAN)
+target_include_directories(qela_options INTERFACE ${PROJECT_SOURCE_DIR})
+
+target_compile_options(qela_options INTERFACE
+  -Werror -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wold-style-cast -Wcast-qual -Wcast-align
+  -Wformat=2 -Wundef -Wunused -Woverloaded-virtual -Wextra-semi -Wdouble-promotion -Wimplicit-fallthrough
+  # printf formats follow Windows, which GCC's checks do not know for wide text.
+  -Wno-format-nonliteral
+  $<$<CXX_COMPILER_ID:GNU>:-Wduplicated-cond -Wduplicated-branches -Wlogical-op -Wuseless-cast -Wsuggest-override>
+  $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety -Wunreachable-code -Wrange-loop-analysis>)
+
+# Paths in the binary, and so in log lines, start at the checkout: FwClient/...
+target_compile_options(qela_options INTERFACE "-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=")
+
+# Hardening. Address layout, data execution and high-entropy flags are the linker's defaults here; they are named so
+# that a change of defaults cannot drop them. Control-flow guard is not available with GCC.
+target_compile_options(qela_options INTERFACE -fstack-protector-strong)
+target_compile_definitions(qela_options INTERFACE $<$<NOT:$<CONFIG:Debug>>:_FORTIFY_SOURCE=3>)
+target_link_options(qela_options INTERFACE
+  -static
+  LINKER:--dynamicbase LINKER:--nxcompat LINKER:--high-entropy-va
+  # The same sources give the same bytes.
+  LINKER:--no-insert-timestamp
+  $<$<CXX_COMPILER_ID:GNU>:LINKER:--disable-auto-image-base>)
+
+# third_party: header-only libraries, seen as system headers.
+set(QELA_DEPS_INCLUDE /opt/deps/usr/include CACHE PATH "Folder with the headers of msgpack, spdlog, fmt, CLI11 and nlohmann-json")
+add_library(third_party INTERFACE)
+target_include_directories(third_party SYSTEM INTERFACE ${QELA_DEPS_INCLUDE})
+target_compile_definitions(third_party INTERFACE MSGPACK_NO_BOOST SPDLOG_FMT_EXTERNAL FMT_HEADER_ONLY)
