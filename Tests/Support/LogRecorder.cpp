@@ -1,0 +1,64 @@
+#include "Tests/Support/LogRecorder.h"
+
+#include <LogLibHost.h>
+
+#include <algorithm>
+#include <chrono>
+
+LogRecorder::LogRecorder() {
+  LogUtils::setConsoleLogging(false);
+  LogUtils::setLogSink(
+      [](const LogUtils::LogRecord& record, void* context) {
+        auto& self = *static_cast<LogRecorder*>(context);
+        const std::lock_guard lock(self.m_mutex);
+        self.m_events.push_back(
+            {record.file, record.line, record.severity, record.source, record.component, record.text});
+        self.m_changed.notify_all();
+      },
+      this);
+}
+
+LogRecorder::~LogRecorder() {
+  LogUtils::setLogSink(nullptr, nullptr);
+  LogUtils::setConsoleLogging(true);
+}
+
+std::vector<LoggedEvent> LogRecorder::Events() const {
+  const std::lock_guard lock(m_mutex);
+  return m_events;
+}
+
+std::vector<std::wstring> LogRecorder::Texts() const {
+  const std::lock_guard lock(m_mutex);
+  std::vector<std::wstring> texts;
+  for (const LoggedEvent& event : m_events) texts.push_back(event.text);
+  return texts;
+}
+
+std::vector<std::wstring> LogRecorder::Texts(int severity) const {
+  const std::lock_guard lock(m_mutex);
+  std::vector<std::wstring> texts;
+  for (const LoggedEvent& event : m_events)
+    if (event.severity == severity) texts.push_back(event.text);
+  return texts;
+}
+
+std::size_t LogRecorder::Count(const std::wstring& text) const {
+  const std::lock_guard lock(m_mutex);
+  return static_cast<std::size_t>(
+      std::count_if(m_events.begin(), m_events.end(), [&](const LoggedEvent& event) { return event.text == text; }));
+}
+
+void LogRecorder::Clear() {
+  const std::lock_guard lock(m_mutex);
+  m_events.clear();
+}
+
+bool LogRecorder::WaitFor(const std::wstring& text, std::size_t times) const {
+  std::unique_lock lock(m_mutex);
+  return m_changed.wait_for(lock, std::chrono::seconds(10), [&] {
+    return static_cast<std::size_t>(std::count_if(m_events.begin(), m_events.end(), [&](const LoggedEvent& event) {
+             return event.text == text;
+           })) >= times;
+  });
+}

@@ -1,0 +1,42 @@
+// Records the log events of the process while it lives.
+#pragma once
+
+#include <condition_variable>
+#include <cstddef>
+#include <mutex>
+#include <string>
+#include <vector>
+
+struct LoggedEvent {
+  std::string file;
+  int line;
+  int severity;
+  std::string source;
+  std::string component;
+  std::wstring text;
+};
+
+class LogRecorder {
+ public:
+  LogRecorder();
+  ~LogRecorder();
+  LogRecorder(const LogRecorder&) = delete;
+  LogRecorder& operator=(const LogRecorder&) = delete;
+
+  std::vector<LoggedEvent> Events() const;
+
+  // The texts in order, all of them or those of one severity.
+  std::vector<std::wstring> Texts() const;
+  std::vector<std::wstring> Texts(int severity) const;
+
+  std::size_t Count(const std::wstring& text) const;
+  void Clear();
+
+  // Waits until `text` has been logged `times` times since the last Clear. False when that takes over 10 seconds.
+  bool WaitFor(const std::wstring& text, std::size_t times = 1) const;
+
+ private:
+  mutable std::mutex m_mutex;
+  mutable std::condition_variable m_changed;
+  std::vector<LoggedEvent> m_events;
+};
