@@ -6,6 +6,7 @@ command=$1
 shift
 preset=mingw-release
 
+sources() { find FwClient HostStandIns Tools Tests \( -name '*.h' -o -name '*.cpp' \) -print0; }
 say() { printf 'dev: %s\n' "$*" >&2; }
 
 build() {
@@ -28,6 +29,6 @@ case $command in
     Scripts/lab.sh --own-network Scripts/demo.sh "build/$preset" || exit 1
     ;;
   check) Scripts/check.sh || exit 1 ;;
-  format) git ls-files '*.h' '*.cpp' | xargs clang-format-19 -i ;;
+  format) sources | xargs -0 clang-format-19 -i ;;
   shell) Scripts/lab.sh /bin/bash "$@" ;;
 esac

@@ -19,7 +19,8 @@ void** FindSlot(HMODULE module, const char* function) {
   const auto* headers = At<IMAGE_NT_HEADERS>(module, static_cast<DWORD>(dos->e_lfanew));
   const IMAGE_DATA_DIRECTORY& directory = headers->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT];
   if (directory.Size == 0) return nullptr;
-  for (const auto* import = At<IMAGE_IMPORT_DESCRIPTOR>(module, directory.VirtualAddress); import->Name != 0; ++import) {
+  for (const auto* import = At<IMAGE_IMPORT_DESCRIPTOR>(module, directory.VirtualAddress); import->Name != 0;
+       ++import) {
     const auto* name = At<IMAGE_THUNK_DATA>(module, import->OriginalFirstThunk);
     auto* slot = At<void*>(module, import->FirstThunk);
     for (; name->u1.AddressOfData != 0; ++name, ++slot) {

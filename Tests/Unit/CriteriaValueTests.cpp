@@ -26,8 +26,8 @@ INSTANTIATE_TEST_SUITE_P(
         Case{L"0000:0000:0000:0000:0000:0000:c0a8:0101", L"0000:0000:0000:0000:0000:0000:c0a8:0101"},
         Case{L"fe80:0000:0000:0000:0000:ffff:c0a8:0101", L"fe80:0000:0000:0000:0000:ffff:c0a8:0101"},
         Case{L" 0000:0000:0000:0000:0000:ffff:c0a8:0101", L" 0000:0000:0000:0000:0000:ffff:c0a8:0101"},
-        Case{L"::ffff:192.168.1.1", L"::ffff:192.168.1.1"}, Case{L"::FFFF:a00:1", L"::FFFF:a00:1"},
-        Case{L"", L""}, Case{L"Corp.EXAMPLE", L"Corp.EXAMPLE"},
+        Case{L"::ffff:192.168.1.1", L"::ffff:192.168.1.1"}, Case{L"::FFFF:a00:1", L"::FFFF:a00:1"}, Case{L"", L""},
+        Case{L"Corp.EXAMPLE", L"Corp.EXAMPLE"},
         // Nine groups are 18 bytes; seven are 14; the prefix alone is 12.
         Case{L"0000:0000:0000:0000:0000:ffff:c0a8:0101:0000", L"0000:0000:0000:0000:0000:ffff:c0a8:0101:0000"},
         Case{L"0000:0000:0000:0000:0000:ffff:c0a8", L"0000:0000:0000:0000:0000:ffff:c0a8"},

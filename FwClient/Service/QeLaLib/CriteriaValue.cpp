@@ -21,7 +21,8 @@ std::wstring ByteAsDecimal(std::wstring_view hexadecimal) {
 
 std::wstring NormalizeCriteriaValue(const std::wstring& value) {
   const std::wstring_view text = value;
-  if (text.size() < kMappedPrefix.size() || !EqualsIgnoringAsciiCase(text.substr(0, kMappedPrefix.size()), kMappedPrefix))
+  if (text.size() < kMappedPrefix.size() ||
+      !EqualsIgnoringAsciiCase(text.substr(0, kMappedPrefix.size()), kMappedPrefix))
     return value;
 
   // The groups after the prefix, up to the first that is not four characters long: there must be exactly two.

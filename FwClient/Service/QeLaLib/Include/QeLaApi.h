@@ -28,10 +28,10 @@ using QeLaErrorPrinter = void (*)(const char* format, ...);
 // Results of the store operations. They are deliberately not uniform; each operation names its own.
 enum LocationStoreResult : std::uint32_t {
   LSR_OK = 0,
-  LSR_FAILED = 1,          // Add: no location given, or it could not be copied. Update: unknown ID, or not copied
-  LSR_DUPLICATE_ID = 2,    // Add: a location with this ID is stored already
-  LSR_NOT_FOUND = 3,       // Remove: no stored location has this ID
-  LSR_NO_LOCATION = 4,     // Update: no location given
+  LSR_FAILED = 1,        // Add: no location given, or it could not be copied. Update: unknown ID, or not copied
+  LSR_DUPLICATE_ID = 2,  // Add: a location with this ID is stored already
+  LSR_NOT_FOUND = 3,     // Remove: no stored location has this ID
+  LSR_NO_LOCATION = 4,   // Update: no location given
 };
 
 // Kinds of an address specification (MatchAddressSpecification). Other values match nothing.

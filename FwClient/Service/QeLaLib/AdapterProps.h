@@ -1,0 +1,37 @@
+// One network adapter as the matcher sees it, and its rendering for the log.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+// Kind of an adapter. The values are bits of a mask: Other has all three and so agrees with any kind asked for.
+enum AdapterMediaType : std::uint32_t {
+  Wired = 1,
+  Wireless = 2,
+  Virtual = 4,
+  Other = 7,
+};
+
+// Every address is text as inet_ntop spells it, so that matching is a comparison of texts.
+struct AdapterProps {
+  std::uint32_t ifIndex = 0;
+  AdapterMediaType mediaType{};
+  std::wstring description;            // as the system gives it
+  std::vector<std::wstring> gateways;  // in the system's order, as all lists here; no empty texts
+  bool dhcpEnabled = false;
+  std::wstring dhcpServer;    // only when dhcpEnabled
+  std::wstring dhcpV6Server;  // only when dhcpEnabled
+  std::vector<std::wstring> ipAddresses;
+  std::vector<std::wstring> macAddresses;  // none or one
+  std::wstring dnsSuffix;                  // as the system gives it
+  std::vector<std::wstring> dnsServers;
+  std::wstring winsPrimary;
+  std::wstring winsSecondary;
+};
+
+// The adapter's properties as the lines of the log report; the media type and the physical address are not in it.
+std::wstring RenderAdapterProps(const AdapterProps& adapter);
+
+// A count line and one line an entry.
+std::wstring RenderTextList(const std::vector<std::wstring>& list);

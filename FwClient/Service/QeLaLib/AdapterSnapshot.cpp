@@ -1,0 +1,150 @@
+#include "FwClient/Service/QeLaLib/AdapterSnapshot.h"
+
+#include <string_view>
+#include <utility>
+
+#include "FwClient/Common/Utilities/AsciiCase.h"
+#include "FwClient/Common/Utilities/ScopeGuards.h"
+#include "FwClient/Service/QeLaLib/LaLog.h"
+#include "FwClient/Service/QeLaLib/QeLaLib.h"
+
+namespace {
+
+constexpr ULONG kFirstBufferBytes = 15000;  // holds the answer of a usual machine, so that one call is enough
+constexpr int kMaxTries = 5;
+constexpr ULONG kQueryFlags = GAA_FLAG_INCLUDE_PREFIX | GAA_FLAG_INCLUDE_WINS_INFO | GAA_FLAG_INCLUDE_GATEWAYS;
+
+// The system's answer, in memory of the process heap.
+class AdapterBuffer {
+ public:
+  AdapterBuffer() noexcept = default;
+  ~AdapterBuffer() { Free(); }
+  AdapterBuffer(const AdapterBuffer&) = delete;
+  AdapterBuffer& operator=(const AdapterBuffer&) = delete;
+
+  bool Allocate(ULONG bytes) noexcept {
+    Free();
+    m_memory = ::HeapAlloc(::GetProcessHeap(), 0, bytes);
+    return m_memory != nullptr;
+  }
+  IP_ADAPTER_ADDRESSES* get() const noexcept { return static_cast<IP_ADAPTER_ADDRESSES*>(m_memory); }
+
+ private:
+  void Free() noexcept {
+    if (m_memory != nullptr) ::HeapFree(::GetProcessHeap(), 0, std::exchange(m_memory, nullptr));
+  }
+
+  void* m_memory = nullptr;
+};
+
+// Asks the system. False when there is no answer to read; the buffer may be empty even after true (no memory).
+bool QueryAdapters(AdapterBuffer& buffer) {
+  ULONG bytes = kFirstBufferBytes;
+  for (int tries = 0; tries < kMaxTries; ++tries) {
+    if (!buffer.Allocate(bytes)) {
+      LA_LOG(kLogInfo, L"Memory allocation failed for IP_ADAPTER_ADDRESSES struct");
+      // At the first try this passes for an answer without adapters, success line included.
+      return tries == 0;
+    }
+    const ULONG result = ::GetAdaptersAddresses(AF_UNSPEC, kQueryFlags, nullptr, buffer.get(), &bytes);
+    if (result != ERROR_BUFFER_OVERFLOW) return result == ERROR_SUCCESS;
+  }
+  return false;
+}
+
+template <typename Entry>
+void AppendAddresses(const Entry* first, std::vector<std::wstring>& texts) {
+  for (; first != nullptr; first = first->Next) {
+    std::wstring text = SocketAddressToText(first->Address);
+    if (!text.empty()) texts.push_back(std::move(text));
+  }
+}
+
+AdapterMediaType MediaTypeOf(IFTYPE type, std::wstring description) {
+  if (type == IF_TYPE_IEEE80211) return Wireless;
+  if (type != IF_TYPE_ETHERNET_CSMACD) return Other;
+  LowerAscii(description);
+  return description.find(L"virtual") != std::wstring::npos ? Virtual : Wired;
+}
+
+// "00-1A-2B-3C-4D-5E"
+std::wstring PhysicalAddressToText(const BYTE* bytes, ULONG count) {
+  constexpr std::wstring_view kDigits = L"0123456789ABCDEF";
+  std::wstring text;
+  for (ULONG i = 0; i < count; ++i) {
+    if (i != 0) text += L'-';
+    text += kDigits[bytes[i] >> 4];
+    text += kDigits[bytes[i] & 0xf];
+  }
+  return text;
+}
+
+std::wstring TextOrEmpty(const wchar_t* text) { return text != nullptr ? text : L""; }
+
+AdapterProps PropsOf(const IP_ADAPTER_ADDRESSES& entry) {
+  AdapterProps adapter;
+  AppendAddresses(entry.FirstGatewayAddress, adapter.gateways);
+  adapter.dhcpEnabled = (entry.Flags & IP_ADAPTER_DHCP_ENABLED) != 0;
+  if (adapter.dhcpEnabled) {
+    // The DHCPv6 server hangs on the same flag: the system may report stale servers when DHCP is off.
+    adapter.dhcpServer = SocketAddressToText(entry.Dhcpv4Server);
+    adapter.dhcpV6Server = SocketAddressToText(entry.Dhcpv6Server);
+  }
+  AppendAddresses(entry.FirstDnsServerAddress, adapter.dnsServers);
+  adapter.ifIndex = entry.IfIndex;  // 0 on an adapter without IPv4
+  adapter.description = TextOrEmpty(entry.Description);
+  adapter.mediaType = MediaTypeOf(entry.IfType, adapter.description);
+  if (entry.PhysicalAddressLength != 0)
+    adapter.macAddresses.push_back(PhysicalAddressToText(entry.PhysicalAddress, entry.PhysicalAddressLength));
+  adapter.dnsSuffix = TextOrEmpty(entry.DnsSuffix);
+  if (const auto* primary = entry.FirstWinsServerAddress; primary != nullptr) {
+    adapter.winsPrimary = SocketAddressToText(primary->Address);
+    if (primary->Next != nullptr) adapter.winsSecondary = SocketAddressToText(primary->Next->Address);
+  }
+  AppendAddresses(entry.FirstUnicastAddress, adapter.ipAddresses);
+  return adapter;
+}
+
+}  // namespace
+
+std::wstring SocketAddressToText(const SOCKET_ADDRESS& address) {
+  if (address.lpSockaddr == nullptr) return {};
+  const void* bytes = nullptr;
+  char narrow[65] = {};
+  const int family = address.lpSockaddr->sa_family;
+  if (family == AF_INET)
+    bytes = &reinterpret_cast<const sockaddr_in*>(address.lpSockaddr)->sin_addr;
+  else if (family == AF_INET6)
+    bytes = &reinterpret_cast<const sockaddr_in6*>(address.lpSockaddr)->sin6_addr;
+  if (bytes == nullptr || ::inet_ntop(family, bytes, narrow, sizeof narrow) == nullptr) return {};
+  const std::string_view text = narrow;
+  return {text.begin(), text.end()};
+}
+
+void AppendAdapters(const IP_ADAPTER_ADDRESSES* first, std::vector<AdapterProps>& adapters) {
+  for (; first != nullptr; first = first->Next)
+    if (first->OperStatus == IfOperStatusUp && first->IfType != IF_TYPE_SOFTWARE_LOOPBACK)
+      adapters.push_back(PropsOf(*first));
+}
+
+bool CQeLaLib::BuildAdapterSnapshot() {
+  {
+    const CriticalSectionGuard lock(*m_lock);
+    m_adapters.clear();
+  }
+  AdapterBuffer buffer;
+  if (!QueryAdapters(buffer)) return false;
+  LA_LOG(kLogInfo, L"GetAdaptersAddresses succeeds, the return value is : %lu", static_cast<unsigned long>(NO_ERROR));
+  AppendAdapters(buffer.get(), m_adapters);
+  return !m_adapters.empty();
+}
+
+bool CQeLaLib::CalculateCurrentAdapterProps() {
+  const bool built = BuildAdapterSnapshot();
+  LA_LOG(kLogInfo, L"Adapters List :");
+  for (const AdapterProps& adapter : m_adapters) {
+    LA_LOG(kLogInfo, L"Adapter properties:\n%s", RenderAdapterProps(adapter).c_str());
+    LA_LOG(kLogInfo, L"//---------------------------------------------\n");
+  }
+  return built;
+}

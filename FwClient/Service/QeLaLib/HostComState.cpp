@@ -1,0 +1,54 @@
+#include "FwClient/Service/QeLaLib/HostComState.h"
+
+#include <objbase.h>
+
+#include <cstddef>
+
+#include "FwClient/Common/Utilities/ScopeGuards.h"
+#include "FwClient/Service/QeLaLib/LaLog.h"
+
+static_assert(offsetof(HostComState, hostComActive) == sizeof(CRITICAL_SECTION));
+static_assert(offsetof(HostComState, forceComInit) == offsetof(HostComState, hostComActive) + 1);
+static_assert(offsetof(HostComState, initCount) == sizeof(CRITICAL_SECTION) + 4);
+static_assert(offsetof(HostComState, uninitCount) == offsetof(HostComState, initCount) + 4);
+
+namespace {
+
+using HostComStateFunction = HostComState* (*)();
+
+HostComState* LookUpHostComState() noexcept {
+  const HMODULE host = ::GetModuleHandleA(nullptr);
+  if (host == nullptr) return nullptr;
+  const FARPROC function = ::GetProcAddress(host, "CisbMs");
+  if (function == nullptr) return nullptr;
+  return reinterpret_cast<HostComStateFunction>(reinterpret_cast<void*>(function))();
+}
+
+}  // namespace
+
+HostComState* FindHostComState() noexcept {
+  // A failed look-up is as final as a successful one: the host's exports do not change while it runs.
+  static HostComState* const state = LookUpHostComState();
+  return state;
+}
+
+ComBracket::ComBracket() noexcept {
+  if (HostComState* host = FindHostComState(); host != nullptr) {
+    const CriticalSectionGuard lock(host->lock);
+    ++host->initCount;
+    if (host->hostComActive && !host->forceComInit) return;
+  }
+  m_outcome = ::CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+  // The probes that need COM then fail by themselves; the other criteria are still worth a calculation.
+  if (FAILED(m_outcome)) LA_LOG(kLogError, L"QeLaLib failed to init COM, hr 0x%x", static_cast<unsigned>(m_outcome));
+}
+
+ComBracket::~ComBracket() {
+  if (FAILED(m_outcome)) return;
+  if (HostComState* host = FindHostComState(); host != nullptr) {
+    const CriticalSectionGuard lock(host->lock);
+    ++host->uninitCount;
+    if (host->hostComActive) return;
+  }
+  ::CoUninitialize();
+}

@@ -1,0 +1,127 @@
+// The service object behind both exports.
+#pragma once
+
+#include <windows.h>
+#include <winsock2.h>
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "FwClient/Service/QeLaLib/AdapterProps.h"
+#include "FwClient/Service/QeLaLib/DnsSuffixMatch.h"
+#include "FwClient/Service/QeLaLib/Include/QeLaApi.h"
+#include "FwClient/Service/QeLaLib/LaMsgPack.h"
+#include "FwClient/Service/QeLaLib/QeLocations.h"
+
+// Whether a host name of the management agent's server list is known to DNS. Runs on the caller's thread, without a
+// time limit of its own.
+bool CheckZeltReachability();
+
+// Whether the host answers over HTTPS: directly, through proxy auto-discovery, or through the interactive user's proxy.
+bool IsDomainReachable(const std::wstring& host);
+
+// One file a concern: QeLaLib.cpp (life, exports, store operations), QeLaLibStorage.cpp (Load and Save),
+// AdapterSnapshot.cpp, QeLaLibCalculation.cpp, LocationMatching.cpp, QeLaLibDiscovery.cpp. What each operation does,
+// and which take the lock, stands in Include/QeLaApi.h.
+//
+// Not final: operations that call others through the interface honour an override.
+class CQeLaLib : public _IQeLaApi {
+ public:
+  static constexpr char kClassName[] = "class CQeLaLib";
+
+  // Loads the stored set; a failed load leaves an empty, working object. A null `hostLock` makes the object use a lock
+  // of its own. Objects live on the heap and end through Release or Destroy.
+  CQeLaLib(CQeCriticalSection* hostLock, bool autoSave);
+  CQeLaLib(const CQeLaLib&) = delete;
+  CQeLaLib& operator=(const CQeLaLib&) = delete;
+
+  // Stops discovery, waiting for its thread at most 1000 ms, and frees the object. A thread that has not ended by then
+  // inherits the object and frees it when it ends.
+  static void Destroy(CQeLaLib* service) noexcept;
+
+  std::shared_ptr<_IQeLocation> CreateLocation() override;
+  std::shared_ptr<_IEnumQeLocations> CreateLocations() override;
+  std::uint32_t AddLocation(std::shared_ptr<_IQeLocation> location) override;
+  std::uint32_t RemoveLocation(const std::wstring& id) override;
+  bool RemoveAllLocations() override;
+  bool Load() override;
+  bool Save() override;
+  std::shared_ptr<_IQeLocation> GetLocation(const std::wstring& id) override;
+  std::uint32_t UpdateLocation(std::shared_ptr<_IQeLocation> location) override;
+  std::shared_ptr<_IEnumQeLocations> GetCurrentLocations() override;
+  std::shared_ptr<_IEnumQeLocations> GetLocations() override;
+  bool MatchAddressSpecification(const std::vector<std::wstring>& addresses, const std::uint32_t* kind,
+                                 const std::wstring& first, const std::wstring& second) override;
+  bool MatchAdapterAddresses(const std::uint32_t* kind, const std::wstring& first, const std::wstring& second) override;
+  bool IsAdapterMediaType(std::uint8_t mask, const std::vector<std::uint32_t>& ifIndexes) override;
+  std::vector<std::wstring> GetMacAddresses() override;
+  bool StartDiscovery(QeLaLocationsChanged callback) override;
+  bool StopDiscovery() override;
+  void SetErrorPrinter(QeLaErrorPrinter printer) override;
+  void Lock() override;
+  void Unlock() override;
+  std::uint32_t AddRef() override;
+  std::uint32_t Release() override;
+
+  // The stored form of the service's state, for SerializeObject and DeserializeObject.
+  void Pack(LaPacker& packer) const;
+  void Unpack(const msgpack::object& object);
+
+ protected:
+  struct NotLoaded {};
+  CQeLaLib(CQeCriticalSection* hostLock, bool autoSave, NotLoaded);
+  ~CQeLaLib();
+
+  // Rebuilds m_adapters and m_currentLocationIds, and the matched adapters of each current location. Takes the lock for
+  // its whole length.
+  void CalculateCurrentLocations();
+
+  // Takes a new snapshot of the adapters and writes it to the log. False when there is none, or no adapter. The caller
+  // holds the lock; so it is for the next three.
+  bool CalculateCurrentAdapterProps();
+  bool BuildAdapterSnapshot();
+
+  // Returns 1 when the location is current. The interface indexes of the adapters that match are appended.
+  std::uint32_t IsCurrentLocation(const _IQeLocation& location, std::vector<std::uint32_t>& matchedAdapters);
+
+  // Whether the adapter satisfies the kind for at least one of the values; false for no values.
+  bool MatchAdapterCriteria(const AdapterProps& adapter, LOCATION_CRITERIA_TYPE kind,
+                            const std::vector<std::wstring>& values);
+
+  // Calls the host when the current locations differ from those last raised in the process. Takes the lock to decide;
+  // the call is made outside it. Discovery thread only.
+  void RaiseLocationChanged();
+
+  std::atomic<std::uint32_t> m_refCount{1};
+  CQeLocations m_locations;
+  std::vector<std::wstring> m_currentLocationIds;  // in stored order
+  CRITICAL_SECTION* m_lock;
+  bool m_externalLock;  // m_lock is the host's
+  // Raw handles: a restart of discovery overwrites them without closing, as hosts expect; the destructor closes those
+  // that are stored then.
+  HANDLE m_discoveryThread = nullptr;
+  HANDLE m_stopEvent = nullptr;
+  HANDLE m_refreshEvent = nullptr;
+  std::atomic<bool> m_discoveryRunning{false};
+  bool m_autoSave;
+  std::vector<AdapterProps> m_adapters;  // of the last calculation
+  std::atomic<QeLaLocationsChanged> m_locationChangedCallback{nullptr};
+
+ private:
+  struct DiscoveryRun;
+
+  // An edit of the stored set: the lock, the change, and a save where the instance saves by itself, which it does also
+  // after an edit that failed. Returns the edit's own result.
+  template <typename Change>
+  auto Edit(Change change);
+
+  void RunDiscovery(const DiscoveryRun& run) noexcept;
+  static DWORD WINAPI DiscoveryThread(void* argument);
+  static void Delete(CQeLaLib* service) noexcept;
+
+  std::shared_ptr<DiscoveryRun> m_run;  // of the newest discovery thread
+  DnsSuffixMatcher m_dnsSuffixes;       // of the calculation that is under way
+};

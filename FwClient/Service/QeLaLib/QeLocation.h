@@ -1,0 +1,55 @@
+// One configured location.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "FwClient/Service/QeLaLib/Include/QeLaLocation.h"
+#include "FwClient/Service/QeLaLib/QeLocationCriterias.h"
+
+// A value type.
+class CQeLocation final : public _IQeLocation {
+ public:
+  static constexpr char kClassName[] = "class CQeLocation";
+
+  // A fresh ID and the name "<ID> Location". When the system makes no UUID, a merely machine-local one included, the
+  // ID stays empty and the name is " Location".
+  CQeLocation();
+
+  bool SerializeToBytes(std::vector<std::uint8_t>& bytes) const override;
+  bool DeserializeFromBytes(const std::vector<std::uint8_t>& bytes) override;
+  std::shared_ptr<_IEnumQeLocationCriterias> GetCriterias() const override;
+  std::wstring GetId() const override;
+  bool IsEnabled() const override;
+  std::wstring GetName() const override;
+  std::wstring GetNote() const override;
+  std::uint32_t AddCriteria(const LOCATION_CRITERIA_TYPE* kind, const std::wstring& value) override;
+  std::uint32_t RemoveCriteria(const LOCATION_CRITERIA_TYPE* kind, const std::wstring& value) override;
+  bool ClearCriterias() override;
+  void SetEnabled(const bool* value) override;
+  void SetName(const std::wstring& value) override;
+  void SetNote(const std::wstring& value) override;
+  void SetId(const std::wstring& value) override;
+  void GetAdapterIndexes(std::vector<std::uint32_t>& indexes) const override;
+  void SetAdapterIndexes(const std::vector<std::uint32_t>& indexes) override;
+
+  // Takes over everything of `source`, through its interface; its criteria are merged into the ones held here, which
+  // are not cleared first. Returns whether every criterion could be added; false still leaves all the others.
+  bool AssignFrom(const _IQeLocation& source);
+
+  // The ID without a copy.
+  const std::wstring& Id() const noexcept { return id; }
+
+  void Pack(LaPacker& packer) const;
+  void Unpack(const msgpack::object& object);
+
+ private:
+  CQeLocationCriterias criterias;
+  std::wstring id;
+  std::wstring name;
+  std::wstring note;
+  bool enabled = true;
+  std::vector<std::uint32_t> adapterIndexes;
+};

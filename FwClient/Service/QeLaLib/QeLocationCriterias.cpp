@@ -1,0 +1,120 @@
+#include "FwClient/Service/QeLaLib/QeLocationCriterias.h"
+
+#include <algorithm>
+
+#include "FwClient/Service/QeLaLib/CriteriaValue.h"
+
+CQeLocationCriterias::TextList CQeLocationCriterias::* const CQeLocationCriterias::kLists[kTextKinds] = {
+    &CQeLocationCriterias::dnsSuffixes,        &CQeLocationCriterias::defaultGateways,
+    &CQeLocationCriterias::dhcpServers,        &CQeLocationCriterias::dnsServers,
+    &CQeLocationCriterias::primaryWinsServers, &CQeLocationCriterias::secondaryWinsServers,
+    &CQeLocationCriterias::registryKeys,       &CQeLocationCriterias::reachableDomains,
+};
+
+const CQeLocationCriterias::TextList* CQeLocationCriterias::Find(LOCATION_CRITERIA_TYPE kind) const noexcept {
+  return kind < kTextKinds ? &(this->*kLists[kind]) : nullptr;
+}
+
+CQeLocationCriterias::TextList* CQeLocationCriterias::Find(LOCATION_CRITERIA_TYPE kind) noexcept {
+  return kind < kTextKinds ? &(this->*kLists[kind]) : nullptr;
+}
+
+bool CQeLocationCriterias::SerializeToBytes(std::vector<std::uint8_t>& bytes) const {
+  return SerializeObject(*this, bytes);
+}
+
+bool CQeLocationCriterias::DeserializeFromBytes(const std::vector<std::uint8_t>& bytes) {
+  return DeserializeObject(*this, bytes);
+}
+
+std::size_t CQeLocationCriterias::GetCount() const {
+  std::size_t count = zeltReachable ? 1 : 0;
+  for (const auto list : kLists) count += (this->*list).size();
+  return count;
+}
+
+bool CQeLocationCriterias::GetAt(std::size_t index, LOCATION_CRITERIA_TYPE& kind, std::wstring& value) const {
+  for (std::uint32_t i = 0; i < kTextKinds; ++i) {
+    const TextList& list = this->*kLists[i];
+    if (index < list.size()) {
+      value = list[index];
+      kind = static_cast<LOCATION_CRITERIA_TYPE>(i);
+      return true;
+    }
+    index -= list.size();
+  }
+  if (index != 0 || !zeltReachable) return false;
+  kind = LCT_ZELT_REACHABLE;
+  return true;
+}
+
+bool CQeLocationCriterias::GetBoolCriteria(LOCATION_CRITERIA_TYPE kind, bool& value) const {
+  if (kind != LCT_ZELT_REACHABLE) return false;
+  value = zeltReachable;
+  return true;
+}
+
+bool CQeLocationCriterias::GetStringCriteria(LOCATION_CRITERIA_TYPE kind, std::vector<std::wstring>& values) const {
+  const TextList* list = Find(kind);
+  if (list == nullptr) return false;
+  values = *list;
+  return true;
+}
+
+std::uint32_t CQeLocationCriterias::Add(LOCATION_CRITERIA_TYPE kind, const std::wstring& value) {
+  if (kind == LCT_ZELT_REACHABLE) {
+    if (zeltReachable) return LCR_ALREADY_PRESENT;
+    zeltReachable = true;
+    return LCR_OK;
+  }
+  TextList* list = Find(kind);
+  if (list == nullptr) return LCR_INVALID_KIND;
+  std::wstring normalized = NormalizeCriteriaValue(value);
+  if (std::find(list->begin(), list->end(), normalized) != list->end()) return LCR_ALREADY_PRESENT;
+  list->push_back(std::move(normalized));
+  return LCR_OK;
+}
+
+std::uint32_t CQeLocationCriterias::Remove(LOCATION_CRITERIA_TYPE kind, const std::wstring& value) {
+  if (kind == LCT_ZELT_REACHABLE) {
+    if (!zeltReachable) return LCR_NOT_FOUND;
+    zeltReachable = false;
+    return LCR_OK;
+  }
+  TextList* list = Find(kind);
+  if (list == nullptr) return LCR_INVALID_KIND;
+  const auto entry = std::find(list->begin(), list->end(), NormalizeCriteriaValue(value));
+  if (entry == list->end()) return LCR_NOT_FOUND;
+  list->erase(entry);
+  return LCR_OK;
+}
+
+void CQeLocationCriterias::Clear() noexcept {
+  for (const auto list : kLists) (this->*list).clear();
+  zeltReachable = false;
+}
+
+bool CQeLocationCriterias::Merge(const _IEnumQeLocationCriterias& source) {
+  bool all = true;
+  const std::size_t count = source.GetCount();
+  LOCATION_CRITERIA_TYPE kind{};
+  std::wstring value;
+  for (std::size_t i = 0; i < count; ++i)
+    if (source.GetAt(i, kind, value) && Add(kind, value) != LCR_OK) all = false;
+  return all;
+}
+
+void CQeLocationCriterias::Pack(LaPacker& packer) const {
+  packer.Array(kTextKinds + 1);
+  for (const auto list : kLists) {
+    packer.Array((this->*list).size());
+    for (const std::wstring& text : this->*list) packer.Text(text);
+  }
+  packer.Bool(zeltReachable);
+}
+
+void CQeLocationCriterias::Unpack(const msgpack::object& object) {
+  LaRecord record(object);
+  for (const auto list : kLists) record.Next([&](const msgpack::object& field) { UnpackTexts(field, this->*list); });
+  record.Next([&](const msgpack::object& field) { zeltReachable = UnpackBool(field); });
+}

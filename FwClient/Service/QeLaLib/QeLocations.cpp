@@ -1,0 +1,82 @@
+#include "FwClient/Service/QeLaLib/QeLocations.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace {
+
+std::shared_ptr<_IQeLocation> CopyOf(const CQeLocation& location) { return std::make_shared<CQeLocation>(location); }
+
+// The first location with the ID; sets read from bytes may hold an ID twice.
+template <typename Items>
+auto FirstWithId(Items& items, const std::wstring& id) {
+  return std::find_if(items.begin(), items.end(), [&](const CQeLocation& item) { return item.Id() == id; });
+}
+
+}  // namespace
+
+bool CQeLocations::SerializeToBytes(std::vector<std::uint8_t>& bytes) const { return SerializeObject(*this, bytes); }
+
+bool CQeLocations::DeserializeFromBytes(const std::vector<std::uint8_t>& bytes) {
+  return DeserializeObject(*this, bytes);
+}
+
+std::uint64_t CQeLocations::GetCount() const { return m_items.size(); }
+
+std::shared_ptr<_IQeLocation> CQeLocations::GetItem(std::uint64_t index) const {
+  return index < m_items.size() ? CopyOf(m_items[static_cast<std::size_t>(index)]) : nullptr;
+}
+
+std::shared_ptr<_IQeLocation> CQeLocations::FindLocation(const std::wstring& id) const {
+  const CQeLocation* location = Find(id);
+  return location != nullptr ? CopyOf(*location) : nullptr;
+}
+
+const CQeLocation* CQeLocations::Find(const std::wstring& id) const noexcept {
+  const auto found = FirstWithId(m_items, id);
+  return found != m_items.end() ? &*found : nullptr;
+}
+
+std::uint32_t CQeLocations::Add(const _IQeLocation* location) {
+  if (location == nullptr) return LSR_FAILED;
+  if (Find(location->GetId()) != nullptr) return LSR_DUPLICATE_ID;
+  CQeLocation copy;
+  if (!copy.AssignFrom(*location)) return LSR_FAILED;
+  m_items.push_back(std::move(copy));
+  return LSR_OK;
+}
+
+std::uint32_t CQeLocations::Update(const _IQeLocation* location) {
+  if (location == nullptr) return LSR_NO_LOCATION;
+  const auto found = FirstWithId(m_items, location->GetId());
+  if (found == m_items.end()) return LSR_FAILED;
+  CQeLocation copy;
+  if (!copy.AssignFrom(*location)) return LSR_FAILED;
+  *found = std::move(copy);
+  return LSR_OK;
+}
+
+std::uint32_t CQeLocations::Remove(const std::wstring& id) {
+  const auto found = FirstWithId(m_items, id);
+  if (found == m_items.end()) return LSR_NOT_FOUND;
+  m_items.erase(found);
+  return LSR_OK;
+}
+
+void CQeLocations::Clear() noexcept { m_items.clear(); }
+
+void CQeLocations::Pack(LaPacker& packer) const {
+  packer.Array(1);
+  packer.Array(m_items.size());
+  for (const CQeLocation& item : m_items) item.Pack(packer);
+}
+
+void CQeLocations::Unpack(const msgpack::object& object) {
+  LaRecord record(object);
+  record.Next([&](const msgpack::object& field) {
+    // Existing locations are overwritten in place, so a short record keeps the fields of the one at its position.
+    LaRecord locations(field);
+    m_items.resize(locations.Size());
+    for (CQeLocation& item : m_items) locations.Next([&](const msgpack::object& element) { item.Unpack(element); });
+  });
+}

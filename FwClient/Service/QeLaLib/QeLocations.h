@@ -1,0 +1,39 @@
+// The ordered collection of locations: the service's configured set, and every list that it hands out.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "FwClient/Service/QeLaLib/Include/QeLaLocation.h"
+#include "FwClient/Service/QeLaLib/QeLocation.h"
+
+// A value type. IDs are compared exactly, code unit by code unit: "Office" and "office" are two locations.
+class CQeLocations final : public _IEnumQeLocations {
+ public:
+  static constexpr char kClassName[] = "class CQeLocations";
+
+  bool SerializeToBytes(std::vector<std::uint8_t>& bytes) const override;
+  bool DeserializeFromBytes(const std::vector<std::uint8_t>& bytes) override;
+  std::uint64_t GetCount() const override;
+  std::shared_ptr<_IQeLocation> GetItem(std::uint64_t index) const override;
+  std::shared_ptr<_IQeLocation> FindLocation(const std::wstring& id) const override;
+
+  // The store operations. `location` may be null; results are of LocationStoreResult and deliberately not uniform.
+  std::uint32_t Add(const _IQeLocation* location);     // LSR_OK, LSR_FAILED, LSR_DUPLICATE_ID
+  std::uint32_t Update(const _IQeLocation* location);  // LSR_OK, LSR_FAILED, LSR_NO_LOCATION
+  std::uint32_t Remove(const std::wstring& id);        // LSR_OK, LSR_NOT_FOUND
+  void Clear() noexcept;
+
+  // The elements themselves; pointers hold until the next change of the collection.
+  const CQeLocation* Find(const std::wstring& id) const noexcept;
+  const std::vector<CQeLocation>& Items() const noexcept { return m_items; }
+
+  void Pack(LaPacker& packer) const;
+  void Unpack(const msgpack::object& object);
+
+ private:
+  std::vector<CQeLocation> m_items;
+};

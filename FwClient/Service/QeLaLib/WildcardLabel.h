@@ -1,0 +1,33 @@
+// One label of a DNS-suffix criterion that holds a "*".
+#pragma once
+
+#include <memory>
+#include <string>
+
+// The regular-expression text of a label: the first "*" becomes ".*" and the whole is anchored. Nothing else is
+// escaped, so a further "*" repeats the character before it, and "?", "+", "(" or "[" keep their meaning.
+// Administrators' stored criteria rely on it.
+std::wstring WildcardToRegex(const std::wstring& label);
+
+// A compiled label. Immutable, so that one object serves a whole calculation.
+class WildcardLabel {
+ public:
+  // `label` is in lower case and holds a "*". A label that is no valid expression, or is too large to be matched
+  // safely, makes an object that matches nothing: a broken criterion must not end the calculation of the others.
+  explicit WildcardLabel(const std::wstring& label);
+  ~WildcardLabel();
+  WildcardLabel(const WildcardLabel&) = delete;
+  WildcardLabel& operator=(const WildcardLabel&) = delete;
+
+  // Whether the whole of `text`, in lower case, matches.
+  bool Matches(const std::wstring& text) const;
+
+ private:
+  struct Matcher;
+  struct Affixes;
+  struct Expression;
+  struct BackReferences;
+  static std::unique_ptr<const Matcher> Compile(const std::wstring& label);
+
+  std::unique_ptr<const Matcher> m_matcher;  // null: matches nothing
+};
