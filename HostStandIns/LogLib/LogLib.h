@@ -27,7 +27,7 @@ class LOGLIB_API LogEvent {
   int m_line;
   int m_severity;
   const char* m_source;
-  LogManager* m_manager;
+  [[maybe_unused]] LogManager* m_manager;
 };
 
 }  // namespace LogUtils

@@ -1,8 +1,8 @@
 // Guards that undo something at the end of a scope, exceptions included.
 #pragma once
 
-#include <windows.h>
 #include <winsock2.h>
+#include <windows.h>
 
 // Holds a critical section.
 class CriticalSectionGuard {

@@ -1,8 +1,8 @@
 // Owners of operating-system handles: one template, one alias a kind.
 #pragma once
 
-#include <windows.h>
 #include <winsock2.h>
+#include <windows.h>
 
 #include <utility>
 

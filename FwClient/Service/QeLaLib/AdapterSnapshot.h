@@ -2,10 +2,10 @@
 // service takes the snapshot itself (CQeLaLib::BuildAdapterSnapshot, in the source file of this name).
 #pragma once
 
-#include <iphlpapi.h>
-#include <windows.h>
 #include <winsock2.h>
 #include <ws2tcpip.h>
+#include <windows.h>
+#include <iphlpapi.h>
 
 #include <string>
 #include <vector>

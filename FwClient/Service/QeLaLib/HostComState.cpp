@@ -19,8 +19,9 @@ using HostComStateFunction = HostComState* (*)();
 HostComState* LookUpHostComState() noexcept {
   const HMODULE host = ::GetModuleHandleA(nullptr);
   if (host == nullptr) return nullptr;
-  const FARPROC function = ::GetProcAddress(host, "CisbMs");
+  FARPROC function = ::GetProcAddress(host, "CisbMs");
   if (function == nullptr) return nullptr;
+  // Through void*, since the look-up's own function type is not that of any function.
   return reinterpret_cast<HostComStateFunction>(reinterpret_cast<void*>(function))();
 }
 

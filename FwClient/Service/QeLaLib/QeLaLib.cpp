@@ -32,7 +32,7 @@ CQeLaLib::~CQeLaLib() {
     delete m_lock;
   }
   m_adapters.clear();
-  for (const HANDLE handle : {m_refreshEvent, m_stopEvent, m_discoveryThread})
+  for (HANDLE handle : {m_refreshEvent, m_stopEvent, m_discoveryThread})
     if (handle != nullptr) ::CloseHandle(handle);
   m_currentLocationIds.clear();
   m_locations.Clear();

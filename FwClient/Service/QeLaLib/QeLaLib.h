@@ -1,8 +1,8 @@
 // The service object behind both exports.
 #pragma once
 
-#include <windows.h>
 #include <winsock2.h>
+#include <windows.h>
 
 #include <atomic>
 #include <cstdint>

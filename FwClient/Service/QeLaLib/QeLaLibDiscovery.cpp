@@ -2,11 +2,12 @@
 //
 // Noticing (AddressChangeListener), deciding (CalculateCurrentLocations, RaiseLocationChanged) and calling the host are
 // kept apart, so that each is tested without the others.
-#include <iphlpapi.h>
-#include <windows.h>
 #include <winsock2.h>
+#include <windows.h>
+#include <iphlpapi.h>
 
 #include <mutex>
+#include <tuple>
 #include <utility>
 
 #include "FwClient/Common/Utilities/ScopeGuards.h"
@@ -114,7 +115,7 @@ bool CQeLaLib::StartDiscovery(QeLaLocationsChanged callback) {
       ::FreeLibrary(run->module);
       return false;
     }
-    argument.release();  // the thread's now
+    std::ignore = argument.release();  // the thread's now
     return true;
   };
 
@@ -140,7 +141,7 @@ bool CQeLaLib::StopDiscovery() {
 void CQeLaLib::Destroy(CQeLaLib* service) noexcept {
   // Copies, since the service may be gone as soon as the thread has been offered it.
   const std::shared_ptr<DiscoveryRun> run = service->m_run;
-  const HANDLE thread = service->m_discoveryThread;
+  HANDLE thread = service->m_discoveryThread;
   if (run != nullptr) run->serviceIsGoing = true;
   if (!service->StopDiscovery() && service->m_discoveryRunning) {
     // Stopped earlier but still busy then, or started without a callback. Nobody waits for it, but it shall end.
