@@ -3,6 +3,7 @@
 # All mounts are made here because the minimal root has no mount command; they vanish with the namespace.
 set -euo pipefail
 mount --make-rprivate /
+mount --bind "$LAB_ROOT" "$LAB_ROOT"  # the new root must be a mount point for ip netns
 mount -t proc proc "$LAB_ROOT/proc"
 mount -t sysfs sys "$LAB_ROOT/sys"
 mount --rbind /dev "$LAB_ROOT/dev"
