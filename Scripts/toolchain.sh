@@ -1,33 +1,23 @@
 # Makes the toolchain: a Debian 13 root with the compilers, Wine, the test servers and the header-only
 # libraries, cached outside the checkout. Sourced by ./dev; needs root.
 #
-# The cache's name holds a hash of this file and of what it installs, so that a change of the list makes a
-# new root and an old checkout keeps finding its own.
+# The cache's name holds a hash of what goes into the root, so that a change of the recipe makes a new root and an old
+# checkout keeps finding its own.
 
-readonly kSuite=trixie
-readonly kPackages=(
-  # Shipping compiler and build
-  g++-mingw-w64-ucrt64 cmake ninja-build ccache googletest
-  # Second compiler, format and tidy (./dev check)
-  clang-19 clang-tidy-19 clang-format-19 lld-19
-  # What runs the result, and the network it runs in
-  wine wine64 iproute2 nginx-light dnsmasq-base tinyproxy-bin openssl jq tcc
-)
-# Unpacked, not installed: only their headers are wanted, and their dependencies (Boost, the native
-# libraries) would add hundreds of megabytes.
-readonly kHeaderPackages=(libmsgpack-cxx-dev libspdlog-dev libfmt-dev libcli11-dev nlohmann-json3-dev)
+. "$kSource/Scripts/toolchain-recipe.sh"
 
 toolchain_key() {
-  cat "$kSource/Scripts/toolchain.sh" "$kSource/Scripts/wine-prefix.sh" "$kSource/Scripts/ipv6-route-shim.c" | sha256sum | cut -c1-16
+  cat "$kSource/Scripts/toolchain-recipe.sh" "$kSource/Scripts/wine-prefix.sh" "$kSource/Scripts/ipv6-route-shim.c" | sha256sum | cut -c1-16
 }
 
-# Installs the two host packages that the toolchain needs where they are missing.
+# Installs the few host packages that making and entering the toolchain need, where they are missing.
 install_host_tools() {
   local missing=()
-  command -v mmdebstrap >/dev/null || missing+=(mmdebstrap)
+  [ -e "$kRoot/.ready" ] || command -v mmdebstrap >/dev/null || missing+=(mmdebstrap)
   command -v ip >/dev/null || missing+=(iproute2)
+  command -v mount >/dev/null || missing+=(mount)
   command -v unshare >/dev/null || missing+=(util-linux)
-  [ ${#missing[@]} -eq 0 ] && return
+  [ ${#missing[@]} -gt 0 ] || return 0
   command -v apt-get >/dev/null || fail "this needs ${missing[*]}, and there is no apt-get to install them with. Use Debian 12 or 13."
   say "installing ${missing[*]} on this machine"
   { apt-get update -qq && DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}"; } >"$kLog" 2>&1 ||
@@ -36,8 +26,8 @@ install_host_tools() {
 
 # Makes $kRoot unless it is there. A root becomes visible under its name only when it is whole.
 make_toolchain() {
-  [ -e "$kRoot/.ready" ] && return
   install_host_tools
+  [ ! -e "$kRoot/.ready" ] || return 0
   local free_kib
   free_kib=$(df -Pk "$kCache" | awk 'NR==2 {print $4}')
   [ "$free_kib" -gt 6000000 ] || fail "$kCache has $((free_kib / 1024)) MiB free; the toolchain needs about 4 GiB. Set QELA_CACHE to a folder with more room."
@@ -51,15 +41,10 @@ make_toolchain() {
     --include="$include" \
     --customize-hook="chroot \"\$1\" sh -ec 'mkdir -p /opt/deps && cd /opt/deps && apt-get download -qq ${kHeaderPackages[*]} && for p in *.deb; do dpkg-deb -x \$p .; done && rm *.deb'" \
     --customize-hook='chroot "$1" apt-get clean' \
-    "$kSuite" "$making" 2>&1 | tee "$kLog" | sed -u -n 's/^I: /dev:   /p' ||
+    "$kSuite" "$making" 2>&1 | tee "$kLog" | sed -u -n '/customize-hook/d; s/^I: /dev:   /p' ||
     { tail -n 20 "$kLog" >&2; fail "the toolchain could not be made (whole log: $kLog). Check the network, then run the command again."; }
 
-  # One include folder a library: the packages' /usr/include as a whole would be the same folder for all.
-  mkdir -p "$making"/{src,ccache,opt/lab/runs,etc/ssl/certs}
-  touch "$making"/etc/{hosts,resolv.conf,ssl/certs/ca-certificates.crt}
-  cp "$kSource/Scripts/ipv6-route-shim.c" "$making/opt/lab/"
-  chroot "$making" tcc -shared -nostdlib -o /opt/lab/shim.so /opt/lab/ipv6-route-shim.c || fail "the route shim did not compile."
-  cp "$kSource/Scripts/wine-prefix.sh" "$making/opt/lab/"
+  fill_root "$making" || fail "the root could not be completed."
   say "making the Wine prefix that every run starts from"
   in_root "$making" /bin/bash /opt/lab/wine-prefix.sh >"$kLog" 2>&1 || { tail -n 20 "$kLog" >&2; fail "Wine could not make its prefix (log: $kLog)."; }
   touch "$making/.ready"
