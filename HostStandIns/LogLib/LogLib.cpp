@@ -2,35 +2,58 @@
 #include <LogLibHost.h>
 
 #include <cstdarg>
-#include <cstdio>
+
+#include "EventLog.h"
+#include "EventText.h"
 
 namespace LogUtils {
+
+// The library only hands the manager back, so an empty object will do.
+class LogManager {};
+
 LogEvent::LogEvent(const char* file, int line, int severity, const char* source, LogManager* manager, int, int) noexcept
     : m_file(file), m_line(line), m_severity(severity), m_source(source), m_manager(manager) {}
-static LogSink g_sink;
-static void* g_context;
+
+// Both catch everything, which is running out of memory: an event is then lost, but its caller goes on.
 void LogEvent::operator()(const char* component, const wchar_t* format, ...) const noexcept {
-  wchar_t text[4096] = {};
-  va_list args;
-  va_start(args, format);
-  _vsnwprintf(text, 4095, format, args);
-  va_end(args);
-  if (g_sink) g_sink({m_file, m_line, m_severity, m_source, component, text}, g_context);
+  va_list arguments;
+  va_start(arguments, format);
+  try {
+    const std::wstring text = FormatEventText(format, arguments);
+    EventLog::Instance().Write({m_file, m_line, m_severity, m_source, component, text.c_str()});
+  } catch (...) {
+  }
+  va_end(arguments);
 }
+
 void LogEvent::operator()(const char* component, const char* format, ...) const noexcept {
-  char text[4096] = {};
-  va_list args;
-  va_start(args, format);
-  _vsnprintf(text, 4095, format, args);
-  va_end(args);
-  wchar_t wide[4096] = {};
-  for (int i = 0; text[i]; ++i) wide[i] = static_cast<unsigned char>(text[i]);
-  if (g_sink) g_sink({m_file, m_line, m_severity, m_source, component, wide}, g_context);
+  va_list arguments;
+  va_start(arguments, format);
+  try {
+    const std::wstring text = FormatEventText(format, arguments);
+    EventLog::Instance().Write({m_file, m_line, m_severity, m_source, component, text.c_str()});
+  } catch (...) {
+  }
+  va_end(arguments);
 }
+
 void setLogSink(LogSink sink, void* context) noexcept {
-  g_context = context;
-  g_sink = sink;
+  try {
+    EventLog::Instance().SetSink(sink, context);
+  } catch (...) {
+  }
 }
-void setConsoleLogging(bool) noexcept {}
+
+void setConsoleLogging(bool enabled) noexcept {
+  try {
+    EventLog::Instance().EnableConsole(enabled);
+  } catch (...) {
+  }
+}
+
 }  // namespace LogUtils
-LogUtils::LogManager* getLogManager() noexcept { return reinterpret_cast<LogUtils::LogManager*>(1); }
+
+LogUtils::LogManager* getLogManager() noexcept {
+  static LogUtils::LogManager manager;
+  return &manager;
+}

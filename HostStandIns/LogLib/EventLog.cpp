@@ -1,0 +1,64 @@
+#include "EventLog.h"
+
+#include <windows.h>
+
+#include <algorithm>
+#include <new>
+#include <vector>
+
+#include "EventLine.h"
+
+namespace {
+
+INIT_ONCE g_once = INIT_ONCE_STATIC_INIT;
+std::unique_ptr<EventLog> g_log;
+
+// Empty when the variable is not set.
+std::wstring LogFilePath() {
+  std::wstring path(MAX_PATH, L'\0');
+  for (;;) {
+    const DWORD length = ::GetEnvironmentVariableW(L"LOGLIB_FILE", path.data(), static_cast<DWORD>(path.size()));
+    const bool fits = length < path.size();
+    path.resize(length);
+    if (fits) return path;
+  }
+}
+
+}  // namespace
+
+// A function-local static would do the same, but its guard belongs to the thread library that is linked into this one,
+// and that forgets about 1 KB each time this library is unloaded.
+EventLog& EventLog::Instance() {
+  const auto make = [](PINIT_ONCE, PVOID, PVOID*) noexcept -> BOOL {
+    try {
+      g_log.reset(new EventLog);
+      return TRUE;
+    } catch (...) {
+      return FALSE;  // out of memory; the next use tries again
+    }
+  };
+  if (!::InitOnceExecuteOnce(&g_once, make, nullptr, nullptr)) throw std::bad_alloc();
+  return *g_log;
+}
+
+EventLog::EventLog() : m_console(std::make_shared<ConsoleSink>()) {
+  std::vector<spdlog::sink_ptr> sinks{m_console};
+  if (const std::wstring path = LogFilePath(); !path.empty()) sinks.push_back(std::make_shared<FileSink>(path));
+  m_logger = std::make_unique<spdlog::logger>("LogLib", sinks.begin(), sinks.end());
+  m_logger->set_level(spdlog::level::trace);
+  // The fields of an event are rendered before spdlog sees it, which adds the local time with its offset.
+  m_logger->set_formatter(std::make_unique<spdlog::pattern_formatter>("%Y-%m-%dT%H:%M:%S.%e%z\t%v",
+                                                                      spdlog::pattern_time_type::local, "\n"));
+  // Our sinks report their own failures, once; what is left is running out of memory.
+  m_logger->set_error_handler([](const std::string&) {});
+}
+
+void EventLog::Write(const LogUtils::LogRecord& record) {
+  // Rendering costs more than anything else here, so it waits for somebody who reads it.
+  const auto& sinks = m_logger->sinks();
+  if (std::any_of(sinks.begin(), sinks.end(), [](const auto& sink) { return sink->level() != spdlog::level::off; }))
+    m_logger->log(spdlog::level::info, spdlog::string_view_t(RenderEventLine(record)));
+  m_hostSink.Write(record);
+}
+
+void EventLog::EnableConsole(bool enabled) { m_console->set_level(enabled ? spdlog::level::trace : spdlog::level::off); }

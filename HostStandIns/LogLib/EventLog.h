@@ -1,0 +1,26 @@
+#pragma once
+
+#include <LogLibHost.h>
+
+#include <memory>
+
+#include "HostSink.h"
+#include "OutputSinks.h"
+
+// The process's log: events go through spdlog to the console and the file, and as they are to the host's sink.
+class EventLog {
+ public:
+  // Made by the first use, not when the library is loaded, so that a host can set LOGLIB_FILE before.
+  static EventLog& Instance();
+
+  void Write(const LogUtils::LogRecord& record);
+  void SetSink(LogUtils::LogSink sink, void* context) noexcept { m_hostSink.Set(sink, context); }
+  void EnableConsole(bool enabled);
+
+ private:
+  EventLog();
+
+  std::shared_ptr<ConsoleSink> m_console;
+  std::unique_ptr<spdlog::logger> m_logger;
+  HostSink m_hostSink;
+};
