@@ -61,4 +61,6 @@ void EventLog::Write(const LogUtils::LogRecord& record) {
   m_hostSink.Write(record);
 }
 
-void EventLog::EnableConsole(bool enabled) { m_console->set_level(enabled ? spdlog::level::trace : spdlog::level::off); }
+void EventLog::EnableConsole(bool enabled) {
+  m_console->set_level(enabled ? spdlog::level::trace : spdlog::level::off);
+}

@@ -44,7 +44,8 @@ std::wstring FormatEventText(const char* format, va_list arguments) {
   // first letter that is not ASCII. The standard's wide formatting has the narrow one's meanings (%s narrow, %S wide)
   // and converts no wide text, so the format is widened instead. Formats are ASCII; other bytes become one letter each.
   std::wstring wide;
-  for (const char* byte = format; *byte != '\0'; ++byte) wide += static_cast<wchar_t>(static_cast<unsigned char>(*byte));
+  for (const char* byte = format; *byte != '\0'; ++byte)
+    wide += static_cast<wchar_t>(static_cast<unsigned char>(*byte));
   return Format(wide.c_str(), arguments, [](wchar_t* buffer, std::size_t size, const wchar_t* text, va_list values) {
     return ::__stdio_common_vswprintf(_CRT_INTERNAL_PRINTF_STANDARD_SNPRINTF_BEHAVIOR, buffer, size, text, nullptr,
                                       values);

@@ -1,4 +1,9 @@
 // Stand-in for the host product's logging library: the calls that the firewall client makes, and no more.
+//
+// Events go to the console (standard error) and, where the environment variable LOGLIB_FILE names a file when the first
+// event is logged, to the end of that file: one UTF-8 line an event, its fields separated by tabs: time (local, with
+// its offset), severity, source, component, file:line, text. Line breaks, tabs and backslashes inside a field are
+// written as \n, \r, \t and \\, other control characters as \uXXXX.
 #pragma once
 
 #if defined(LOGLIB_BUILDING)
@@ -18,7 +23,9 @@ class LOGLIB_API LogEvent {
   LogEvent(const char* file, int line, int severity, const char* source, LogManager* manager, int, int) noexcept;
 
   // printf-style, with the Windows meaning of %s and %S: in a wide format %s takes wide text, in a narrow format %s
-  // takes narrow and %S wide text. Never throws; an event that cannot be formatted or written in full is cut.
+  // takes narrow and %S wide text. Texts may be of any length and hold any characters. When this returns, the event is
+  // in the file. Never throws; an event that there is no memory for is lost, and one whose format cannot be carried
+  // out shows the format.
   void operator()(const char* component, const wchar_t* format, ...) const noexcept;
   void operator()(const char* component, const char* format, ...) const noexcept;
 

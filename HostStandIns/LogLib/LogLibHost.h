@@ -19,7 +19,8 @@ struct LogRecord {
 using LogSink = void (*)(const LogRecord& record, void* context);
 
 // Also hands every event to `sink` (null: to none), on the thread that logs it. A sink may be called by several
-// threads at once. When this returns, the earlier sink is no longer running.
+// threads at once, and must not throw. When this returns, the earlier sink is no longer running (on this thread it
+// may be: a sink may replace itself). A sink may log; those events do not come back to it.
 LOGLIB_API void setLogSink(LogSink sink, void* context) noexcept;
 
 // Whether events go to the console (standard error). On until set. The file of LOGLIB_FILE is not affected.

@@ -25,7 +25,8 @@ void WriteToStandardError(std::string_view utf8) {
     return;
   }
   const int length = static_cast<int>(utf8.size());
-  std::wstring text(static_cast<std::size_t>(::MultiByteToWideChar(CP_UTF8, 0, utf8.data(), length, nullptr, 0)), L'\0');
+  std::wstring text(static_cast<std::size_t>(::MultiByteToWideChar(CP_UTF8, 0, utf8.data(), length, nullptr, 0)),
+                    L'\0');
   ::MultiByteToWideChar(CP_UTF8, 0, utf8.data(), length, text.data(), static_cast<int>(text.size()));
   ::WriteConsoleW(handle, text.data(), static_cast<DWORD>(text.size()), nullptr, nullptr);
 }
@@ -74,5 +75,5 @@ void FileSink::sink_it_(const spdlog::details::log_msg& message) {
 void FileSink::ReportOnce(DWORD error) noexcept {
   if (std::exchange(m_reported, true)) return;
   ConsoleSink::WriteNotice(L"LogLib: cannot write the log file \"" + m_path + L"\" (error " + std::to_wstring(error) +
-                           L"); going on without it");
+                           L"); events may be missing there");
 }
