@@ -1,0 +1,12 @@
+// The commands. Each prints its result and throws CommandError when it fails.
+#pragma once
+
+#include "Options.h"
+
+void ShowAdapters(const Options& options);
+void ShowLocations(const Options& options);
+void ShowCurrent(const Options& options);
+void AddLocation(const Options& options);
+void RemoveLocation(const Options& options);
+void EnableLocation(const Options& options);  // or disable, as the command says
+void Watch(const Options& options);

@@ -1,0 +1,167 @@
+#include <windows.h>
+
+#include <algorithm>
+#include <mutex>
+
+#include "CommandError.h"
+#include "Commands.h"
+#include "FwClient/Common/Utilities/UniqueHandle.h"
+#include "Json.h"
+#include "LocationText.h"
+#include "Output.h"
+#include "Service.h"
+#include "Text.h"
+
+namespace {
+
+bool Contains(const Locations& locations, const std::wstring& id) {
+  return std::any_of(locations.begin(), locations.end(), [&](const auto& location) { return location->GetId() == id; });
+}
+
+// Those of `locations` that `others` does not hold.
+Locations Without(const Locations& locations, const Locations& others) {
+  Locations result;
+  std::copy_if(locations.begin(), locations.end(), std::back_inserter(result),
+               [&](const auto& location) { return !Contains(others, location->GetId()); });
+  return result;
+}
+
+// What a change prints. The library's thread and the command's both use it; a thread that outlives StopDiscovery finds
+// it ended.
+class Watcher {
+ public:
+  void Begin(const Options& options, const AdapterReport& report, HANDLE stop) {
+    m_json = options.json;
+    m_report = &report;
+    m_stop = stop;
+  }
+
+  // The callback may come while the start is still calculated; its line waits for the start's.
+  std::unique_lock<std::mutex> Hold() { return std::unique_lock(m_mutex); }
+
+  void PrintStart(Locations current) {
+    const std::vector<ReportedAdapter> adapters = m_report->Adapters();
+    if (m_json)
+      Print(ToLine({{"event", "start"}, {"time", TimeNow()}, {"current", LocationReferences(current, adapters)}}));
+    else
+      Print(TimeNow() + "  start    current: " + Names(current, adapters) + "\n");
+    m_current = std::move(current);
+  }
+
+  void OnChange(const _IEnumQeLocations& locations) noexcept {
+    const std::lock_guard lock(m_mutex);
+    if (m_report == nullptr) return;
+    try {
+      PrintChange(ToVector(locations));
+    } catch (const std::exception& error) {
+      // Nobody reads any more, or there is no memory: the command ends with it.
+      m_error = error.what();
+      ::SetEvent(m_stop);
+    }
+  }
+
+  // Throws what a change could not print.
+  void End(const char* reason) {
+    const std::lock_guard lock(m_mutex);
+    m_report = nullptr;
+    if (!m_error.empty()) throw CommandError(kFailed, m_error);
+    Print(m_json ? ToLine({{"event", "end"}, {"time", TimeNow()}, {"reason", reason}})
+                 : TimeNow() + "  end      " + reason + "\n");
+  }
+
+  void Abandon() {
+    const std::lock_guard lock(m_mutex);
+    m_report = nullptr;
+  }
+
+ private:
+  static std::string Names(const Locations& locations, const std::vector<ReportedAdapter>& adapters) {
+    std::string names;
+    for (const auto& location : locations) names += (names.empty() ? "" : "; ") + LocationText(*location, adapters);
+    return names.empty() ? "none" : names;
+  }
+
+  void PrintChange(Locations current) {
+    const std::vector<ReportedAdapter> adapters = m_report->Adapters();
+    const Locations entered = Without(current, m_current);
+    const Locations left = Without(m_current, current);
+    if (m_json) {
+      Json gone = Json::array();
+      for (const auto& location : left)
+        gone.push_back({{"id", ToUtf8(location->GetId())}, {"name", ToUtf8(location->GetName())}});
+      Print(ToLine({{"event", "change"},
+                    {"time", TimeNow()},
+                    {"entered", LocationReferences(entered, adapters)},
+                    {"left", std::move(gone)},
+                    {"current", LocationReferences(current, adapters)}}));
+    } else {
+      std::string text = TimeNow() + "  change ";
+      for (const auto& location : entered) text += "  entered: " + LocationText(*location, adapters);
+      for (const auto& location : left) text += "  left: " + Printable(location->GetName());
+      Print(text + "  current: " + Names(current, adapters) + "\n");
+    }
+    m_current = std::move(current);
+  }
+
+  std::mutex m_mutex;
+  bool m_json = false;
+  const AdapterReport* m_report = nullptr;  // null when nothing is to be printed
+  HANDLE m_stop = nullptr;
+  Locations m_current;
+  std::string m_error;
+};
+
+// The library's callback and Windows's control handler carry no context.
+Watcher g_watcher;
+HANDLE g_interrupted;
+HANDLE g_ended;
+
+BOOL WINAPI OnControl(DWORD control) {
+  ::SetEvent(g_interrupted);
+  // When the console closes, Windows ends the process as soon as this returns: the command gets the time to finish.
+  constexpr DWORD kFinishMs = 3000;
+  if (control != CTRL_C_EVENT && control != CTRL_BREAK_EVENT) ::WaitForSingleObject(g_ended, kFinishMs);
+  return TRUE;
+}
+
+HANDLE MakeEvent() {
+  const HANDLE event = ::CreateEventW(nullptr, TRUE, FALSE, nullptr);
+  if (event == nullptr)
+    throw CommandError(kFailed, "Windows has no event to give (error " + std::to_string(::GetLastError()) + ")");
+  return event;
+}
+
+}  // namespace
+
+void Watch(const Options& options) {
+  // Never closed: the control handler may run until the process is gone.
+  g_interrupted = MakeEvent();
+  g_ended = MakeEvent();
+  const UniqueKernelHandle failed(MakeEvent());
+  ::SetConsoleCtrlHandler(OnControl, TRUE);
+
+  Service service(options.verbose);
+  g_watcher.Begin(options, service.Report(), failed.get());
+  try {
+    {
+      const auto lock = g_watcher.Hold();
+      if (!service.Api().StartDiscovery(
+              [](std::shared_ptr<_IEnumQeLocations> current) { g_watcher.OnChange(*current); }))
+        throw CommandError(kFailed, "the library could not start its discovery thread");
+      // Calculated after the thread has started, so that a change in between is in the start or called back.
+      service.RequireReadableSet();
+      g_watcher.PrintStart(ToVector(*service.Api().GetCurrentLocations()));
+    }
+    const HANDLE events[] = {g_interrupted, failed.get()};
+    const DWORD result =
+        ::WaitForMultipleObjects(2, events, FALSE, options.seconds ? *options.seconds * 1000 : INFINITE);
+    service.Api().StopDiscovery();
+    g_watcher.End(result == WAIT_TIMEOUT ? "time" : "interrupted");
+  } catch (...) {
+    g_watcher.Abandon();
+    service.Api().StopDiscovery();
+    ::SetEvent(g_ended);
+    throw;
+  }
+  ::SetEvent(g_ended);
+}
