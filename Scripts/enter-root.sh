@@ -1,6 +1,6 @@
 #!/bin/bash
 # Runs inside fresh namespaces, before the change of root: mounts what the root needs, then enters it.
-# All mounts are made here because the minimal root has no mount command; they vanish with the namespace.
+# The mounts vanish with the namespace.
 set -euo pipefail
 mount --make-rprivate /
 mount --bind "$LAB_ROOT" "$LAB_ROOT"  # the new root must be a mount point for ip netns

@@ -3,16 +3,23 @@
 # milliseconds) and a server of its own, both gone when the command ends.
 #
 # usage: lab.sh [--own-network] COMMAND [ARGUMENT...]
-#   --own-network   in a network namespace of its own too. Wine answers questions about adapters from the network
-#                   in which its server was started, so a test that changes the network needs both.
+#   --own-network   in a network of its own too: interfaces, addresses, and the files that name its servers, hosts and
+#                   trusted authorities. Wine answers questions about adapters from the network in which its server was
+#                   started, so a test that changes the network needs both.
 set -euo pipefail
 if [ "${1:-}" = --own-network ]; then
   shift
-  exec unshare --net /bin/bash "$0" --with-loopback "$@"
+  exec unshare --net --mount /bin/bash "$0" --inside-own-network "$@"
 fi
-if [ "${1:-}" = --with-loopback ]; then
+if [ "${1:-}" = --inside-own-network ]; then
   shift
   ip link set lo up
+  own=$(mktemp -d)
+  for file in /etc/resolv.conf /etc/hosts /etc/ssl/certs/ca-certificates.crt; do
+    cp "$file" "$own/"
+    mount --bind "$own/$(basename "$file")" "$file"
+  done
+  mount -t tmpfs tmpfs /run/netns
 fi
 [ $# -gt 0 ] || { echo "usage: lab.sh [--own-network] COMMAND [ARGUMENT...]" >&2; exit 2; }
 

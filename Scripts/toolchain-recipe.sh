@@ -7,7 +7,7 @@ readonly kPackages=(
   # Second compiler, format and tidy (./dev check)
   clang-19 clang-tidy-19 clang-format-19 lld-19
   # What runs the result, and the network it runs in
-  wine wine64 iproute2 nginx-light dnsmasq-base tinyproxy-bin openssl jq tcc
+  wine wine64 mount iproute2 nginx-light dnsmasq-base tinyproxy-bin openssl jq tcc
 )
 # Unpacked, not installed: only their headers are wanted, and their dependencies (Boost, the native
 # libraries) would add hundreds of megabytes.
