@@ -2,11 +2,13 @@
 
 #include <algorithm>
 #include <limits>
+#include <utility>
 
 namespace {
 
 constexpr std::wstring_view kListEvent = L"Adapters List :";
 constexpr std::wstring_view kAdapterEvent = L"Adapter properties:\n";
+constexpr std::wstring_view kSkippedEvent = L"Skipped raising a location changed event...";
 constexpr std::wstring_view kGatewaysLabel = L"\n\tDefault Gateways:";
 constexpr std::wstring_view kDnsServersLabel = L"\n\tDNS Servers:\n\t\tCount (";
 
@@ -108,7 +110,7 @@ std::optional<ReportedAdapter> ParseAdapterProperties(std::wstring_view text) {
   return std::nullopt;
 }
 
-AdapterReport::AdapterReport() {
+AdapterReport::AdapterReport(std::function<void()> onSkipped) : m_onSkipped(std::move(onSkipped)) {
   LogUtils::setLogSink([](const LogUtils::LogRecord& record,
                           void* context) { static_cast<AdapterReport*>(context)->OnEvent(record.text); },
                        this);
@@ -117,6 +119,10 @@ AdapterReport::AdapterReport() {
 AdapterReport::~AdapterReport() { LogUtils::setLogSink(nullptr, nullptr); }
 
 void AdapterReport::OnEvent(std::wstring_view text) {
+  if (text == kSkippedEvent) {
+    if (m_onSkipped) m_onSkipped();
+    return;
+  }
   const std::lock_guard lock(m_mutex);
   if (text == kListEvent) {
     m_adapters.clear();

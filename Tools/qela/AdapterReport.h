@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -36,7 +37,9 @@ std::optional<ReportedAdapter> ParseAdapterProperties(std::wstring_view text);
 // Listens to the log while it lives. One at a time.
 class AdapterReport {
  public:
-  AdapterReport();
+  // `onSkipped` is called on the discovery thread each time the library says there that it does not call its host,
+  // because the list is the one that it reported last. It must not throw.
+  explicit AdapterReport(std::function<void()> onSkipped = {});
   ~AdapterReport();
   AdapterReport(const AdapterReport&) = delete;
   AdapterReport& operator=(const AdapterReport&) = delete;
@@ -51,6 +54,7 @@ class AdapterReport {
  private:
   void OnEvent(std::wstring_view text);
 
+  const std::function<void()> m_onSkipped;
   mutable std::mutex m_mutex;
   std::vector<ReportedAdapter> m_adapters;
   std::size_t m_unreadable = 0;

@@ -62,7 +62,6 @@ std::optional<Options> ParseCommandLine(const std::vector<std::wstring>& argumen
   std::string location;
   std::string note;
   bool managementServer = false;
-  std::vector<std::string> values[std::size(kCriterionOptions)];
 
   CLI::App app("qela - the firewall's location awareness on the console", "qela");
   app.allow_windows_style_options(false);  // "/home" is a name
@@ -89,18 +88,24 @@ std::optional<Options> ParseCommandLine(const std::vector<std::wstring>& argumen
   group->require_subcommand(1);
   group->footer("A running service keeps its own copy: it must load again to see a change.\n\n" + std::string(kFooter));
 
-  CLI::App* add = choose(AddCommand(*group, options, "add",
-                                    "Store a new location. It is current where one adapter meets a value of every kind "
-                                    "of criterion given; without criteria it is current everywhere."),
-                         Command::kAddLocation);
-  add->add_option("name", location, "The location's name")->type_name("NAME")->required();
-  for (std::size_t index = 0; index < std::size(kCriterionOptions); ++index) {
-    const CriterionOption& option = kCriterionOptions[index];
-    // One value an option: a greedy one would take the name that follows it.
-    add->add_option(option.name, values[index], option.description)
+  CLI::App* add =
+      choose(AddCommand(*group, options, "add",
+                        "Store a new location. It is current where one adapter meets a value of every kind "
+                        "of criterion given; without criteria it is current everywhere.\n"
+                        "Options of criteria may be given several times; values of one kind are alternatives."),
+             Command::kAddLocation);
+  add->add_option("NAME", location, "The location's name")->type_name("")->required();
+  // Called once an option with its one value: a list of values would take the name that follows it.
+  for (const CriterionOption& option : kCriterionOptions)
+    add->add_option_function<std::string>(
+           option.name,
+           [&options, &option](const std::string& value) {
+             options.criteria.push_back({option.kind, CheckCriterionValue(option.kind, option.name, ToWide(value))});
+           },
+           option.description)
         ->type_name(option.placeholder)
-        ->allow_extra_args(false);
-  }
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast)
+        ->trigger_on_parse();
   add->add_flag("--management-server", managementServer, "The management server can be resolved in DNS");
   add->add_option("--note", note, "Free text that is kept with the location")->type_name("TEXT");
   add->add_flag("--disabled", options.disabled, "Store it, but let it never be current until it is enabled");
@@ -117,16 +122,31 @@ std::optional<Options> ParseCommandLine(const std::vector<std::wstring>& argumen
   };
   for (const auto& change : changes)
     choose(AddCommand(*group, options, change.name, change.description), change.command)
-        ->add_option("location", location, "The location's ID or its exact name")
-        ->type_name("NAME-OR-ID")
+        ->add_option("NAME-OR-ID", location, "The location's ID or its exact name")
+        ->type_name("")
         ->required();
 
   std::vector<std::string> reversed;  // as the parser wants them
-  for (const std::wstring& argument : arguments) reversed.push_back(RequireUtf8(argument));
+  bool optionsEnded = false;
+  for (const std::wstring& argument : arguments) {
+    reversed.push_back(RequireUtf8(argument));
+    // The parser takes "--gateway=" for an option without a value and would use up the next argument.
+    std::string& text = reversed.back();
+    if (text == "--") optionsEnded = true;
+    if (!optionsEnded && text.starts_with("--") && text.find('=') == text.size() - 1) {
+      text.pop_back();
+      reversed.emplace_back();
+    }
+  }
   std::reverse(reversed.begin(), reversed.end());
   try {
     app.parse(reversed);
   } catch (const CLI::ParseError& error) {
+    // The parser notices first that a command is missing and would not name the word that stands in its place.
+    const std::vector<std::string> unknown = app.remaining(true);
+    if (dynamic_cast<const CLI::RequiredError*>(&error) != nullptr && !unknown.empty())
+      throw CommandError(kWrongUsage,
+                         "unknown command: " + unknown.front() + "\nRun with --help for more information.");
     std::ostringstream output;
     std::ostringstream message;
     if (app.exit(error, output, message) == 0) {
@@ -143,11 +163,6 @@ std::optional<Options> ParseCommandLine(const std::vector<std::wstring>& argumen
   // Only the location's own commands ask for a name.
   if (group->parsed() && options.location.empty())
     throw CommandError(kWrongUsage, "the location's name must not be empty");
-  for (std::size_t index = 0; index < std::size(kCriterionOptions); ++index)
-    for (const std::string& value : values[index]) {
-      const CriterionOption& option = kCriterionOptions[index];
-      options.criteria.push_back({option.kind, CheckCriterionValue(option.kind, option.name, ToWide(value))});
-    }
   if (managementServer) options.criteria.push_back({LCT_ZELT_REACHABLE, L""});
   return options;
 }

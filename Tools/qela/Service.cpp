@@ -1,5 +1,7 @@
 #include "Service.h"
 
+#include <utility>
+
 #include "CommandError.h"
 #include "Text.h"
 
@@ -9,7 +11,7 @@ constexpr const char* kStoredValue = R"("la" in HKEY_LOCAL_MACHINE\SOFTWARE\Corv
 
 }  // namespace
 
-Service::Service(bool verbose) {
+Service::Service(bool verbose, std::function<void()> onSkipped) : m_report(std::move(onSkipped)) {
   LogUtils::setConsoleLogging(verbose);
   m_api = ::GetQeLaApiSmart(nullptr);
 }

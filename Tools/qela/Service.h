@@ -3,6 +3,7 @@
 
 #include <QeLaApi.h>
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -13,7 +14,8 @@
 class Service {
  public:
   // Loads the stored set and calculates, as the library does for every host. The instance never saves by itself.
-  explicit Service(bool verbose);
+  // `onSkipped` is the AdapterReport's.
+  explicit Service(bool verbose, std::function<void()> onSkipped = {});
 
   _IQeLaApiSmart& Api() const { return *m_api; }
   const AdapterReport& Report() const { return m_report; }

@@ -7,12 +7,13 @@
 
 namespace {
 
-// The kinds share bits in the library's answer: "other" agrees with each of them.
+// An adapter of any other type has the bits of all three kinds.
 std::string MediaOf(_IQeLaApiSmart& api, std::uint32_t index) {
   const bool wired = api.IsAdapterMediaType(1, {index});
   const bool wireless = api.IsAdapterMediaType(2, {index});
   if (wired && wireless) return "other";
-  return wired ? "wired" : wireless ? "wireless" : "virtual";
+  if (wired) return "wired";
+  return wireless ? "wireless" : "virtual";
 }
 
 std::string Line(const std::string& label, const std::wstring& value) {
