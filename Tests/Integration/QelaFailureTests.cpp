@@ -1,0 +1,176 @@
+// What qela does when Windows or another program stands in its way. The library is the shipped DLL; its registry is a
+// key of the test's own.
+#include <windows.h>
+#include <gmock/gmock.h>
+
+#include "FwClient/Common/Utilities/UniqueHandle.h"
+#include "Tests/Support/ImportPatch.h"
+#include "Tools/qela/CommandError.h"
+#include "Tools/qela/Commands.h"
+#include "Tools/qela/Service.h"
+#include "Tools/qela/StoredSet.h"
+
+namespace {
+
+using testing::HasSubstr;
+
+constexpr const wchar_t* kMachineKey = L"Software\\QelaFailureTests";
+constexpr const wchar_t* kSetKey = L"SOFTWARE\\Corvane\\Tessel\\Firewall\\LA";
+
+class QelaFailure : public testing::Test {
+ protected:
+  void SetUp() override {
+    ::RegDeleteTreeW(HKEY_CURRENT_USER, kMachineKey);
+    ASSERT_EQ(::RegCreateKeyExW(HKEY_CURRENT_USER, kMachineKey, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, m_machine.put(),
+                                nullptr),
+              ERROR_SUCCESS);
+    ASSERT_EQ(::RegOverridePredefKey(HKEY_LOCAL_MACHINE, m_machine.get()), ERROR_SUCCESS);
+  }
+  void TearDown() override {
+    ::RegOverridePredefKey(HKEY_LOCAL_MACHINE, nullptr);
+    m_machine.reset();
+    ::RegDeleteTreeW(HKEY_CURRENT_USER, kMachineKey);
+  }
+
+  static void Store(const std::vector<BYTE>& bytes) {
+    UniqueRegKey key;
+    ASSERT_EQ(
+        ::RegCreateKeyExW(HKEY_LOCAL_MACHINE, kSetKey, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, key.put(), nullptr),
+        ERROR_SUCCESS);
+    ASSERT_EQ(::RegSetValueExW(key.get(), L"la", 0, REG_BINARY, bytes.data(), static_cast<DWORD>(bytes.size())),
+              ERROR_SUCCESS);
+  }
+
+  UniqueRegKey m_machine;
+};
+
+HMODULE Library() { return ::GetModuleHandleW(L"QeLaLib.dll"); }
+HMODULE Program() { return ::GetModuleHandleW(nullptr); }
+
+// How a command failed.
+template <typename Function>
+CommandError FailureOf(Function function) {
+  try {
+    function();
+  } catch (const CommandError& error) {
+    return error;
+  }
+  ADD_FAILURE() << "it did not fail";
+  return {kDone, ""};
+}
+
+Options Adding(const std::wstring& name) {
+  Options options;
+  options.command = Command::kAddLocation;
+  options.location = name;
+  options.criteria = {{LCT_DEFAULT_GATEWAY, L"10.0.0.1"}};
+  return options;
+}
+
+TEST_F(QelaFailure, ASaveThatWindowsRefusesIsToldAndStoresNothing) {
+  const ImportPatch patch(
+      Library(), "RegSetValueExW",
+      +[](HKEY, LPCWSTR, DWORD, DWORD, const BYTE*, DWORD) -> LSTATUS { return ERROR_ACCESS_DENIED; });
+  const CommandError failure = FailureOf([] { AddLocation(Adding(L"Office")); });
+  EXPECT_EQ(failure.Code(), kFailed);
+  EXPECT_THAT(failure.what(), HasSubstr("could not be saved"));
+  EXPECT_TRUE(ReadStoredSet().IsAbsent());
+}
+
+TEST_F(QelaFailure, ASetThatAnotherProgramChangedMeanwhileIsNotOverwritten) {
+  Service service(false);
+  service.RequireReadableSet();
+  const std::vector<BYTE> other = {0x91, 0x91, 0x90};
+  Store(other);
+  const CommandError failure = FailureOf([&] { service.Save(); });
+  EXPECT_EQ(failure.Code(), kFailed);
+  EXPECT_THAT(failure.what(), HasSubstr("changed by another program"));
+  EXPECT_EQ(ReadStoredSet().bytes, other);
+}
+
+TEST_F(QelaFailure, ASetThatWindowsDoesNotShowIsNotTakenForNone) {
+  const auto refuse = +[](HKEY, LPCWSTR, DWORD, REGSAM, PHKEY) -> LSTATUS { return ERROR_ACCESS_DENIED; };
+  const ImportPatch program(Program(), "RegOpenKeyExW", refuse);
+  const ImportPatch library(Library(), "RegOpenKeyExW", refuse);
+  const CommandError failure = FailureOf([] { AddLocation(Adding(L"Office")); });
+  EXPECT_EQ(failure.Code(), kUnreadableSet);
+  EXPECT_THAT(failure.what(), HasSubstr("error 5"));
+}
+
+TEST_F(QelaFailure, ASetThatGrowsWhileItIsReadIsReadWhole) {
+  Store({1, 2, 3, 4, 5});
+  static decltype(&::RegQueryValueExW) query;
+  static int calls;
+  calls = 0;
+  const ImportPatch patch(
+      Program(), "RegQueryValueExW",
+      +[](HKEY key, LPCWSTR name, LPDWORD reserved, LPDWORD type, LPBYTE data, LPDWORD size) -> LSTATUS {
+        const LSTATUS status = query(key, name, reserved, type, data, size);
+        if (++calls == 1) *size = 2;  // what it was before it grew
+        return status;
+      });
+  query = patch.Original<LSTATUS(HKEY, LPCWSTR, LPDWORD, LPDWORD, LPBYTE, LPDWORD)>();
+  EXPECT_EQ(ReadStoredSet().bytes, (std::vector<BYTE>{1, 2, 3, 4, 5}));
+  EXPECT_EQ(calls, 3);
+}
+
+TEST_F(QelaFailure, ALocationThatTheLibraryDoesNotTakeBackIsToldAndKept) {
+  // One location whose gateways hold 10.0.0.1 twice: ID "i", name "n".
+  const std::vector<BYTE> stored = {0x91, 0x91, 0x91, 0x96, 0x99, 0x90, 0x92, 0xa8, '1',  '0', '.',  '0',  '.',
+                                    '0',  '.',  '1',  0xa8, '1',  '0',  '.',  '0',  '.',  '0', '.',  '1',  0x90,
+                                    0x90, 0x90, 0x90, 0x90, 0x90, 0xc2, 0xa1, 'i',  0xa1, 'n', 0xa0, 0xc3, 0x90};
+  Store(stored);
+  Options options;
+  options.command = Command::kDisableLocation;
+  options.location = L"n";
+  const CommandError failure = FailureOf([&] { EnableLocation(options); });
+  EXPECT_EQ(failure.Code(), kFailed);
+  EXPECT_THAT(failure.what(), HasSubstr("holds a criterion twice"));
+  EXPECT_EQ(ReadStoredSet().bytes, stored);
+}
+
+TEST_F(QelaFailure, ADiscoveryThreadThatCannotStartIsTold) {
+  const ImportPatch patch(
+      Library(), "CreateThread",
+      +[](LPSECURITY_ATTRIBUTES, SIZE_T, LPTHREAD_START_ROUTINE, LPVOID, DWORD, LPDWORD) -> HANDLE { return nullptr; });
+  Options options;
+  options.command = Command::kWatch;
+  options.seconds = 0;
+  const CommandError failure = FailureOf([&] { Watch(options); });
+  EXPECT_EQ(failure.Code(), kFailed);
+  EXPECT_THAT(failure.what(), HasSubstr("discovery thread"));
+}
+
+// Standard output is a pipe whose reader has gone.
+class QelaWithoutReader : public QelaFailure {
+ protected:
+  void SetUp() override {
+    QelaFailure::SetUp();
+    UniqueKernelHandle reader;
+    ASSERT_TRUE(::CreatePipe(reader.put(), m_writer.put(), nullptr, 0));
+    m_output = ::GetStdHandle(STD_OUTPUT_HANDLE);
+    ::SetStdHandle(STD_OUTPUT_HANDLE, m_writer.get());
+  }
+  void TearDown() override {
+    ::SetStdHandle(STD_OUTPUT_HANDLE, m_output);
+    QelaFailure::TearDown();
+  }
+
+  UniqueKernelHandle m_writer;
+  HANDLE m_output = nullptr;
+};
+
+TEST_F(QelaWithoutReader, EveryReadingCommandFails) {
+  for (const auto command : {ShowAdapters, ShowLocations, ShowCurrent, Watch}) {
+    const CommandError failure = FailureOf([&] { command({}); });
+    EXPECT_EQ(failure.Code(), kFailed);
+    EXPECT_THAT(failure.what(), HasSubstr("output could not be written"));
+  }
+}
+
+TEST_F(QelaWithoutReader, AnEditIsSavedAllTheSame) {
+  EXPECT_THAT(FailureOf([] { AddLocation(Adding(L"Office")); }).what(), HasSubstr("output could not be written"));
+  EXPECT_FALSE(ReadStoredSet().IsAbsent());
+}
+
+}  // namespace
