@@ -1,0 +1,118 @@
+#include "Tests/Support/HeapWatch.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <limits>
+#include <stdexcept>
+
+namespace {
+
+constexpr std::size_t kNever = std::numeric_limits<std::size_t>::max();
+
+// The heap itself, past the program's import table.
+template <typename Function>
+Function* FromRuntime(const char* name) {
+  return reinterpret_cast<Function*>(
+      reinterpret_cast<void*>(::GetProcAddress(::GetModuleHandleW(L"ucrtbase.dll"), name)));
+}
+auto* const g_malloc = FromRuntime<void*(std::size_t)>("malloc");
+auto* const g_calloc = FromRuntime<void*(std::size_t, std::size_t)>("calloc");
+auto* const g_realloc = FromRuntime<void*(void*, std::size_t)>("realloc");
+auto* const g_free = FromRuntime<void(void*)>("free");
+
+// The replacements are plain functions, so the state is global. They must not allocate.
+struct State {
+  DWORD thread = 0;  // no thread has this ID
+  std::size_t allocations = 0;
+  std::size_t bytes = 0;
+  std::ptrdiff_t blocks = 0;
+  std::size_t succeeding = kNever;  // allocations until failures begin
+  HeapWatch::Failing failing = HeapWatch::Failing::Once;
+  bool failed = false;
+};
+State g_state;
+
+bool Watched() { return ::GetCurrentThreadId() == g_state.thread; }
+
+// Counts an allocation and tells whether it is to fail.
+bool Fails(std::size_t bytes) {
+  ++g_state.allocations;
+  g_state.bytes += bytes;
+  if (g_state.succeeding == kNever) return false;
+  if (g_state.succeeding > 0) {
+    --g_state.succeeding;
+    return false;
+  }
+  g_state.failed = true;
+  if (g_state.failing == HeapWatch::Failing::Once) g_state.succeeding = kNever;
+  return true;
+}
+
+void* Counted(void* block) {
+  if (block != nullptr) ++g_state.blocks;
+  return block;
+}
+
+void* WatchedMalloc(std::size_t bytes) {
+  if (!Watched()) return g_malloc(bytes);
+  return Fails(bytes) ? nullptr : Counted(g_malloc(bytes));
+}
+
+void* WatchedCalloc(std::size_t count, std::size_t bytes) {
+  if (!Watched()) return g_calloc(count, bytes);
+  return Fails(count * bytes) ? nullptr : Counted(g_calloc(count, bytes));
+}
+
+void* WatchedRealloc(void* block, std::size_t bytes) {
+  if (!Watched()) return g_realloc(block, bytes);
+  if (Fails(bytes)) return nullptr;
+  void* const moved = g_realloc(block, bytes);
+  return block == nullptr ? Counted(moved) : moved;
+}
+
+void WatchedFree(void* block) {
+  if (Watched() && block != nullptr) --g_state.blocks;
+  g_free(block);
+}
+
+}  // namespace
+
+HeapWatch::HeapWatch()
+    : m_malloc(::GetModuleHandleW(nullptr), "malloc", &WatchedMalloc),
+      m_calloc(::GetModuleHandleW(nullptr), "calloc", &WatchedCalloc),
+      m_realloc(::GetModuleHandleW(nullptr), "realloc", &WatchedRealloc),
+      m_free(::GetModuleHandleW(nullptr), "free", &WatchedFree) {
+  g_state = {};
+  g_state.thread = ::GetCurrentThreadId();
+}
+
+HeapWatch::~HeapWatch() { g_state.thread = 0; }
+
+void HeapWatch::FailAt(std::size_t n, Failing failing) {
+  g_state.succeeding = n;
+  g_state.failing = failing;
+  g_state.failed = false;
+}
+
+bool HeapWatch::StopFailing() {
+  g_state.succeeding = kNever;
+  return g_state.failed;
+}
+
+std::size_t HeapWatch::Allocations() const { return g_state.allocations; }
+
+std::size_t HeapWatch::BytesAskedFor() const { return g_state.bytes; }
+
+std::ptrdiff_t HeapWatch::BlocksLeft() const { return g_state.blocks; }
+
+void ExpectNothingLeft(std::ptrdiff_t blocks, std::size_t n) {
+  EXPECT_EQ(blocks, 0) << "blocks left on the heap when allocation " << n << " failed";
+}
+
+void WarmUpExceptions() {
+  try {
+    throw std::runtime_error("");
+  } catch (const std::runtime_error&) {
+  }
+}

@@ -1,0 +1,73 @@
+// Counts what the running program allocates on one thread, and lets allocations fail.
+#pragma once
+
+#include <windows.h>
+
+#include <cstddef>
+
+#include "Tests/Support/ImportPatch.h"
+
+// Watches malloc, calloc, realloc and free (and so operator new and delete) of the running program's own code for the
+// thread that makes it. One watch at a time. Objects that are made under a watch must be destroyed under it, or
+// BlocksLeft() counts them.
+class HeapWatch {
+ public:
+  HeapWatch();
+  ~HeapWatch();
+  HeapWatch(const HeapWatch&) = delete;
+  HeapWatch& operator=(const HeapWatch&) = delete;
+
+  // Which allocations fail once a failure is due: that one alone, or it and all later ones, as when memory is gone.
+  enum class Failing { Once, FromThenOn };
+
+  // The allocation number `n` from now on fails; 0 is the next.
+  void FailAt(std::size_t n, Failing failing);
+
+  // Ends FailAt. Returns whether an allocation has failed.
+  bool StopFailing();
+
+  std::size_t Allocations() const;
+  std::size_t BytesAskedFor() const;   // the sum over all allocations, freed or not
+  std::ptrdiff_t BlocksLeft() const;  // allocated and not freed
+
+ private:
+  ImportPatch m_malloc;
+  ImportPatch m_calloc;
+  ImportPatch m_realloc;
+  ImportPatch m_free;
+};
+
+// Calls `scenario(attempt)` again and again. The scenario makes its objects, calls `attempt(operation)` once, which runs
+// the operation while one more of its allocations succeeds than in the call before, and judges the outcome; it must
+// leave nothing allocated. Ends when the operation needs no more allocations than succeed.
+template <typename Scenario>
+void FailEveryAllocation(Scenario scenario);
+
+// ---- implementation ----
+
+// What a scenario left on the heap; fails the test when that is anything.
+void ExpectNothingLeft(std::ptrdiff_t blocks, std::size_t n);
+
+// Lets the runtime make its per-thread exception state, which it does once and keeps.
+void WarmUpExceptions();
+
+template <typename Scenario>
+void FailEveryAllocation(Scenario scenario) {
+  WarmUpExceptions();
+  for (const HeapWatch::Failing failing : {HeapWatch::Failing::Once, HeapWatch::Failing::FromThenOn}) {
+    bool failed = true;
+    for (std::size_t n = 0; failed; ++n) {
+      std::ptrdiff_t left = 0;
+      {
+        HeapWatch heap;
+        scenario([&](auto operation) {
+          heap.FailAt(n, failing);
+          operation();
+          failed = heap.StopFailing();
+        });
+        left = heap.BlocksLeft();
+      }
+      ExpectNothingLeft(left, n);
+    }
+  }
+}

@@ -1,0 +1,257 @@
+#include "FwClient/Common/Utilities/StlStringUtfConv.h"
+
+#include <gtest/gtest.h>
+#include <windows.h>
+
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Tests/Support/HeapWatch.h"
+#include "Tests/Support/ImportPatch.h"
+
+namespace {
+
+using StlStringUtfConv::ToUtf8;
+using StlStringUtfConv::ToWide;
+using namespace std::string_view_literals;
+
+// The error of the exception, or 0 when the text was converted.
+unsigned long ErrorOf(const std::function<void()>& convert) {
+  try {
+    convert();
+  } catch (const StlStringUtfConv::Exception& exception) {
+    return exception.Error();
+  }
+  return 0;
+}
+
+// Every character but NUL, once, in both forms.
+void AppendCharacter(std::uint32_t character, std::wstring& wide, std::string& utf8) {
+  const auto byte = [&](std::uint32_t value) { utf8 += static_cast<char>(value); };
+  const auto unit = [&](std::uint32_t value) { wide += static_cast<wchar_t>(value); };
+  if (character < 0x10000) {
+    unit(character);
+  } else {
+    unit(0xd800 + ((character - 0x10000) >> 10));
+    unit(0xdc00 + ((character - 0x10000) & 0x3ff));
+  }
+  if (character < 0x80) {
+    byte(character);
+  } else if (character < 0x800) {
+    byte(0xc0 | (character >> 6));
+    byte(0x80 | (character & 0x3f));
+  } else {
+    if (character < 0x10000) {
+      byte(0xe0 | (character >> 12));
+    } else {
+      byte(0xf0 | (character >> 18));
+      byte(0x80 | ((character >> 12) & 0x3f));
+    }
+    byte(0x80 | ((character >> 6) & 0x3f));
+    byte(0x80 | (character & 0x3f));
+  }
+}
+
+TEST(StlStringUtfConv, ConvertsEveryCharacterOfEveryPlane) {
+  for (std::uint32_t plane = 0; plane <= 0x10; ++plane) {
+    std::wstring wide;
+    std::string utf8;
+    for (std::uint32_t low = 0; low <= 0xffff; ++low) {
+      const std::uint32_t character = plane * 0x10000 + low;
+      const bool surrogate = character >= 0xd800 && character <= 0xdfff;
+      if (character != 0 && !surrogate) AppendCharacter(character, wide, utf8);
+    }
+    EXPECT_TRUE(ToUtf8(wide) == utf8) << "plane " << plane;
+    EXPECT_TRUE(ToWide(utf8) == wide) << "plane " << plane;
+  }
+}
+
+TEST(StlStringUtfConv, EmptyTextNeedsNoConversion) {
+  static int calls;
+  calls = 0;
+  const HMODULE program = ::GetModuleHandleW(nullptr);
+  const ImportPatch narrow(program, "WideCharToMultiByte",
+                           +[](UINT, DWORD, LPCWSTR, int, LPSTR, int, LPCSTR, LPBOOL) { return ++calls, 0; });
+  const ImportPatch wide(program, "MultiByteToWideChar",
+                         +[](UINT, DWORD, LPCSTR, int, LPWSTR, int) { return ++calls, 0; });
+  EXPECT_EQ(ToUtf8(L""), "");
+  EXPECT_EQ(ToWide(""), L"");
+  EXPECT_EQ(ToUtf8(L"\0abc"sv), "");
+  EXPECT_EQ(ToWide("\0abc"sv), L"");
+  EXPECT_EQ(calls, 0);
+}
+
+TEST(StlStringUtfConv, CutsAtTheFirstNulAndLooksAtNothingBehindIt) {
+  EXPECT_EQ(ToUtf8(L"ab\0\xd800z"sv), "ab");
+  EXPECT_EQ(ToWide("ab\0\xff\xfe"sv), L"ab");
+}
+
+TEST(StlStringUtfConv, RefusesLoneSurrogates) {
+  for (const std::wstring_view text : {L"\xd800"sv, L"\xdbff"sv, L"\xdc00"sv, L"\xdfff"sv,  //
+                                       L"name \xd83d"sv, L"\xd83d name"sv, L"\xde00 name"sv,
+                                       L"\xde00\xd83d"sv,             // a pair the wrong way round
+                                       L"\xd83d\xd83d\xde00"sv,       // one too many before a pair
+                                       L"\xd83d\xde00\xde00"sv}) {    // and behind it
+    EXPECT_EQ(ErrorOf([&] { ToUtf8(text); }), ERROR_NO_UNICODE_TRANSLATION) << testing::PrintToString(text);
+  }
+}
+
+TEST(StlStringUtfConv, RefusesWhatIsNoUtf8) {
+  for (const std::string_view text : {"\x80"sv, "\xbf"sv, "a\x80"sv,              // continuation without a start
+                                      "\xc3"sv, "\xe2\x82"sv, "\xf0\x9f\x98"sv,   // cut at the end
+                                      "\xc3z"sv, "\xe2\x82z"sv, "\xf0\x9f\x98z"sv,  // cut in the middle
+                                      "\xc0\x80"sv, "\xc1\xbf"sv, "\xe0\x9f\xbf"sv, "\xf0\x8f\xbf\xbf"sv,  // overlong
+                                      "\xed\xa0\x80"sv, "\xed\xbf\xbf"sv,         // surrogates
+                                      "\xed\xa0\xbd\xed\xb8\x80"sv,               // a pair of them
+                                      "\xf4\x90\x80\x80"sv, "\xf5\x80\x80\x80"sv,  // beyond the last plane
+                                      "\xf8\x88\x80\x80\x80"sv, "\xfe"sv, "\xff"sv,
+                                      "M\xfcnchen"sv}) {  // an 8-bit code page
+    EXPECT_EQ(ErrorOf([&] { ToWide(text); }), ERROR_NO_UNICODE_TRANSLATION) << testing::PrintToString(text);
+  }
+}
+
+TEST(StlStringUtfConv, ConvertsTextsOfEveryLengthAroundTheStackBuffer) {
+  for (const std::size_t length : {1u, 511u, 512u, 513u, 1023u, 1024u, 1025u, 100'000u}) {
+    EXPECT_EQ(ToUtf8(std::wstring(length, L'x')), std::string(length, 'x'));
+    EXPECT_EQ(ToWide(std::string(length, 'x')), std::wstring(length, L'x'));
+  }
+}
+
+TEST(StlStringUtfConv, TextsOf1024BytesNeedNoAllocationButTheResults) {
+  const std::wstring wideFits(1024, L'x'), wideBeyond(1025, L'x');
+  const std::string fits(512, 'x'), beyond(513, 'x');
+  const auto allocations = [](auto convert) {
+    const HeapWatch heap;
+    convert();
+    return heap.Allocations();
+  };
+  EXPECT_EQ(allocations([&] { ToUtf8(wideFits); }), 1u);
+  EXPECT_EQ(allocations([&] { ToUtf8(wideBeyond); }), 2u);
+  EXPECT_EQ(allocations([&] { ToWide(fits); }), 1u);
+  EXPECT_EQ(allocations([&] { ToWide(beyond); }), 2u);
+}
+
+// ---- failing system calls ----
+
+DWORD g_error;
+int g_goodCalls;
+
+// Fails with g_error once g_goodCalls calls have told that 3 units are needed or written.
+int Answer() {
+  if (g_goodCalls-- > 0) return 3;
+  ::SetLastError(g_error);
+  return 0;
+}
+
+class StlStringUtfConvFailure : public testing::TestWithParam<int> {
+ protected:
+  StlStringUtfConvFailure()
+      : m_narrow(::GetModuleHandleW(nullptr), "WideCharToMultiByte",
+                 +[](UINT, DWORD, LPCWSTR, int, LPSTR, int, LPCSTR, LPBOOL) { return Answer(); }),
+        m_wide(::GetModuleHandleW(nullptr), "MultiByteToWideChar",
+               +[](UINT, DWORD, LPCSTR, int, LPWSTR, int) { return Answer(); }) {}
+
+  // The conversion's error when its system call number GetParam() fails with `error`.
+  unsigned long Fail(DWORD error, const std::function<void()>& convert) {
+    g_error = error;
+    g_goodCalls = GetParam();
+    return ErrorOf(convert);
+  }
+
+ private:
+  ImportPatch m_narrow;
+  ImportPatch m_wide;
+};
+
+TEST_P(StlStringUtfConvFailure, CarriesTheSystemsError) {
+  EXPECT_EQ(Fail(ERROR_NO_UNICODE_TRANSLATION, [] { ToUtf8(L"abc"); }), 1113u);
+  EXPECT_EQ(Fail(ERROR_INVALID_FLAGS, [] { ToWide("abc"); }), 1004u);
+}
+
+TEST_P(StlStringUtfConvFailure, CarriesError1WhenTheSystemNamesNone) {
+  EXPECT_EQ(Fail(0, [] { ToUtf8(L"abc"); }), 1u);
+  EXPECT_EQ(Fail(0, [] { ToWide("abc"); }), 1u);
+}
+
+INSTANTIATE_TEST_SUITE_P(WhenMeasuringOrWhenConverting, StlStringUtfConvFailure, testing::Values(0, 1));
+
+TEST(StlStringUtfConv, AsksForStrictConversion) {
+  static DWORD flags[2];
+  static UINT pages[2];
+  const HMODULE program = ::GetModuleHandleW(nullptr);
+  const ImportPatch narrow(
+      program, "WideCharToMultiByte", +[](UINT page, DWORD flag, LPCWSTR, int, LPSTR, int, LPCSTR, LPBOOL) {
+        pages[0] = page;
+        flags[0] = flag;
+        return 0;
+      });
+  const ImportPatch wide(
+      program, "MultiByteToWideChar", +[](UINT page, DWORD flag, LPCSTR, int, LPWSTR, int) {
+        pages[1] = page;
+        flags[1] = flag;
+        return 0;
+      });
+  ErrorOf([] { ToUtf8(L"abc"); });
+  ErrorOf([] { ToWide("abc"); });
+  EXPECT_EQ(pages[0], UINT{CP_UTF8});
+  EXPECT_EQ(pages[1], UINT{CP_UTF8});
+  EXPECT_EQ(flags[0], DWORD{WC_ERR_INVALID_CHARS});
+  EXPECT_EQ(flags[1], DWORD{MB_ERR_INVALID_CHARS});
+}
+
+TEST(StlStringUtfConv, ExceptionIsAStandardOne) {
+  const StlStringUtfConv::Exception exception(87);
+  EXPECT_EQ(exception.Error(), 87u);
+  EXPECT_STRNE(static_cast<const std::exception&>(exception).what(), "");
+}
+
+// ---- a text of 2^31 units ----
+
+// One block of memory, filled with 'x', seen again and again at consecutive addresses: a long text for little memory.
+class RepeatedText {
+ public:
+  explicit RepeatedText(std::size_t bytes) {
+    m_section = ::CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, kBlockBytes, nullptr);
+    m_begin = static_cast<char*>(::VirtualAlloc(nullptr, bytes, MEM_RESERVE, PAGE_NOACCESS));
+    if (m_section == nullptr || m_begin == nullptr) return;
+    ::VirtualFree(m_begin, 0, MEM_RELEASE);  // another thread could take the addresses; there is none
+    for (; m_blocks < bytes / kBlockBytes; ++m_blocks)
+      if (::MapViewOfFileEx(m_section, FILE_MAP_WRITE, 0, 0, 0, m_begin + m_blocks * kBlockBytes) == nullptr) return;
+    for (std::size_t i = 0; i < kBlockBytes; ++i) m_begin[i] = 'x';
+    m_size = bytes;
+  }
+  ~RepeatedText() {
+    while (m_blocks > 0) ::UnmapViewOfFile(m_begin + --m_blocks * kBlockBytes);
+    if (m_section != nullptr) ::CloseHandle(m_section);
+  }
+  RepeatedText(const RepeatedText&) = delete;
+  RepeatedText& operator=(const RepeatedText&) = delete;
+
+  // Empty when the memory could not be had.
+  std::string_view Text() const { return {m_begin, m_size}; }
+
+ private:
+  static constexpr DWORD kBlockBytes = 64 * 1024 * 1024;
+
+  HANDLE m_section = nullptr;
+  char* m_begin = nullptr;
+  std::size_t m_blocks = 0;
+  std::size_t m_size = 0;
+};
+
+TEST(StlStringUtfConv, RefusesTextsOf2To31Units) {
+  const RepeatedText text(std::size_t{1} << 31);
+  ASSERT_EQ(text.Text().size(), std::size_t{1} << 31);
+  EXPECT_EQ(ErrorOf([&] { ToWide(text.Text()); }), 111u);
+}
+
+TEST(StlStringUtfConv, RefusesWideTextsOf2To31Units) {
+  const RepeatedText text(std::size_t{1} << 32);
+  ASSERT_EQ(text.Text().size(), std::size_t{1} << 32);
+  const std::wstring_view wide(reinterpret_cast<const wchar_t*>(text.Text().data()), std::size_t{1} << 31);
+  EXPECT_EQ(ErrorOf([&] { ToUtf8(wide); }), 111u);
+}
+
+}  // namespace
