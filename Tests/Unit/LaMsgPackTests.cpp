@@ -1,0 +1,372 @@
+#include "FwClient/Service/QeLaLib/LaMsgPack.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "FwClient/Common/Utilities/StlStringUtfConv.h"
+#include "Tests/Support/HeapWatch.h"
+#include "Tests/Unit/Blob.h"
+#include "Tests/Unit/PrintedErrors.h"
+
+namespace {
+
+using Blob::Bytes;
+
+template <typename Write>
+Bytes Packed(Write write) {
+  LaPacker packer;
+  write(packer);
+  return packer.Bytes();
+}
+
+Bytes PackedText(const std::wstring& text) {
+  return Packed([&](LaPacker& packer) { packer.Text(text); });
+}
+
+// ---- writing ----
+
+TEST(LaPacker, WritesArrayHeadersOfTheShortestForm) {
+  const struct {
+    std::size_t count;
+    Bytes expected;
+  } cases[] = {
+      {0, {0x90}},
+      {1, {0x91}},
+      {15, {0x9f}},
+      {16, {0xdc, 0x00, 0x10}},
+      {65535, {0xdc, 0xff, 0xff}},
+      {65536, {0xdd, 0x00, 0x01, 0x00, 0x00}},
+      {0xffffffff, {0xdd, 0xff, 0xff, 0xff, 0xff}},
+  };
+  for (const auto& [count, expected] : cases)
+    EXPECT_EQ(Packed([&](LaPacker& packer) { packer.Array(count); }), expected) << count;
+}
+
+TEST(LaPacker, RefusesArraysLongerThanTheFormCanTell) {
+  LaPacker packer;
+  EXPECT_THROW(packer.Array(std::size_t{1} << 32), std::length_error);
+}
+
+// 32 to 255 bytes are where str8 (0xd9) would be shorter; the stored form does not have it.
+TEST(LaPacker, WritesTextHeadersWithoutStr8) {
+  const struct {
+    std::size_t length;
+    Bytes header;
+  } cases[] = {
+      {0, {0xa0}},
+      {1, {0xa1}},
+      {31, {0xbf}},
+      {32, {0xda, 0x00, 0x20}},
+      {255, {0xda, 0x00, 0xff}},
+      {256, {0xda, 0x01, 0x00}},
+      {65535, {0xda, 0xff, 0xff}},
+      {65536, {0xdb, 0x00, 0x01, 0x00, 0x00}},
+      {100'000, {0xdb, 0x00, 0x01, 0x86, 0xa0}},
+  };
+  for (const auto& [length, header] : cases)
+    EXPECT_TRUE(PackedText(std::wstring(length, L'x')) == Blob::Join({header, Bytes(length, 'x')})) << length;
+}
+
+TEST(LaPacker, TextLengthCountsBytesNotCharacters) {
+  EXPECT_EQ(PackedText(L"Z\xfcrich"), (Bytes{0xa7, 'Z', 0xc3, 0xbc, 'r', 'i', 'c', 'h'}));
+  EXPECT_EQ(PackedText(std::wstring(15, L'\xfc') + L"x"), Blob::Join({{0xbf}, Blob::Repeat({0xc3, 0xbc}, 15), {'x'}}));
+  EXPECT_EQ(PackedText(std::wstring(16, L'\xfc')), Blob::Join({{0xda, 0x00, 0x20}, Blob::Repeat({0xc3, 0xbc}, 16)}));
+  EXPECT_EQ(PackedText(L"\xd83d\xde00"), (Bytes{0xa4, 0xf0, 0x9f, 0x98, 0x80}));
+}
+
+TEST(LaPacker, CutsTextAtTheFirstNul) {
+  EXPECT_EQ(PackedText(std::wstring(L"ab\0cd", 5)), (Bytes{0xa2, 'a', 'b'}));
+  EXPECT_EQ(PackedText(std::wstring(L"\0cd", 3)), (Bytes{0xa0}));
+}
+
+TEST(LaPacker, WritesBooleans) {
+  EXPECT_EQ(Packed([](LaPacker& packer) { packer.Bool(true); }), (Bytes{0xc3}));
+  EXPECT_EQ(Packed([](LaPacker& packer) { packer.Bool(false); }), (Bytes{0xc2}));
+}
+
+TEST(LaPacker, WritesNumbersInTheShortestForm) {
+  const struct {
+    std::uint32_t value;
+    Bytes expected;
+  } cases[] = {
+      {0, {0x00}},
+      {127, {0x7f}},
+      {128, {0xcc, 0x80}},
+      {255, {0xcc, 0xff}},
+      {256, {0xcd, 0x01, 0x00}},
+      {300, {0xcd, 0x01, 0x2c}},
+      {65535, {0xcd, 0xff, 0xff}},
+      {65536, {0xce, 0x00, 0x01, 0x00, 0x00}},
+      {70000, {0xce, 0x00, 0x01, 0x11, 0x70}},
+      {0xffffffff, {0xce, 0xff, 0xff, 0xff, 0xff}},
+  };
+  for (const auto& [value, expected] : cases)
+    EXPECT_EQ(Packed([&](LaPacker& packer) { packer.UInt32(value); }), expected) << value;
+}
+
+TEST(LaPacker, GrowsBeyondItsFirstBuffer) {
+  for (const std::size_t count : {8191u, 8192u, 8193u, 100'000u}) {
+    const Bytes bytes = Packed([&](LaPacker& packer) {
+      for (std::size_t i = 0; i < count; ++i) packer.Bool(true);
+    });
+    EXPECT_TRUE(bytes == Bytes(count, 0xc3)) << count;
+  }
+}
+
+// ---- reading single values ----
+
+// Hands the object of the bytes to `read`.
+template <typename Read>
+auto ReadFrom(const Bytes& bytes, Read read) {
+  const msgpack::object_handle handle = UnpackBytes(bytes);
+  return read(handle.get());
+}
+
+std::wstring TextFrom(const Bytes& bytes) {
+  return ReadFrom(bytes, [](const msgpack::object& object) {
+    std::wstring text = L"old";
+    UnpackText(object, text);
+    return text;
+  });
+}
+
+TEST(LaMsgPackReading, BooleansOnlyAreBooleans) {
+  EXPECT_TRUE(ReadFrom({0xc3}, UnpackBool));
+  EXPECT_FALSE(ReadFrom({0xc2}, UnpackBool));
+  for (const Bytes& bytes : {Bytes{0x00}, Bytes{0x01}, Bytes{0xc0}, Bytes{0xa0}, Bytes{0x90}, Bytes{0xcc, 0x01}})
+    EXPECT_THROW(ReadFrom(bytes, UnpackBool), msgpack::type_error) << testing::PrintToString(bytes);
+}
+
+TEST(LaMsgPackReading, NumbersMayHaveAnyWidth) {
+  const struct {
+    Bytes bytes;
+    std::uint32_t expected;
+  } cases[] = {
+      {{0x00}, 0},
+      {{0x7f}, 127},
+      {{0xcc, 0x05}, 5},
+      {{0xcd, 0x00, 0x05}, 5},
+      {{0xce, 0x00, 0x00, 0x00, 0x05}, 5},
+      {{0xcf, 0x00, 0x00, 0x00, 0x00, 0xff, 0xff, 0xff, 0xff}, 0xffffffff},
+      {{0xd0, 0x7f}, 127},  // signed forms count when the number is not negative
+      {{0xd0, 0x00}, 0},
+      {{0xd1, 0x01, 0x2c}, 300},
+      {{0xd2, 0x00, 0x01, 0x11, 0x70}, 70000},
+      {{0xd3, 0x00, 0x00, 0x00, 0x00, 0xff, 0xff, 0xff, 0xff}, 0xffffffff},
+  };
+  for (const auto& [bytes, expected] : cases)
+    EXPECT_EQ(ReadFrom(bytes, UnpackUInt32), expected) << testing::PrintToString(bytes);
+}
+
+TEST(LaMsgPackReading, NegativeFractionalAndTooLargeNumbersAreTypeErrors) {
+  for (const Bytes& bytes : {Bytes{0xff},                                                        // -1
+                             Bytes{0xe0},                                                        // -32
+                             Bytes{0xd0, 0x80},                                                  // -128
+                             Bytes{0xd1, 0xff, 0xff},                                            // -1
+                             Bytes{0xd2, 0x80, 0x00, 0x00, 0x00},                                // -2^31
+                             Bytes{0xd3, 0x80, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00},        // -2^63
+                             Bytes{0xcf, 0x00, 0x00, 0x00, 0x01, 0x00, 0x00, 0x00, 0x00},        // 2^32
+                             Bytes{0xd3, 0x00, 0x00, 0x00, 0x01, 0x00, 0x00, 0x00, 0x00},        // 2^32, signed form
+                             Bytes{0xcf, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff},        // 2^64 - 1
+                             Bytes{0xca, 0x3f, 0x80, 0x00, 0x00},                                // 1.0f
+                             Bytes{0xcb, 0x3f, 0xf0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00},        // 1.0
+                             Bytes{0xc2}, Bytes{0xc0}, Bytes{0xa1, '1'}, Bytes{0x91, 0x01}})
+    EXPECT_THROW(ReadFrom(bytes, UnpackUInt32), msgpack::type_error) << testing::PrintToString(bytes);
+}
+
+TEST(LaMsgPackReading, TextsMayHaveAnyStrForm) {
+  for (const Bytes& header : {Bytes{0xa2}, Bytes{0xd9, 0x02}, Bytes{0xda, 0x00, 0x02}, Bytes{0xdb, 0x00, 0x00, 0x00, 0x02}})
+    EXPECT_EQ(TextFrom(Blob::Join({header, {0xc3, 0xbc}})), L"\xfc");
+  EXPECT_EQ(TextFrom({0xa0}), L"");
+  EXPECT_EQ(TextFrom({0xd9, 0x00}), L"");
+}
+
+TEST(LaMsgPackReading, TextIsCutAtTheFirstNul) {
+  EXPECT_EQ(TextFrom({0xa4, 'a', 'b', 0x00, 0xff}), L"ab");
+  EXPECT_EQ(TextFrom({0xa2, 0x00, 'a'}), L"");
+}
+
+TEST(LaMsgPackReading, WhatIsNoStrIsNoText) {
+  for (const Bytes& bytes : {Bytes{0xc4, 0x01, 'a'}, Bytes{0xc5, 0x00, 0x01, 'a'},  // bin
+                             Bytes{0xc6, 0x00, 0x00, 0x00, 0x01, 'a'}, Bytes{0xd4, 0x01, 'a'}, Bytes{0xc0}, Bytes{0x61},
+                             Bytes{0xc3}, Bytes{0x91, 0xa1, 'a'}, Bytes{0x81, 0xa1, 'a', 0xa1, 'a'}})
+    EXPECT_THROW(TextFrom(bytes), msgpack::type_error) << testing::PrintToString(bytes);
+}
+
+TEST(LaMsgPackReading, TextThatIsNoUtf8IsRefusedAndTheOldOneStays) {
+  const msgpack::object_handle handle = UnpackBytes({0xa2, 0xc3, '('});
+  std::wstring text = L"old";
+  EXPECT_THROW(UnpackText(handle.get(), text), StlStringUtfConv::Exception);
+  EXPECT_EQ(text, L"old");
+}
+
+TEST(LaMsgPackReading, ListOfTextsReplacesTheOldOne) {
+  std::vector<std::wstring> texts{L"x", L"y", L"z"};
+  ReadFrom({0x92, 0xa1, 'a', 0xa1, 'b'}, [&](const msgpack::object& object) { UnpackTexts(object, texts); });
+  EXPECT_EQ(texts, (std::vector<std::wstring>{L"a", L"b"}));
+  ReadFrom({0x90}, [&](const msgpack::object& object) { UnpackTexts(object, texts); });
+  EXPECT_TRUE(texts.empty());
+}
+
+TEST(LaMsgPackReading, ListOfTextsMustBeAnArray) {
+  std::vector<std::wstring> texts{L"x"};
+  for (const Bytes& bytes : {Bytes{0xc0}, Bytes{0x80}, Bytes{0xa1, 'a'}, Bytes{0x00}})
+    EXPECT_THROW(ReadFrom(bytes, [&](const msgpack::object& object) { UnpackTexts(object, texts); }),
+                 msgpack::type_error);
+  EXPECT_EQ(texts, std::vector<std::wstring>{L"x"});
+}
+
+TEST(LaRecord, HandsOutItsFieldsInOrderAndThenNone) {
+  std::vector<std::uint32_t> fields;
+  ReadFrom({0x92, 0x07, 0x08}, [&](const msgpack::object& object) {
+    LaRecord record(object);
+    EXPECT_EQ(record.Size(), 2u);
+    for (int i = 0; i < 4; ++i)
+      record.Next([&](const msgpack::object& field) { fields.push_back(UnpackUInt32(field)); });
+  });
+  EXPECT_EQ(fields, (std::vector<std::uint32_t>{7, 8}));
+}
+
+TEST(LaRecord, MustBeAnArray) {
+  for (const Bytes& bytes : {Bytes{0xc0}, Bytes{0x80}, Bytes{0x81, 0x00, 0x00}, Bytes{0xa0}, Bytes{0x00}, Bytes{0xc3}})
+    EXPECT_THROW(ReadFrom(bytes, [](const msgpack::object& object) { return LaRecord(object).Size(); }),
+                 msgpack::type_error);
+}
+
+// ---- reading bytes ----
+
+TEST(UnpackBytes, AcceptsAnythingBehindTheObject) {
+  EXPECT_NO_THROW(UnpackBytes({0x90, 0x00}));
+  EXPECT_NO_THROW(UnpackBytes({0x90, 0xc1}));
+  EXPECT_NO_THROW(UnpackBytes({0x90, 0xdd, 0xff}));
+}
+
+TEST(UnpackBytes, RefusesWhatIsNoWholeObject) {
+  for (const Bytes& bytes : {Bytes{}, Bytes{0xc1}, Bytes{0x91}, Bytes{0x91, 0xc1}, Bytes{0xa1}, Bytes{0xcc},
+                             Bytes{0xda, 0x00}, Bytes{0xdd, 0x00, 0x00, 0x00}, Bytes{0x81, 0x00}})
+    EXPECT_THROW(UnpackBytes(bytes), msgpack::unpack_error) << testing::PrintToString(bytes);
+}
+
+TEST(UnpackBytes, ReadsAHundredThousandLevels) {
+  constexpr std::size_t kLevels = 100'000;
+  EXPECT_NO_THROW(UnpackBytes(Blob::Join({Bytes(kLevels, 0x91), {0x90}})));
+  EXPECT_THROW(UnpackBytes(Bytes(kLevels, 0x91)), msgpack::unpack_error);
+  // Maps within maps, as keys and as values.
+  EXPECT_NO_THROW(UnpackBytes(Blob::Join({Blob::Repeat({0x81, 0x00}, kLevels), {0xc0}})));
+  EXPECT_NO_THROW(UnpackBytes(Blob::Join({Bytes(kLevels, 0x81), {0xc0}, Bytes(kLevels, 0x00)})));
+}
+
+// What the bytes claim must not be allocated before they are seen to be there.
+class HostileBytes : public testing::TestWithParam<Bytes> {};
+
+TEST_P(HostileBytes, AreRefusedWithoutAllocatingWhatTheyClaim) {
+  WarmUpExceptions();
+  bool refused = false;
+  std::size_t asked = 0;
+  {
+    const HeapWatch heap;
+    try {
+      UnpackBytes(GetParam());
+    } catch (const msgpack::unpack_error&) {
+      refused = true;
+    }
+    asked = heap.BytesAskedFor();
+    EXPECT_EQ(heap.BlocksLeft(), 0);
+  }
+  EXPECT_TRUE(refused);
+  // A fixed sum for the parser, and for each open array or map a few words on its stack, which doubles when it grows.
+  EXPECT_LT(asked, 4096u + 128u * GetParam().size());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Claims, HostileBytes,
+    testing::Values(Bytes{0xdd, 0xff, 0xff, 0xff, 0xff},              // array of four billion
+                    Bytes{0xdd, 0xff, 0xff, 0xff, 0xff, 0x00},        // and its first element
+                    Bytes{0xdd, 0x7f, 0xff, 0xff, 0xff},              //
+                    Bytes{0xdf, 0xff, 0xff, 0xff, 0xff},              // map
+                    Bytes{0xdb, 0xff, 0xff, 0xff, 0xff, 'a'},         // str
+                    Bytes{0xc6, 0xff, 0xff, 0xff, 0xff, 0x00},        // bin
+                    Bytes{0xc9, 0xff, 0xff, 0xff, 0xff, 0x01, 0x00},  // ext
+                    Bytes{0x91, 0x91, 0xdd, 0xff, 0xff, 0xff, 0xff},  // in the place of the locations
+                    Bytes{0xdc, 0xff, 0xff, 0xdc, 0xff, 0xff},        // smaller claims that multiply
+                    Blob::Repeat({0xdd, 0xff, 0xff, 0xff, 0xff}, 20'000),
+                    Blob::Repeat({0xdf, 0xff, 0xff, 0xff, 0xff}, 20'000),
+                    Blob::Repeat({0x92, 0xdd, 0x00, 0xff, 0xff, 0xff}, 20'000), Bytes(100'000, 0x9f)));
+
+// ---- the two operations ----
+
+// A record of one number that fails where the test wants it.
+struct Probe {
+  static constexpr char kClassName[] = "class Probe";
+
+  std::uint32_t number = 7;
+  bool fails = false;
+
+  void Pack(LaPacker& packer) const {
+    packer.Array(1);
+    packer.UInt32(number);
+    if (fails) throw 1;  // not even an exception of the standard library may leave
+  }
+  void Unpack(const msgpack::object& object) {
+    LaRecord record(object);
+    record.Next([&](const msgpack::object& field) { number = UnpackUInt32(field); });
+    if (fails) throw 1;
+  }
+};
+
+TEST(SerializeObject, ReplacesTheCallersBytes) {
+  const PrintedErrors errors;
+  Bytes bytes(100, 0xaa);
+  EXPECT_TRUE(SerializeObject(Probe{}, bytes));
+  EXPECT_EQ(bytes, (Bytes{0x91, 0x07}));
+  EXPECT_EQ(errors.Count(), 0u);
+}
+
+TEST(SerializeObject, AFailureLeavesTheCallersBytesAndPrintsOneLine) {
+  const PrintedErrors errors;
+  Bytes bytes{1, 2, 3};
+  EXPECT_FALSE(SerializeObject(Probe{.fails = true}, bytes));
+  EXPECT_EQ(bytes, (Bytes{1, 2, 3}));
+  EXPECT_EQ(errors.Lines(), std::vector<std::string>{"UCD SerializeToBytes failed for class Probe"});
+}
+
+TEST(SerializeObject, AFailureNeedsNoPrinter) {
+  Bytes bytes;
+  EXPECT_FALSE(SerializeObject(Probe{.fails = true}, bytes));
+}
+
+TEST(DeserializeObject, ReadsTheObject) {
+  const PrintedErrors errors;
+  Probe probe;
+  EXPECT_TRUE(DeserializeObject(probe, {0x91, 0x09}));
+  EXPECT_EQ(probe.number, 9u);
+  EXPECT_EQ(errors.Count(), 0u);
+}
+
+TEST(DeserializeObject, NoBytesAreAFailureWithoutALine) {
+  const PrintedErrors errors;
+  Probe probe;
+  EXPECT_FALSE(DeserializeObject(probe, {}));
+  EXPECT_EQ(probe.number, 7u);
+  EXPECT_EQ(errors.Count(), 0u);
+}
+
+TEST(DeserializeObject, AFailurePrintsOneLine) {
+  const PrintedErrors errors;
+  Probe probe{.fails = true};
+  EXPECT_FALSE(DeserializeObject(probe, {0x91, 0x09}));
+  EXPECT_EQ(probe.number, 9u);  // read before the failure
+  EXPECT_FALSE(DeserializeObject(probe, {0x91}));
+  const std::string line = "UCD DeserializeFromBytes failed for class Probe";
+  EXPECT_EQ(errors.Lines(), (std::vector<std::string>{line, line}));
+}
+
+TEST(DeserializeObject, AFailureNeedsNoPrinter) {
+  Probe probe;
+  EXPECT_FALSE(DeserializeObject(probe, {0xc1}));
+}
+
+}  // namespace
