@@ -4,7 +4,6 @@
 
 #include <cstdlib>
 #include <limits>
-#include <stdexcept>
 
 namespace {
 
@@ -111,8 +110,16 @@ void ExpectNothingLeft(std::ptrdiff_t blocks, std::size_t n) {
 }
 
 void WarmUpExceptions() {
-  try {
-    throw std::runtime_error("");
-  } catch (const std::runtime_error&) {
-  }
+  const auto throwOne = [] {
+    try {
+      throw 1;
+    } catch (int) {
+    }
+  };
+  throwOne();
+  // Once more, while the heap refuses the exception's memory: the runtime then takes it from a reserve, whose mutex is
+  // made by malloc when it is first locked. That one failing as well would end the process.
+  HeapWatch heap;
+  heap.FailAt(0, HeapWatch::Failing::Once);
+  throwOne();
 }

@@ -48,7 +48,7 @@ void FailEveryAllocation(Scenario scenario);
 // What a scenario left on the heap; fails the test when that is anything.
 void ExpectNothingLeft(std::ptrdiff_t blocks, std::size_t n);
 
-// Lets the runtime make its per-thread exception state, which it does once and keeps.
+// Lets the runtime make what it needs to throw, which it makes once and keeps.
 void WarmUpExceptions();
 
 template <typename Scenario>
