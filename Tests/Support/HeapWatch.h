@@ -27,7 +27,7 @@ class HeapWatch {
   bool StopFailing();
 
   std::size_t Allocations() const;
-  std::size_t BytesAskedFor() const;   // the sum over all allocations, freed or not
+  std::size_t BytesAskedFor() const;  // the sum over all allocations, freed or not
   std::ptrdiff_t BlocksLeft() const;  // allocated and not freed
 
  private:
@@ -37,9 +37,9 @@ class HeapWatch {
   ImportPatch m_free;
 };
 
-// Calls `scenario(attempt)` again and again. The scenario makes its objects, calls `attempt(operation)` once, which runs
-// the operation while one more of its allocations succeeds than in the call before, and judges the outcome; it must
-// leave nothing allocated. Ends when the operation needs no more allocations than succeed.
+// Calls `scenario(attempt)` again and again. The scenario makes its objects, calls `attempt(operation)` once, which
+// runs the operation while one more of its allocations succeeds than in the call before, and judges the outcome; it
+// must leave nothing allocated. Ends when the operation needs no more allocations than succeed.
 template <typename Scenario>
 void FailEveryAllocation(Scenario scenario);
 

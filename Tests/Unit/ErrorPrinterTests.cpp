@@ -29,8 +29,7 @@ TEST(ErrorPrinter, GetsTheFormatAndItsNarrowArguments) {
   const PrintedErrors errors;
   PrintError("UCD SerializeToBytes failed for %s", "class CQeLocation");
   PrintError("%d %s", 7, "x");
-  EXPECT_EQ(errors.Lines(),
-            (std::vector<std::string>{"UCD SerializeToBytes failed for class CQeLocation", "7 x"}));
+  EXPECT_EQ(errors.Lines(), (std::vector<std::string>{"UCD SerializeToBytes failed for class CQeLocation", "7 x"}));
 }
 
 TEST(ErrorPrinter, WhatThePrinterThrowsEndsThere) {

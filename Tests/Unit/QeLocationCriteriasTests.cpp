@@ -184,7 +184,8 @@ TEST(QeLocationCriterias, EntriesReadAsMappedAddressesCannotBeRemoved) {
   const std::wstring mapped = L"0000:0000:0000:0000:0000:ffff:0a00:0001";
   const std::string narrow(mapped.begin(), mapped.end());
   CQeLocationCriterias criterias;
-  ASSERT_TRUE(criterias.DeserializeFromBytes(Blob::Join({{0x91, 0x91, 0xd9, 39}, Bytes(narrow.begin(), narrow.end())})));
+  ASSERT_TRUE(
+      criterias.DeserializeFromBytes(Blob::Join({{0x91, 0x91, 0xd9, 39}, Bytes(narrow.begin(), narrow.end())})));
   EXPECT_EQ(criterias.Remove(LCT_DNS_SUFFIX, mapped), 3u);
   EXPECT_EQ(criterias.Add(LCT_DNS_SUFFIX, mapped), 0u);
   EXPECT_EQ(Texts(criterias, LCT_DNS_SUFFIX), (std::vector<std::wstring>{mapped, L"10.0.0.1"}));
@@ -209,9 +210,21 @@ TEST(QeLocationCriterias, EnumeratesByKindThenInOrderOfAddingAndTheManagementSer
     criterias.Add(Kind(kind), L"z");
     criterias.Add(Kind(kind), L"a");
   }
-  EXPECT_EQ(Entries(criterias),
-            (std::vector<Entry>{{0, L"z"}, {0, L"a"}, {1, L"z"}, {1, L"a"}, {3, L"z"}, {3, L"a"}, {4, L"z"}, {4, L"a"},
-                                {5, L"z"}, {5, L"a"}, {6, L"z"}, {6, L"a"}, {7, L"z"}, {7, L"a"}, {8, L""}}));
+  EXPECT_EQ(Entries(criterias), (std::vector<Entry>{{0, L"z"},
+                                                    {0, L"a"},
+                                                    {1, L"z"},
+                                                    {1, L"a"},
+                                                    {3, L"z"},
+                                                    {3, L"a"},
+                                                    {4, L"z"},
+                                                    {4, L"a"},
+                                                    {5, L"z"},
+                                                    {5, L"a"},
+                                                    {6, L"z"},
+                                                    {6, L"a"},
+                                                    {7, L"z"},
+                                                    {7, L"a"},
+                                                    {8, L""}}));
 }
 
 TEST(QeLocationCriterias, OneGatewayAndTheManagementServerAreTwoEntries) {
@@ -366,9 +379,9 @@ TEST(QeLocationCriterias, WritesTheListsInKindOrderAndTheBooleanLast) {
 }
 
 TEST(QeLocationCriterias, WritesListsOf15And16And65536Entries) {
-  for (const auto& [count, header] : {std::tuple{15u, Bytes{0x9f}}, std::tuple{16u, Bytes{0xdc, 0x00, 0x10}},
-                                      std::tuple{65535u, Bytes{0xdc, 0xff, 0xff}},
-                                      std::tuple{65536u, Bytes{0xdd, 0x00, 0x01, 0x00, 0x00}}}) {
+  for (const auto& [count, header] :
+       {std::tuple{15u, Bytes{0x9f}}, std::tuple{16u, Bytes{0xdc, 0x00, 0x10}},
+        std::tuple{65535u, Bytes{0xdc, 0xff, 0xff}}, std::tuple{65536u, Bytes{0xdd, 0x00, 0x01, 0x00, 0x00}}}) {
     // Read, since Add compares with every entry.
     const Bytes list = Blob::Join({header, Blob::Repeat({0xa1, 'x'}, count)});
     CQeLocationCriterias criterias;

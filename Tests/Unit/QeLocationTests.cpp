@@ -1,7 +1,7 @@
 #include "FwClient/Service/QeLaLib/QeLocation.h"
 
-#include <gtest/gtest.h>
 #include <windows.h>
+#include <gtest/gtest.h>
 
 #include <rpc.h>
 
@@ -65,11 +65,11 @@ CQeLocation Office() {
   return office;
 }
 
-const Bytes kOfficeCriteria = Blob::Array({Blob::Array({}), Blob::Array({Blob::Str("10.0.0.1")}), Blob::Array({}),
-                                           Blob::Array({}), Blob::Array({}), Blob::Array({}), Blob::Array({}),
-                                           Blob::Array({}), Blob::kTrue});
-const Bytes kOfficeEnd = Blob::Join(
-    {Blob::Str("note"), Blob::kFalse, {0x93, 0x7f, 0xcd, 0x01, 0x2c, 0xce, 0x00, 0x01, 0x11, 0x70}});
+const Bytes kOfficeCriteria =
+    Blob::Array({Blob::Array({}), Blob::Array({Blob::Str("10.0.0.1")}), Blob::Array({}), Blob::Array({}),
+                 Blob::Array({}), Blob::Array({}), Blob::Array({}), Blob::Array({}), Blob::kTrue});
+const Bytes kOfficeEnd =
+    Blob::Join({Blob::Str("note"), Blob::kFalse, {0x93, 0x7f, 0xcd, 0x01, 0x2c, 0xce, 0x00, 0x01, 0x11, 0x70}});
 const Bytes kOffice = Blob::Join({{0x96}, kOfficeCriteria, Blob::Str("id"), Blob::Str("Office"), kOfficeEnd});
 
 // ---- a new location ----
@@ -98,7 +98,8 @@ wchar_t g_uuidText[] = L"01234567-89ab-cdef-0123-456789abcdef";
 class QeLocationUuid : public testing::Test {
  protected:
   QeLocationUuid()
-      : m_create(::GetModuleHandleW(nullptr), "UuidCreate", +[](UUID*) { return g_uuidStatus; }),
+      : m_create(
+            ::GetModuleHandleW(nullptr), "UuidCreate", +[](UUID*) { return g_uuidStatus; }),
         m_toText(
             ::GetModuleHandleW(nullptr), "UuidToStringW",
             +[](const UUID*, RPC_WSTR* text) {
@@ -130,7 +131,8 @@ TEST_F(QeLocationUuid, TextIsTakenOverAndFreedOnce) {
 
 TEST_F(QeLocationUuid, WithoutAUuidTheIdIsEmptyAndTheNameStartsWithABlank) {
   // A UUID that is unique on this machine only is none.
-  for (const RPC_STATUS status : {RPC_STATUS{RPC_S_UUID_LOCAL_ONLY}, RPC_STATUS{RPC_S_UUID_NO_ADDRESS}, RPC_STATUS{-1}}) {
+  for (const RPC_STATUS status :
+       {RPC_STATUS{RPC_S_UUID_LOCAL_ONLY}, RPC_STATUS{RPC_S_UUID_NO_ADDRESS}, RPC_STATUS{-1}}) {
     g_uuidStatus = status;
     const CQeLocation location;
     EXPECT_EQ(location.GetId(), L"");
@@ -281,10 +283,11 @@ TEST(QeLocation, AssigningMergesIntoTheCriteriaThatAreThere) {
 TEST(QeLocation, AssigningDuplicateCriteriaFailsButCopiesTheRest) {
   using namespace Blob;
   const std::string mapped = "0000:0000:0000:0000:0000:ffff:0a00:0001";
-  const Bytes gateways = Join({{0x93}, Str("10.0.0.1"), {0xda, 0x00, 39}, Bytes(mapped.begin(), mapped.end()), Str("x")});
+  const Bytes gateways =
+      Join({{0x93}, Str("10.0.0.1"), {0xda, 0x00, 39}, Bytes(mapped.begin(), mapped.end()), Str("x")});
   CQeLocation source;
-  ASSERT_TRUE(source.DeserializeFromBytes(Array({Array({Array({Str("s")}), gateways}), Str("id"), Str("Office"),
-                                                 Str("note"), kFalse, {0x91, 0x05}})));
+  ASSERT_TRUE(source.DeserializeFromBytes(
+      Array({Array({Array({Str("s")}), gateways}), Str("id"), Str("Office"), Str("note"), kFalse, {0x91, 0x05}})));
   CQeLocation target;
   EXPECT_FALSE(target.AssignFrom(source));
   EXPECT_EQ(TextsOf(target, kGateway), (std::vector<std::wstring>{L"10.0.0.1", L"x"}));
@@ -367,8 +370,8 @@ TEST(QeLocation, WritesNamesOf31BytesAsFixstrAndOf32AsStr16) {
   CQeLocation location = Office();
   const auto written = [&](const Bytes& header, std::size_t length) {
     location.SetName(std::wstring(length, L'x'));
-    return BytesOf(location) == Blob::Join({{0x96}, kOfficeCriteria, Blob::Str("id"), header, Bytes(length, 'x'),
-                                            kOfficeEnd});
+    return BytesOf(location) ==
+           Blob::Join({{0x96}, kOfficeCriteria, Blob::Str("id"), header, Bytes(length, 'x'), kOfficeEnd});
   };
   EXPECT_TRUE(written({0xbf}, 31));
   EXPECT_TRUE(written({0xda, 0x00, 0x20}, 32));
@@ -412,7 +415,7 @@ TEST(QeLocation, TextsAreWrittenUpToTheirFirstNul) {
 }
 
 TEST(QeLocation, LoneSurrogateInAnyTextCannotBeWritten) {
-  for (void (CQeLocation::*const set)(const std::wstring&) :
+  for (void (CQeLocation::* const set)(const std::wstring&) :
        {&CQeLocation::SetId, &CQeLocation::SetName, &CQeLocation::SetNote}) {
     const PrintedErrors errors;
     CQeLocation location;
@@ -504,8 +507,8 @@ TEST(QeLocation, IndexesReadBeforeABadOneStay) {
   for (const Bytes& bad : {Bytes{0xff}, Bytes{0xd0, 0xff}, Bytes{0xca, 0x3f, 0x80, 0x00, 0x00}, Bytes{0xc0},
                            Bytes{0xcf, 0x00, 0x00, 0x00, 0x01, 0x00, 0x00, 0x00, 0x00}}) {
     CQeLocation location = Office();
-    const Bytes bytes = Blob::Join({{0x96}, kOfficeCriteria, Blob::Str("id"), Blob::Str("n"), Blob::Str(""),
-                                    Blob::kTrue, {0x92, 0x05}, bad});
+    const Bytes bytes = Blob::Join(
+        {{0x96}, kOfficeCriteria, Blob::Str("id"), Blob::Str("n"), Blob::Str(""), Blob::kTrue, {0x92, 0x05}, bad});
     EXPECT_FALSE(location.DeserializeFromBytes(bytes));
     EXPECT_EQ(IndexesOf(location), (Indexes{5, 300}));  // resized, and the second still holds its old value
   }
@@ -524,8 +527,8 @@ TEST(QeLocation, AnArrayOfFourBillionIsRefusedBeforeAnythingIsRead) {
   for (const Bytes& list : {Bytes{0xdd, 0xff, 0xff, 0xff, 0xff, 0x01}, Bytes{0xdf, 0xff, 0xff, 0xff, 0xff, 0x01}}) {
     CQeLocation location;
     const Bytes before = BytesOf(location);
-    EXPECT_FALSE(location.DeserializeFromBytes(Blob::Join(
-        {{0x96}, kOfficeCriteria, Blob::Str("id"), Blob::Str("n"), Blob::Str(""), Blob::kTrue, list})));
+    EXPECT_FALSE(location.DeserializeFromBytes(
+        Blob::Join({{0x96}, kOfficeCriteria, Blob::Str("id"), Blob::Str("n"), Blob::Str(""), Blob::kTrue, list})));
     EXPECT_EQ(BytesOf(location), before);
   }
 }

@@ -1,7 +1,7 @@
 #include "FwClient/Common/Utilities/StlStringUtfConv.h"
 
-#include <gtest/gtest.h>
 #include <windows.h>
+#include <gtest/gtest.h>
 
 #include <functional>
 #include <string>
@@ -72,10 +72,11 @@ TEST(StlStringUtfConv, EmptyTextNeedsNoConversion) {
   static int calls;
   calls = 0;
   const HMODULE program = ::GetModuleHandleW(nullptr);
-  const ImportPatch narrow(program, "WideCharToMultiByte",
-                           +[](UINT, DWORD, LPCWSTR, int, LPSTR, int, LPCSTR, LPBOOL) { return ++calls, 0; });
-  const ImportPatch wide(program, "MultiByteToWideChar",
-                         +[](UINT, DWORD, LPCSTR, int, LPWSTR, int) { return ++calls, 0; });
+  const ImportPatch narrow(
+      program, "WideCharToMultiByte",
+      +[](UINT, DWORD, LPCWSTR, int, LPSTR, int, LPCSTR, LPBOOL) { return ++calls, 0; });
+  const ImportPatch wide(
+      program, "MultiByteToWideChar", +[](UINT, DWORD, LPCSTR, int, LPWSTR, int) { return ++calls, 0; });
   EXPECT_EQ(ToUtf8(L""), "");
   EXPECT_EQ(ToWide(""), L"");
   EXPECT_EQ(ToUtf8(L"\0abc"sv), "");
@@ -91,22 +92,35 @@ TEST(StlStringUtfConv, CutsAtTheFirstNulAndLooksAtNothingBehindIt) {
 TEST(StlStringUtfConv, RefusesLoneSurrogates) {
   for (const std::wstring_view text : {L"\xd800"sv, L"\xdbff"sv, L"\xdc00"sv, L"\xdfff"sv,  //
                                        L"name \xd83d"sv, L"\xd83d name"sv, L"\xde00 name"sv,
-                                       L"\xde00\xd83d"sv,             // a pair the wrong way round
-                                       L"\xd83d\xd83d\xde00"sv,       // one too many before a pair
-                                       L"\xd83d\xde00\xde00"sv}) {    // and behind it
+                                       L"\xde00\xd83d"sv,           // a pair the wrong way round
+                                       L"\xd83d\xd83d\xde00"sv,     // one too many before a pair
+                                       L"\xd83d\xde00\xde00"sv}) {  // and behind it
     EXPECT_EQ(ErrorOf([&] { ToUtf8(text); }), ERROR_NO_UNICODE_TRANSLATION) << testing::PrintToString(text);
   }
 }
 
 TEST(StlStringUtfConv, RefusesWhatIsNoUtf8) {
-  for (const std::string_view text : {"\x80"sv, "\xbf"sv, "a\x80"sv,              // continuation without a start
-                                      "\xc3"sv, "\xe2\x82"sv, "\xf0\x9f\x98"sv,   // cut at the end
-                                      "\xc3z"sv, "\xe2\x82z"sv, "\xf0\x9f\x98z"sv,  // cut in the middle
-                                      "\xc0\x80"sv, "\xc1\xbf"sv, "\xe0\x9f\xbf"sv, "\xf0\x8f\xbf\xbf"sv,  // overlong
-                                      "\xed\xa0\x80"sv, "\xed\xbf\xbf"sv,         // surrogates
-                                      "\xed\xa0\xbd\xed\xb8\x80"sv,               // a pair of them
-                                      "\xf4\x90\x80\x80"sv, "\xf5\x80\x80\x80"sv,  // beyond the last plane
-                                      "\xf8\x88\x80\x80\x80"sv, "\xfe"sv, "\xff"sv,
+  for (const std::string_view text : {"\x80"sv,
+                                      "\xbf"sv,
+                                      "a\x80"sv,  // continuation without a start
+                                      "\xc3"sv,
+                                      "\xe2\x82"sv,
+                                      "\xf0\x9f\x98"sv,  // cut at the end
+                                      "\xc3z"sv,
+                                      "\xe2\x82z"sv,
+                                      "\xf0\x9f\x98z"sv,  // cut in the middle
+                                      "\xc0\x80"sv,
+                                      "\xc1\xbf"sv,
+                                      "\xe0\x9f\xbf"sv,
+                                      "\xf0\x8f\xbf\xbf"sv,  // overlong
+                                      "\xed\xa0\x80"sv,
+                                      "\xed\xbf\xbf"sv,              // surrogates
+                                      "\xed\xa0\xbd\xed\xb8\x80"sv,  // a pair of them
+                                      "\xf4\x90\x80\x80"sv,
+                                      "\xf5\x80\x80\x80"sv,  // beyond the last plane
+                                      "\xf8\x88\x80\x80\x80"sv,
+                                      "\xfe"sv,
+                                      "\xff"sv,
                                       "M\xfcnchen"sv}) {  // an 8-bit code page
     EXPECT_EQ(ErrorOf([&] { ToWide(text); }), ERROR_NO_UNICODE_TRANSLATION) << testing::PrintToString(text);
   }
@@ -148,10 +162,12 @@ int Answer() {
 class StlStringUtfConvFailure : public testing::TestWithParam<int> {
  protected:
   StlStringUtfConvFailure()
-      : m_narrow(::GetModuleHandleW(nullptr), "WideCharToMultiByte",
-                 +[](UINT, DWORD, LPCWSTR, int, LPSTR, int, LPCSTR, LPBOOL) { return Answer(); }),
-        m_wide(::GetModuleHandleW(nullptr), "MultiByteToWideChar",
-               +[](UINT, DWORD, LPCSTR, int, LPWSTR, int) { return Answer(); }) {}
+      : m_narrow(
+            ::GetModuleHandleW(nullptr), "WideCharToMultiByte",
+            +[](UINT, DWORD, LPCWSTR, int, LPSTR, int, LPCSTR, LPBOOL) { return Answer(); }),
+        m_wide(
+            ::GetModuleHandleW(nullptr), "MultiByteToWideChar",
+            +[](UINT, DWORD, LPCSTR, int, LPWSTR, int) { return Answer(); }) {}
 
   // The conversion's error when its system call number GetParam() fails with `error`.
   unsigned long Fail(DWORD error, const std::function<void()>& convert) {
