@@ -116,6 +116,15 @@ TEST(LaPacker, GrowsBeyondItsFirstBuffer) {
   }
 }
 
+TEST(LaPacker, StartsWith8192BytesAndDoubles) {
+  const HeapWatch heap;
+  LaPacker packer;
+  for (std::size_t i = 0; i < 8192; ++i) packer.Bool(true);
+  EXPECT_EQ(heap.BytesAskedFor(), 8192u);
+  packer.Bool(true);
+  EXPECT_EQ(heap.BytesAskedFor(), 8192u + 16384u);
+}
+
 // ---- reading single values ----
 
 // Hands the object of the bytes to `read`.
