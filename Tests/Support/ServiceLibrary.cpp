@@ -1,0 +1,36 @@
+#include "Tests/Support/ServiceLibrary.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+std::wstring ProgramFolder() {
+  std::wstring path(MAX_PATH, L'\0');
+  path.resize(::GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size())));
+  return path.substr(0, path.find_last_of(L'\\') + 1);
+}
+
+template <typename Function>
+Function FindExport(HMODULE module, const char* name) {
+  const FARPROC function = ::GetProcAddress(module, name);
+  if (function == nullptr) ADD_FAILURE() << "no export " << name;
+  return reinterpret_cast<Function>(reinterpret_cast<void*>(function));
+}
+
+}  // namespace
+
+ServiceLibrary::ServiceLibrary() : m_module(::LoadLibraryW((ProgramFolder() + L"QeLaLib.dll").c_str())) {
+  if (m_module == nullptr) {
+    ADD_FAILURE() << "QeLaLib.dll does not load, error " << ::GetLastError();
+    return;
+  }
+  m_getApi = FindExport<decltype(m_getApi)>(m_module, "GetQeLaApi");
+  m_getApiSmart = FindExport<decltype(m_getApiSmart)>(m_module, "GetQeLaApiSmart");
+}
+
+ServiceLibrary::~ServiceLibrary() { Unload(); }
+
+void ServiceLibrary::Unload() {
+  if (m_module != nullptr) ::FreeLibrary(m_module);
+  m_module = nullptr;
+}
