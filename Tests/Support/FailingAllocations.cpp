@@ -10,7 +10,6 @@ using HeapAllocFunction = void* WINAPI(HANDLE, DWORD, SIZE_T);
 // Plain data, so that a replacement allocates nothing itself.
 DWORD g_thread = 0;  // the thread whose allocations fail; 0 for none
 std::size_t g_left = 0;
-bool g_andAllLater = false;
 bool g_failed = false;
 
 Malloc* g_malloc;
@@ -20,12 +19,7 @@ HeapAllocFunction* g_heapAlloc;
 
 bool Fails() {
   if (g_thread != ::GetCurrentThreadId()) return false;
-  if (g_left > 1) {
-    --g_left;
-    return false;
-  }
-  if (g_left == 0 && !g_andAllLater) return false;
-  g_left = 0;
+  if (g_left == 0 || --g_left > 0) return false;
   g_failed = true;
   return true;
 }
@@ -56,9 +50,8 @@ FailingAllocations::~FailingAllocations() {
   m_patches.clear();
 }
 
-void FailingAllocations::Arm(std::size_t nth, bool andAllLater) {
+void FailingAllocations::Arm(std::size_t nth) {
   g_left = nth;
-  g_andAllLater = andAllLater;
   g_failed = false;
   g_thread = ::GetCurrentThreadId();
 }

@@ -17,9 +17,7 @@ class FailingAllocations {
   ~FailingAllocations();
   FailingAllocations(const FailingAllocations&) = delete;
   FailingAllocations& operator=(const FailingAllocations&) = delete;
-
-  // `andAllLater`: memory has run out for good, not for one allocation only.
-  void Arm(std::size_t nth, bool andAllLater = false);
+  void Arm(std::size_t nth);
 
   // Ends the failing and tells whether an allocation has failed.
   bool Disarm();
