@@ -98,7 +98,9 @@ bool CQeLaLib::StartDiscovery(QeLaLocationsChanged callback) {
   if (m_discoveryRunning.exchange(true)) return true;
 
   const auto start = [this] {
+    // All memory comes first: what is opened below has no owner that an exception would find.
     auto run = std::make_shared<DiscoveryRun>();
+    auto argument = std::make_unique<std::shared_ptr<DiscoveryRun>>(run);
     run->service = this;
     run->stopEvent = m_stopEvent = ::CreateEventW(nullptr, FALSE, FALSE, nullptr);
     if (m_stopEvent == nullptr) return false;
@@ -107,7 +109,6 @@ bool CQeLaLib::StartDiscovery(QeLaLocationsChanged callback) {
     if (!::GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS,
                               reinterpret_cast<const wchar_t*>(&CQeLaLib::DiscoveryThread), &run->module))
       return false;
-    auto argument = std::make_unique<std::shared_ptr<DiscoveryRun>>(run);
     m_run = run;
     m_discoveryThread = ::CreateThread(nullptr, 0, &CQeLaLib::DiscoveryThread, argument.get(), 0, nullptr);
     if (m_discoveryThread == nullptr) {
