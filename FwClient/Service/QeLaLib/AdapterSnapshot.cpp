@@ -1,5 +1,6 @@
 #include "FwClient/Service/QeLaLib/AdapterSnapshot.h"
 
+#include <new>
 #include <string_view>
 #include <utility>
 
@@ -135,7 +136,11 @@ bool CQeLaLib::BuildAdapterSnapshot() {
   AdapterBuffer buffer;
   if (!QueryAdapters(buffer)) return false;
   LA_LOG(kLogInfo, L"GetAdaptersAddresses succeeds, the return value is : %lu", static_cast<unsigned long>(NO_ERROR));
-  AppendAdapters(buffer.get(), m_adapters);
+  try {
+    AppendAdapters(buffer.get(), m_adapters);
+  } catch (const std::bad_alloc&) {
+    m_adapters.clear();  // some adapters would pass for all of them
+  }
   return !m_adapters.empty();
 }
 
