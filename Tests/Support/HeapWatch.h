@@ -4,6 +4,7 @@
 #include <windows.h>
 
 #include <cstddef>
+#include <initializer_list>
 
 #include "Tests/Support/ImportPatch.h"
 
@@ -55,8 +56,9 @@ template <typename Scenario>
 void FailEveryAllocation(Scenario scenario) {
   WarmUpExceptions();
   for (const HeapWatch::Failing failing : {HeapWatch::Failing::Once, HeapWatch::Failing::FromThenOn}) {
-    bool failed = true;
-    for (std::size_t n = 0; failed; ++n) {
+    std::size_t n = 0;
+    bool failed = false;
+    do {
       std::ptrdiff_t left = 0;
       {
         HeapWatch heap;
@@ -68,6 +70,7 @@ void FailEveryAllocation(Scenario scenario) {
         left = heap.BlocksLeft();
       }
       ExpectNothingLeft(left, n);
-    }
+      ++n;
+    } while (failed);
   }
 }
