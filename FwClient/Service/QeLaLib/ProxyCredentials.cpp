@@ -1,0 +1,3 @@
+#include "FwClient/Service/QeLaLib/ProxyCredentials.h"
+
+bool GetProxyCredentials(ProxyContext&, const std::wstring&) { return true; }
