@@ -1,0 +1,204 @@
+#include <BLFramework.h>
+#include <BLFrameworkHost.h>
+#include <windows.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <cwchar>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+struct BLObject {};
+
+namespace {
+
+constexpr int kStatusFailed = 1;
+constexpr int kStatusUnknown = 2;  // no such object, handle or method, or not initialized
+
+struct NamedText {
+  std::optional<std::wstring> name;
+  std::optional<std::wstring> text;
+};
+
+struct State {
+  std::mutex lock;
+  std::function<KzVariant*()> buildAnswer;
+  std::optional<std::pair<std::string, int>> failure;
+  unsigned int initializations = 0;
+  std::set<BLObjectHandle> handles;
+  std::map<void*, std::size_t> blocks;
+};
+
+// Never destroyed: a host's thread may still be in a call when the process ends.
+State& TheState() {
+  static State* const state = new State;
+  return *state;
+}
+
+std::optional<std::wstring> EnvironmentText(const wchar_t* variable) {
+  const DWORD units = ::GetEnvironmentVariableW(variable, nullptr, 0);
+  if (units == 0) return std::nullopt;
+  std::wstring text(units, L'\0');
+  text.resize(::GetEnvironmentVariableW(variable, text.data(), units));
+  return text;
+}
+
+// The status with which the call is to fail, or 0.
+int InjectedStatus(const State& state, const char* function) {
+  if (state.failure.has_value()) return state.failure->first == function ? state.failure->second : 0;
+  const std::optional<std::wstring> name = EnvironmentText(L"BLFRAMEWORK_FAIL");
+  return name.has_value() && *name == std::wstring(function, function + std::strlen(function)) ? kStatusFailed : 0;
+}
+
+[[noreturn]] void EndProcess(const char* reason) {
+  std::fprintf(stderr, "blframework: %s\n", reason);
+  std::abort();
+}
+
+void* Allocate(State& state, std::size_t bytes) {
+  void* const block = std::malloc(bytes);
+  if (block != nullptr) state.blocks[block] = bytes;
+  return block;
+}
+
+KzVariant* BuildList(const std::vector<NamedText>& texts) {
+  std::vector<KzvElement> elements;
+  for (const NamedText& text : texts)
+    elements.push_back({text.name ? text.name->c_str() : nullptr, text.text ? text.text->c_str() : nullptr});
+  return BuildNewKzVariantList(elements.data(), static_cast<std::uint32_t>(elements.size()),
+                               [](std::size_t bytes) { return Allocate(TheState(), bytes); });
+}
+
+KzVariant* BuildAnswerFromEnvironment() {
+  std::vector<NamedText> texts;
+  if (auto user = EnvironmentText(L"BLFRAMEWORK_PROXY_USER")) texts.push_back({L"userName", std::move(user)});
+  if (auto password = EnvironmentText(L"BLFRAMEWORK_PROXY_PASSWORD")) texts.push_back({L"password", std::move(password)});
+  return BuildList(texts);
+}
+
+void SetAnswer(std::function<KzVariant*()> buildAnswer) {
+  State& state = TheState();
+  const std::lock_guard lock(state.lock);
+  state.buildAnswer = std::move(buildAnswer);
+}
+
+}  // namespace
+
+int BLFrameworkInit() noexcept {
+  State& state = TheState();
+  const std::lock_guard lock(state.lock);
+  const int status = InjectedStatus(state, "BLFrameworkInit");
+  if (status == 0) ++state.initializations;
+  return status;
+}
+
+void BLFrameworkCleanUp() noexcept {
+  State& state = TheState();
+  const std::lock_guard lock(state.lock);
+  if (state.initializations == 0) EndProcess("BLFrameworkCleanUp without BLFrameworkInit");
+  --state.initializations;
+}
+
+int BLGetObjectHandle(const char* objectName, unsigned int, unsigned int, BLObjectHandle* objectHandle) noexcept {
+  State& state = TheState();
+  const std::lock_guard lock(state.lock);
+  if (const int status = InjectedStatus(state, "BLGetObjectHandle"); status != 0) return status;
+  if (state.initializations == 0 || objectName == nullptr || std::strcmp(objectName, "RVX") != 0) return kStatusUnknown;
+  *objectHandle = *state.handles.insert(new BLObject).first;
+  return 0;
+}
+
+int BLReleaseObjectHandle(BLObjectHandle objectHandle) noexcept {
+  State& state = TheState();
+  const std::lock_guard lock(state.lock);
+  if (state.handles.erase(objectHandle) == 0) EndProcess("BLReleaseObjectHandle of an unknown handle");
+  delete objectHandle;
+  return InjectedStatus(state, "BLReleaseObjectHandle");
+}
+
+int BLInvokeMethod(BLObjectHandle objectHandle, const char* method, const KzVariant* argument,
+                   KzVariant** answer) noexcept {
+  State& state = TheState();
+  const std::lock_guard lock(state.lock);
+  if (const int status = InjectedStatus(state, "BLInvokeMethod"); status != 0) return status;
+  const wchar_t* const text = KzvView(argument).String();
+  if (state.handles.count(objectHandle) == 0 || std::strcmp(method, "proxyCredentials") != 0 || text == nullptr ||
+      std::wcscmp(text, L"proxyCredentials") != 0)
+    return kStatusUnknown;
+  *answer = state.buildAnswer ? state.buildAnswer() : BuildAnswerFromEnvironment();
+  return 0;
+}
+
+void* BLAlloc(std::size_t bytes) noexcept {
+  State& state = TheState();
+  const std::lock_guard lock(state.lock);
+  return InjectedStatus(state, "BLAlloc") == 0 ? Allocate(state, bytes) : nullptr;
+}
+
+void BLFree(void* memory) noexcept {
+  if (memory == nullptr) return;
+  State& state = TheState();
+  const std::lock_guard lock(state.lock);
+  const auto block = state.blocks.find(memory);
+  if (block == state.blocks.end()) EndProcess("BLFree of memory that is not the framework's");
+  ::SecureZeroMemory(memory, block->second);  // an answer may hold a password
+  state.blocks.erase(block);
+  std::free(memory);
+}
+
+namespace BLFrameworkHost {
+
+void setAnswer(const KzvElement* elements, std::uint32_t count) {
+  std::vector<NamedText> texts(count);
+  for (std::uint32_t i = 0; i < count; ++i) {
+    if (elements[i].name != nullptr) texts[i].name = elements[i].name;
+    if (elements[i].text != nullptr) texts[i].text = elements[i].text;
+  }
+  SetAnswer([texts = std::move(texts)] { return BuildList(texts); });
+}
+
+void setProxyCredentials(const wchar_t* userName, const wchar_t* password) {
+  const KzvElement elements[] = {{L"userName", userName}, {L"password", password}};
+  setAnswer(elements, 2);
+}
+
+void setNullAnswer() {
+  SetAnswer([]() -> KzVariant* { return nullptr; });
+}
+
+void setTextAnswer(const wchar_t* text) {
+  SetAnswer([copy = std::wstring(text)] {
+    return KzvString(copy.c_str(), nullptr, 0).BuildNewKzVariant([](std::size_t bytes) {
+      return Allocate(TheState(), bytes);
+    });
+  });
+}
+
+void failCall(const char* function, int status) {
+  State& state = TheState();
+  const std::lock_guard lock(state.lock);
+  state.failure.reset();
+  if (function != nullptr) state.failure.emplace(function, status);
+}
+
+void reset() {
+  SetAnswer(nullptr);
+  failCall(nullptr, 0);
+}
+
+InUse inUse() {
+  State& state = TheState();
+  const std::lock_guard lock(state.lock);
+  return {state.initializations, static_cast<unsigned int>(state.handles.size()),
+          static_cast<unsigned int>(state.blocks.size())};
+}
+
+}  // namespace BLFrameworkHost
