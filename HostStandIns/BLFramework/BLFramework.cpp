@@ -1,6 +1,6 @@
+#include <windows.h>
 #include <BLFramework.h>
 #include <BLFrameworkHost.h>
-#include <windows.h>
 
 #include <cstdint>
 #include <cstdio>
@@ -31,7 +31,8 @@ struct NamedText {
 struct State {
   std::mutex lock;
   std::function<KzVariant*()> buildAnswer;
-  std::optional<std::pair<std::string, int>> failure;
+  std::string failingCall;  // empty: none
+  int failureStatus = 0;
   unsigned int initializations = 0;
   std::set<BLObjectHandle> handles;
   std::map<void*, std::size_t> blocks;
@@ -53,7 +54,7 @@ std::optional<std::wstring> EnvironmentText(const wchar_t* variable) {
 
 // The status with which the call is to fail, or 0.
 int InjectedStatus(const State& state, const char* function) {
-  if (state.failure.has_value()) return state.failure->first == function ? state.failure->second : 0;
+  if (!state.failingCall.empty()) return state.failingCall == function ? state.failureStatus : 0;
   const std::optional<std::wstring> name = EnvironmentText(L"BLFRAMEWORK_FAIL");
   return name.has_value() && *name == std::wstring(function, function + std::strlen(function)) ? kStatusFailed : 0;
 }
@@ -80,7 +81,8 @@ KzVariant* BuildList(const std::vector<NamedText>& texts) {
 KzVariant* BuildAnswerFromEnvironment() {
   std::vector<NamedText> texts;
   if (auto user = EnvironmentText(L"BLFRAMEWORK_PROXY_USER")) texts.push_back({L"userName", std::move(user)});
-  if (auto password = EnvironmentText(L"BLFRAMEWORK_PROXY_PASSWORD")) texts.push_back({L"password", std::move(password)});
+  if (auto password = EnvironmentText(L"BLFRAMEWORK_PROXY_PASSWORD"))
+    texts.push_back({L"password", std::move(password)});
   return BuildList(texts);
 }
 
@@ -185,8 +187,8 @@ void setTextAnswer(const wchar_t* text) {
 void failCall(const char* function, int status) {
   State& state = TheState();
   const std::lock_guard lock(state.lock);
-  state.failure.reset();
-  if (function != nullptr) state.failure.emplace(function, status);
+  state.failingCall = function == nullptr ? "" : function;
+  state.failureStatus = status;
 }
 
 void reset() {

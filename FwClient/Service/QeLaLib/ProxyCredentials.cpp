@@ -1,8 +1,8 @@
 #include "FwClient/Service/QeLaLib/ProxyCredentials.h"
 
+#include <windows.h>
 #include <BLFramework.h>
 #include <KzVariantExport.h>
-#include <windows.h>
 
 #include <cstdint>
 #include <optional>
