@@ -25,8 +25,8 @@ BLFRAMEWORK_API void setProxyCredentials(const wchar_t* userName, const wchar_t*
 BLFRAMEWORK_API void setNullAnswer();
 BLFRAMEWORK_API void setTextAnswer(const wchar_t* text);
 
-// Makes a call that can fail do so with this status, until another is named: BLFrameworkInit, BLGetObjectHandle,
-// BLInvokeMethod, BLReleaseObjectHandle, or BLAlloc, which returns null. A null name: none fails.
+// Makes a call that can fail do so with this status, which is not 0, until another is named: BLFrameworkInit,
+// BLGetObjectHandle, BLInvokeMethod, BLReleaseObjectHandle, or BLAlloc, which returns null. A null name: none fails.
 BLFRAMEWORK_API void failCall(const char* function, int status);
 
 // Forgets everything that was set.

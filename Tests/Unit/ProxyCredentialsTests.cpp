@@ -1,0 +1,360 @@
+#include "FwClient/Service/QeLaLib/ProxyCredentials.h"
+
+#include <windows.h>
+#include <BLFrameworkHost.h>
+#include <gtest/gtest.h>
+#include <malloc.h>
+
+#include <algorithm>
+#include <cstring>
+#include <iterator>
+#include <memory>
+#include <new>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Tests/Support/ImportPatch.h"
+#include "Tests/Support/LogRecorder.h"
+
+namespace {
+
+using Calls = std::vector<std::string>;
+
+// Writes down every call to the framework, with what matters of its arguments, and passes it on.
+class FrameworkSpy {
+ public:
+  FrameworkSpy() { s_self = this; }
+  ~FrameworkSpy() { s_self = nullptr; }
+  FrameworkSpy(const FrameworkSpy&) = delete;
+  FrameworkSpy& operator=(const FrameworkSpy&) = delete;
+
+  Calls calls;
+
+ private:
+  static std::string Narrow(const wchar_t* text) {
+    return text == nullptr ? "null" : std::string(text, text + std::wcslen(text));
+  }
+  static std::string Name(const void* block) {
+    return block == s_self->m_argument ? "argument" : block == s_self->m_answer ? "answer" : "unknown";
+  }
+  static void Add(std::string call) { s_self->calls.push_back(std::move(call)); }
+
+  static inline FrameworkSpy* s_self = nullptr;
+  void* m_argument = nullptr;
+  KzVariant* m_answer = nullptr;
+  BLObjectHandle m_handle = nullptr;
+
+  const HMODULE m_module = ::GetModuleHandleW(nullptr);
+  ImportPatch m_init{m_module, "BLFrameworkInit", +[]() {
+                       Add("BLFrameworkInit");
+                       return s_self->m_init.Original<decltype(BLFrameworkInit)>()();
+                     }};
+  ImportPatch m_cleanUp{m_module, "BLFrameworkCleanUp", +[]() {
+                          Add("BLFrameworkCleanUp");
+                          s_self->m_cleanUp.Original<decltype(BLFrameworkCleanUp)>()();
+                        }};
+  ImportPatch m_get{m_module, "BLGetObjectHandle",
+                    +[](const char* name, unsigned int first, unsigned int second, BLObjectHandle* handle) {
+                      Add("BLGetObjectHandle " + std::string(name == nullptr ? "null" : name) + " " +
+                          std::to_string(first) + " " + std::to_string(second));
+                      const int status =
+                          s_self->m_get.Original<decltype(BLGetObjectHandle)>()(name, first, second, handle);
+                      s_self->m_handle = *handle;
+                      return status;
+                    }};
+  ImportPatch m_release{m_module, "BLReleaseObjectHandle", +[](BLObjectHandle handle) {
+                          Add(handle == s_self->m_handle ? "BLReleaseObjectHandle" : "BLReleaseObjectHandle unknown");
+                          return s_self->m_release.Original<decltype(BLReleaseObjectHandle)>()(handle);
+                        }};
+  ImportPatch m_alloc{m_module, "BLAlloc", +[](std::size_t bytes) {
+                        Add("BLAlloc");
+                        return s_self->m_argument = s_self->m_alloc.Original<decltype(BLAlloc)>()(bytes);
+                      }};
+  ImportPatch m_invoke{m_module, "BLInvokeMethod",
+                       +[](BLObjectHandle handle, const char* method, const KzVariant* argument, KzVariant** answer) {
+                         Add(std::string("BLInvokeMethod ") + method + "(" + Narrow(KzvView(argument).String()) + ")");
+                         const int status =
+                             s_self->m_invoke.Original<decltype(BLInvokeMethod)>()(handle, method, argument, answer);
+                         s_self->m_answer = *answer;
+                         return status;
+                       }};
+  ImportPatch m_free{m_module, "BLFree", +[](void* block) {
+                       Add("BLFree " + Name(block));
+                       s_self->m_free.Original<decltype(BLFree)>()(block);
+                     }};
+};
+
+class ProxyCredentials : public testing::Test {
+ protected:
+  ~ProxyCredentials() override {
+    const BLFrameworkHost::InUse inUse = BLFrameworkHost::inUse();
+    EXPECT_EQ(inUse.initializations, 0u);
+    EXPECT_EQ(inUse.objectHandles, 0u);
+    EXPECT_EQ(inUse.blocks, 0u);
+    EXPECT_TRUE(m_log.Texts().empty()) << "credentials, and how they are fetched, never reach the log";
+    BLFrameworkHost::reset();
+  }
+
+  // What a context holds after a fetch; it held `user` and `password` before.
+  void ExpectFetched(std::wstring_view userBefore, std::wstring_view passwordBefore, std::wstring_view user,
+                     std::wstring_view password) {
+    ProxyContext context;
+    AssignSecret(context.userName, userBefore);
+    AssignSecret(context.password, passwordBefore);
+    EXPECT_TRUE(GetProxyCredentials(context, L"host.example"));
+    EXPECT_EQ(context.userName, user);
+    EXPECT_EQ(context.password, password);
+  }
+
+  void ExpectFetched(std::wstring_view user, std::wstring_view password) { ExpectFetched(L"", L"", user, password); }
+
+  template <std::size_t kCount>
+  void Answer(const KzvElement (&elements)[kCount]) {
+    BLFrameworkHost::setAnswer(elements, kCount);
+  }
+
+  // The calls of one fetch that leaves the context as it was.
+  Calls CallsOfFailedFetch() {
+    FrameworkSpy spy;
+    ExpectFetched(L"old user", L"old password", L"old user", L"old password");
+    return spy.calls;
+  }
+
+ private:
+  LogRecorder m_log;
+};
+
+TEST_F(ProxyCredentials, AreTheTextsOfTheAnswer) {
+  BLFrameworkHost::setProxyCredentials(L"Zoë", L"correct horse battery staple");
+  ExpectFetched(L"Zoë", L"correct horse battery staple");
+}
+
+TEST_F(ProxyCredentials, AreFoundWhateverTheCaseOfTheirNames) {
+  Answer({{L"USERNAME", L"user"}, {L"Password", L"secret"}});
+  ExpectFetched(L"user", L"secret");
+}
+
+TEST_F(ProxyCredentials, ElementsOfOtherNamesAreIgnored) {
+  Answer({{L"userNameX", L"1"},
+          {L"pass", L"2"},
+          {L"userNam", L"3"},
+          {L"passwordX", L"4"},
+          {L" password", L"5"},
+          {L"", L"6"},
+          {nullptr, L"7"}});
+  ExpectFetched(L"before", L"before", L"before", L"before");
+}
+
+TEST_F(ProxyCredentials, LaterElementsOverwriteEarlierOnes) {
+  Answer({{L"password", L"a first password of some length"},
+          {L"userName", L"first"},
+          {L"username", L"second, which is longer than what a string holds in itself"},
+          {L"PASSWORD", L"2"}});
+  ExpectFetched(L"second, which is longer than what a string holds in itself", L"2");
+}
+
+TEST_F(ProxyCredentials, AnEmptyTextOverwritesToo) {
+  Answer({{L"userName", L"user"}, {L"userName", L""}, {L"password", L""}});
+  ExpectFetched(L"before", L"before", L"", L"");
+}
+
+TEST_F(ProxyCredentials, WhatTheAnswerLeavesOutStaysAsItWas) {
+  Answer({{L"password", L"new"}});
+  ExpectFetched(L"old user", L"old password", L"old user", L"new");
+}
+
+TEST_F(ProxyCredentials, ElementsThatAreNoTextsAreIgnored) {
+  Answer({{L"userName", nullptr}, {L"password", nullptr}});
+  ExpectFetched(L"old user", L"old password", L"old user", L"old password");
+}
+
+TEST_F(ProxyCredentials, AreNoneWhenNothingWasSet) { ExpectFetched(L"", L""); }
+
+TEST_F(ProxyCredentials, TheFrameworkIsCalledInItsOrder) {
+  BLFrameworkHost::setProxyCredentials(L"user", L"secret");
+  FrameworkSpy spy;
+  ExpectFetched(L"user", L"secret");
+  EXPECT_EQ(spy.calls, (Calls{"BLFrameworkInit", "BLGetObjectHandle RVX 0 0", "BLAlloc",
+                              "BLInvokeMethod proxyCredentials(proxyCredentials)", "BLFree answer",
+                              "BLReleaseObjectHandle", "BLFree argument", "BLFrameworkCleanUp"}));
+}
+
+TEST_F(ProxyCredentials, AFrameworkThatDoesNotStartIsAskedForNothing) {
+  BLFrameworkHost::setProxyCredentials(L"user", L"secret");
+  BLFrameworkHost::failCall("BLFrameworkInit", 5);
+  EXPECT_EQ(CallsOfFailedFetch(), (Calls{"BLFrameworkInit"}));
+}
+
+TEST_F(ProxyCredentials, AnUnavailableObjectEndsInCleanUp) {
+  BLFrameworkHost::setProxyCredentials(L"user", L"secret");
+  BLFrameworkHost::failCall("BLGetObjectHandle", -1);
+  EXPECT_EQ(CallsOfFailedFetch(), (Calls{"BLFrameworkInit", "BLGetObjectHandle RVX 0 0", "BLFrameworkCleanUp"}));
+}
+
+TEST_F(ProxyCredentials, WithoutMemoryForTheArgumentTheMethodIsNotInvoked) {
+  BLFrameworkHost::setProxyCredentials(L"user", L"secret");
+  BLFrameworkHost::failCall("BLAlloc", 1);
+  EXPECT_EQ(CallsOfFailedFetch(), (Calls{"BLFrameworkInit", "BLGetObjectHandle RVX 0 0", "BLAlloc",
+                                         "BLReleaseObjectHandle", "BLFrameworkCleanUp"}));
+}
+
+TEST_F(ProxyCredentials, AFailedMethodReleasesHandleThenArgument) {
+  BLFrameworkHost::setProxyCredentials(L"user", L"secret");
+  BLFrameworkHost::failCall("BLInvokeMethod", 1);
+  EXPECT_EQ(CallsOfFailedFetch(), (Calls{"BLFrameworkInit", "BLGetObjectHandle RVX 0 0", "BLAlloc",
+                                         "BLInvokeMethod proxyCredentials(proxyCredentials)", "BLReleaseObjectHandle",
+                                         "BLFree argument", "BLFrameworkCleanUp"}));
+}
+
+TEST_F(ProxyCredentials, WhatAFailedMethodLeavesAsItsAnswerIsNotTouched) {
+  const ImportPatch patch(
+      ::GetModuleHandleW(nullptr), "BLInvokeMethod",
+      +[](BLObjectHandle, const char*, const KzVariant*, KzVariant** answer) {
+        *answer = reinterpret_cast<KzVariant*>(0x1);  // reading or freeing it would crash
+        return 1;
+      });
+  ExpectFetched(L"old user", L"old password", L"old user", L"old password");
+}
+
+TEST_F(ProxyCredentials, AFailedReleaseOfTheObjectChangesNothing) {
+  BLFrameworkHost::setProxyCredentials(L"user", L"secret");
+  BLFrameworkHost::failCall("BLReleaseObjectHandle", 1);
+  ExpectFetched(L"user", L"secret");
+}
+
+TEST_F(ProxyCredentials, AnAnswerThatIsNoListIsFreedAndIgnored) {
+  BLFrameworkHost::setTextAnswer(L"password");
+  const Calls calls = CallsOfFailedFetch();
+  EXPECT_EQ(std::count(calls.begin(), calls.end(), "BLFree answer"), 1);
+}
+
+TEST_F(ProxyCredentials, AMissingAnswerIsIgnored) {
+  BLFrameworkHost::setNullAnswer();
+  const Calls calls = CallsOfFailedFetch();
+  EXPECT_EQ(calls.back(), "BLFrameworkCleanUp");
+}
+
+TEST_F(ProxyCredentials, TheObjectsNameIsConvertedToTheThreadsCodePage) {
+  static int s_calls;
+  s_calls = 0;
+  const ImportPatch patch(
+      ::GetModuleHandleW(nullptr), "WideCharToMultiByte",
+      +[](UINT page, DWORD flags, const wchar_t* text, int length, char* buffer, int bytes,
+          const char* defaultCharacter, BOOL* usedDefault) WINAPI {
+        if (page == CP_THREAD_ACP) {
+          ++s_calls;
+          EXPECT_EQ(flags, 0u);
+          EXPECT_STREQ(text, L"RVX");
+          EXPECT_EQ(length, -1);
+          EXPECT_EQ(bytes, 8);
+          EXPECT_EQ(defaultCharacter, nullptr);
+          EXPECT_EQ(usedDefault, nullptr);
+          std::strcpy(buffer, "qqq");
+        }
+        return 4;
+      });
+  EXPECT_EQ(CallsOfFailedFetch(), (Calls{"BLFrameworkInit", "BLGetObjectHandle qqq 0 0", "BLFrameworkCleanUp"}));
+  EXPECT_EQ(s_calls, 1);
+}
+
+TEST_F(ProxyCredentials, ANameThatCannotBeConvertedIsNotPassed) {
+  const ImportPatch patch(
+      ::GetModuleHandleW(nullptr), "WideCharToMultiByte",
+      +[](UINT, DWORD, const wchar_t*, int, char* buffer, int, const char*, BOOL*) WINAPI {
+        buffer[0] = 'R';  // what a conversion that fails half-way leaves behind
+        return 0;
+      });
+  EXPECT_EQ(CallsOfFailedFetch(), (Calls{"BLFrameworkInit", "BLGetObjectHandle null 0 0", "BLFrameworkCleanUp"}));
+}
+
+constexpr std::size_t kHugeBytes = 1'000'000;
+
+TEST_F(ProxyCredentials, WantOfMemoryReachesTheCallerAfterEverythingWasReleased) {
+  const std::wstring huge(kHugeBytes, L'x');
+  BLFrameworkHost::setProxyCredentials(huge.c_str(), huge.c_str());
+  FrameworkSpy spy;
+  ProxyContext context;
+  {
+    static const ImportPatch* s_malloc;
+    const ImportPatch patch(
+        ::GetModuleHandleW(nullptr), "malloc", +[](std::size_t bytes) -> void* {
+          return bytes > kHugeBytes ? nullptr : s_malloc->Original<decltype(std::malloc)>()(bytes);
+        });
+    s_malloc = &patch;
+    EXPECT_THROW(GetProxyCredentials(context, L"host.example"), std::bad_alloc);
+  }
+  EXPECT_EQ(spy.calls, (Calls{"BLFrameworkInit", "BLGetObjectHandle RVX 0 0", "BLAlloc",
+                              "BLInvokeMethod proxyCredentials(proxyCredentials)", "BLFree answer",
+                              "BLReleaseObjectHandle", "BLFree argument", "BLFrameworkCleanUp"}));
+}
+
+// Looks into every heap block that the library frees.
+class FreedMemorySpy {
+ public:
+  explicit FreedMemorySpy(std::wstring_view secret) : m_secret(secret) { s_self = this; }
+  ~FreedMemorySpy() { s_self = nullptr; }
+  FreedMemorySpy(const FreedMemorySpy&) = delete;
+  FreedMemorySpy& operator=(const FreedMemorySpy&) = delete;
+
+  int BlocksWithSecret() const { return m_found; }
+
+ private:
+  static void Free(void* block) {
+    if (block != nullptr) {
+      const std::wstring_view units(static_cast<const wchar_t*>(block), ::_msize(block) / sizeof(wchar_t));
+      if (units.find(s_self->m_secret) != std::wstring_view::npos) ++s_self->m_found;
+    }
+    s_self->m_free.Original<decltype(std::free)>()(block);
+  }
+
+  static inline FreedMemorySpy* s_self = nullptr;
+  const std::wstring_view m_secret;
+  int m_found = 0;
+  ImportPatch m_free{::GetModuleHandleW(nullptr), "free", &FreedMemorySpy::Free};
+};
+
+TEST_F(ProxyCredentials, LeaveNoCopyOnTheHeap) {
+  // Each is longer than the one before, so that the string moves to a new block.
+  std::wstring answers[4];
+  for (std::size_t i = 0; i < std::size(answers); ++i)
+    answers[i] = std::wstring(i * 100, L'-') + L"the secret" + std::wstring(i * 100, L'-');
+  Answer({{L"password", answers[0].c_str()},
+          {L"password", answers[1].c_str()},
+          {L"userName", answers[2].c_str()},
+          {L"userName", answers[3].c_str()},
+          {L"password", L"short"}});
+  const FreedMemorySpy spy(L"the secret");
+  {
+    auto context = std::make_unique<ProxyContext>();
+    EXPECT_TRUE(GetProxyCredentials(*context, L"host.example"));
+    EXPECT_TRUE(GetProxyCredentials(*context, L"host.example"));
+    EXPECT_EQ(context->userName, answers[3]);
+    context.reset();
+  }
+  EXPECT_EQ(spy.BlocksWithSecret(), 0);
+  // The spy does see a text that is freed as it is.
+  {
+    const std::wstring unwiped(answers[1]);
+  }
+  EXPECT_EQ(spy.BlocksWithSecret(), 1);
+}
+
+TEST_F(ProxyCredentials, ThatAreShortAreWipedFromTheContextItself) {
+  alignas(ProxyContext) unsigned char memory[sizeof(ProxyContext)] = {};
+  auto* const context = ::new (memory) ProxyContext;
+  BLFrameworkHost::setProxyCredentials(L"usr", L"secret");
+  EXPECT_TRUE(GetProxyCredentials(*context, L"host.example"));
+  const auto holds = [&memory](std::wstring_view text) {
+    const auto* const bytes = reinterpret_cast<const unsigned char*>(text.data());
+    return std::search(std::begin(memory), std::end(memory), bytes, bytes + text.size() * sizeof(wchar_t)) !=
+           std::end(memory);
+  };
+  EXPECT_TRUE(holds(L"usr"));
+  EXPECT_TRUE(holds(L"secret"));
+  context->~ProxyContext();
+  EXPECT_FALSE(holds(L"usr"));
+  EXPECT_FALSE(holds(L"secret"));
+}
+
+}  // namespace
