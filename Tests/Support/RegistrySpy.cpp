@@ -25,7 +25,9 @@ RegistrySpy::~RegistrySpy() { s_self = nullptr; }
 LSTATUS WINAPI RegistrySpy::OnOpen(HKEY hive, LPCWSTR subkey, DWORD options, REGSAM access, PHKEY key) {
   s_self->opens.push_back({hive, subkey, access});
   if (const std::optional<LSTATUS> status = TakeNext(s_self->openScript)) return *status;
-  const LSTATUS status = s_self->m_openPatch.Original<decltype(::RegOpenKeyExW)>()(hive, subkey, options, access, key);
+  const std::wstring target = s_self->redirect ? s_self->redirect(s_self->opens.back()) : subkey;
+  const LSTATUS status =
+      s_self->m_openPatch.Original<decltype(::RegOpenKeyExW)>()(hive, target.c_str(), options, access, key);
   if (status == ERROR_SUCCESS) s_self->m_open.push_back(*key);
   return status;
 }

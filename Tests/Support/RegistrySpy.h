@@ -4,6 +4,7 @@
 #include <windows.h>
 
 #include <deque>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -34,6 +35,10 @@ class RegistrySpy {
   // The status of the next calls in turn; nothing, or no entry left: the real call.
   std::deque<std::optional<LSTATUS>> openScript;
   std::deque<std::optional<LSTATUS>> queryScript;
+
+  // Where an opening goes instead of its own subkey; for tests of a fixed key, which all tests would share. Set it for
+  // every key that the module opens, or not at all.
+  std::function<std::wstring(const Open&)> redirect;
 
   std::vector<Open> opens;
   std::vector<Query> queries;

@@ -1,8 +1,114 @@
 #include "FwClient/Service/QeLaLib/QeLaLib.h"
 
+#include <windns.h>
+
 #include <new>
 
 #include "FwClient/Common/Utilities/ScopeGuards.h"
+#include "FwClient/Common/Utilities/UniqueHandle.h"
+#include "FwClient/Service/QeLaLib/LaLog.h"
+#include "FwClient/Service/QeLaLib/ZeltServerList.h"
+
+namespace {
+
+// Where the management agent keeps its servers. An agent of 32 bits keeps them in the 32-bit view.
+constexpr wchar_t kAgentKey[] = L"SOFTWARE\\Quillon\\Mervo\\Shared Components\\Framework";
+constexpr wchar_t kServerListValue[] = L"ZeltServerList";
+
+struct DnsRecordsTraits {
+  using Handle = PDNS_RECORD;
+  static Handle Invalid() noexcept { return nullptr; }
+  static void Close(Handle handle) noexcept { ::DnsFree(handle, DnsFreeRecordList); }
+};
+using UniqueDnsRecords = UniqueHandle<DnsRecordsTraits>;
+
+LSTATUS OpenAgentKey(REGSAM access, UniqueRegKey& key) noexcept {
+  return ::RegOpenKeyExW(HKEY_LOCAL_MACHINE, kAgentKey, 0, access, key.put());
+}
+
+LSTATUS QueryServerListSize(HKEY key, DWORD& bytes) noexcept {
+  DWORD type = REG_SZ;
+  return ::RegQueryValueExW(key, kServerListValue, nullptr, &type, nullptr, &bytes);
+}
+
+// Reads a value of that size, whatever its type. It need not be terminated, nor be of whole characters.
+LSTATUS QueryServerList(HKEY key, DWORD bytes, std::wstring& text) {
+  std::vector<wchar_t> buffer(bytes / sizeof(wchar_t) + 1);
+  DWORD type = REG_SZ;
+  const LSTATUS status =
+      ::RegQueryValueExW(key, kServerListValue, nullptr, &type, reinterpret_cast<BYTE*>(buffer.data()), &bytes);
+  if (status != ERROR_SUCCESS) return status;
+  buffer[bytes / sizeof(wchar_t)] = L'\0';
+  text = buffer.data();
+  return status;
+}
+
+std::wstring ReadZeltServerListOf32BitView() {
+  UniqueRegKey key;
+  LSTATUS status = OpenAgentKey(KEY_READ | KEY_WOW64_32KEY, key);
+  if (status != ERROR_SUCCESS) {
+    LA_LOG(kLogInfo, L"CheckZeltReachability RegOpenKey KEY_WOW64_32KEY failed with %ld", status);
+    return {};
+  }
+  DWORD bytes = 0;
+  std::wstring text;
+  status = QueryServerListSize(key.get(), bytes);
+  if (status == ERROR_SUCCESS) status = QueryServerList(key.get(), bytes, text);
+  if (status != ERROR_SUCCESS) {
+    LA_LOG(kLogInfo, L"CheckZeltReachability RegQueryValueEx KEY_WOW64_32KEY failed with %ld", status);
+    return {};
+  }
+  LA_LOG(kLogInfo, L"CheckZeltReachability found ZeltServerList value %s at the alternate KEY_WOW64_32KEY location",
+         text.c_str());
+  return text;
+}
+
+// Empty when there is none. The 32-bit view is looked at only when the first view has the key without the value: not
+// when the key is missing, nor when the value can be sized and then not be read.
+std::wstring ReadZeltServerList() {
+  UniqueRegKey key;
+  LSTATUS status = OpenAgentKey(KEY_READ, key);
+  if (status != ERROR_SUCCESS) {
+    LA_LOG(kLogInfo, L"CheckZeltReachability RegOpenKey failed with %ld", status);
+    return {};
+  }
+  DWORD bytes = 0;
+  status = QueryServerListSize(key.get(), bytes);
+  if (status != ERROR_SUCCESS) {
+    LA_LOG(kLogInfo, L"CheckZeltReachability RegQueryValueEx failed with %ld (this is expected on x64 systems)",
+           status);
+    key.reset();
+    return ReadZeltServerListOf32BitView();
+  }
+  std::wstring text;
+  status = QueryServerList(key.get(), bytes, text);
+  if (status != ERROR_SUCCESS) {
+    // Two blanks before the parenthesis: they tell this failure from the one above.
+    LA_LOG(kLogInfo, L"CheckZeltReachability RegQueryValueEx failed with %ld  (this is expected on x64 systems)",
+           status);
+    return {};
+  }
+  LA_LOG(kLogInfo, L"CheckZeltReachability found ZeltServerList value %s", text.c_str());
+  return text;
+}
+
+// Asks the name servers themselves: what the cache knows may be from another network.
+bool IsKnownToDns(const std::wstring& name) {
+  UniqueDnsRecords records;
+  const DNS_STATUS status =
+      ::DnsQuery_W(name.c_str(), DNS_TYPE_A, DNS_QUERY_BYPASS_CACHE, nullptr, records.put(), nullptr);
+  // Written after the query although it reads as if before it. Those who read the log know it so: the line's time is
+  // that of the answer.
+  LA_LOG(kLogInfo, L"IsZELTReachable calling DnsQuery on %s", name.c_str());
+  if (status != 0) {
+    LA_LOG(kLogInfo, L"ZELT reachability failed with DNS_STATUS %ld", status);
+    return false;
+  }
+  LA_LOG(kLogInfo, L"ZELT reachability DnsQuery succeeded");
+  return true;
+}
+
+}  // namespace
 
 _IQeLaApi* GetQeLaApi() {
   static CQeLaLib* const instance = new CQeLaLib(nullptr, true);
@@ -117,6 +223,15 @@ bool CQeLaLib::IsAdapterMediaType(std::uint8_t, const std::vector<std::uint32_t>
 
 std::vector<std::wstring> CQeLaLib::GetMacAddresses() { return {}; }
 
-bool CheckZeltReachability() { return false; }
+bool CheckZeltReachability() {
+  for (const std::wstring& name : ParseZeltServerList(ReadZeltServerList())) {
+    if (IsKnownToDns(name)) {
+      LA_LOG(kLogInfo, L"CheckZeltReachability succeeded for %s", name.c_str());
+      return true;
+    }
+    LA_LOG(kLogInfo, L"CheckZeltReachability failed for %s", name.c_str());
+  }
+  return false;
+}
 
 bool IsDomainReachable(const std::wstring&) { return false; }
