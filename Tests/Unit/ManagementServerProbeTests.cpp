@@ -192,6 +192,13 @@ TEST_F(ManagementServerProbe, AMissingValueOfThe32BitViewIsNegative) {
                  L"CheckZeltReachability RegQueryValueEx KEY_WOW64_32KEY failed with 2"});
 }
 
+TEST_F(ManagementServerProbe, AListOfThe32BitViewThatCannotBeSizedIsNotRead) {
+  SetListOf32BitView(L"a");
+  m_registry.queryScript = {std::nullopt, ERROR_ACCESS_DENIED};
+  Expect(false, {L"CheckZeltReachability RegQueryValueEx failed with 2 (this is expected on x64 systems)",
+                 L"CheckZeltReachability RegQueryValueEx KEY_WOW64_32KEY failed with 5"});
+}
+
 TEST_F(ManagementServerProbe, AListOfThe32BitViewThatCanBeSizedButNotReadIsNegative) {
   SetListOf32BitView(L"a");
   m_dns.statuses = {{L"a", 0}};
