@@ -1,0 +1,44 @@
+#!/bin/bash
+# Locations need keys and values of the machine's registry.
+. "$(dirname "$0")/lab.sh"
+
+registry() { "$tests/../../Scripts/wine.sh" reg "$@" </dev/null >/dev/null 2>&1; }
+current() { qela current --json | jq -r '[.current[].name] | join(" ")'; }
+
+add_adapter wifi0
+join_network wifi0 10.20.0.15/24 10.20.0.1
+{
+  qela location add Installed --registry 'HKEY_LOCAL_MACHINE\SOFTWARE\Vendor\'
+  qela location add Office --registry 'HKEY_LOCAL_MACHINE\SOFTWARE\Vendor\Site=Office'
+  qela location add Lower --registry 'HKEY_LOCAL_MACHINE\SOFTWARE\Vendor\Site=office'
+  qela location add Level3 --registry 'HKEY_LOCAL_MACHINE\SOFTWARE\Vendor\Level=3'
+  qela location add User --registry 'HKEY_CURRENT_USER\Software\Vendor\=Default'
+  # Any one of a location's requirements will do.
+  qela location add Either --registry 'HKEY_LOCAL_MACHINE\SOFTWARE\None\' --registry 'HKEY_LOCAL_MACHINE\SOFTWARE\Vendor\Site=Office'
+  # A location that is tied to the network as well needs both.
+  qela location add OfficeLan --gateway 10.20.0.1 --registry 'HKEY_LOCAL_MACHINE\SOFTWARE\Vendor\Site=Office'
+  qela location add OtherLan --gateway 10.99.0.1 --registry 'HKEY_LOCAL_MACHINE\SOFTWARE\Vendor\Site=Office'
+} >/dev/null
+
+it "needs the key"
+expect "$(current)" ""
+registry add 'HKLM\SOFTWARE\Vendor' /f /reg:64
+expect "$(current)" "Installed"
+
+it "needs a text value to be exactly the data"
+registry add 'HKLM\SOFTWARE\Vendor' /v Site /d Office /f /reg:64
+expect "$(current)" "Installed Office Either OfficeLan"
+
+it "needs a number to have the digits"
+registry add 'HKLM\SOFTWARE\Vendor' /v Site /d Home /f /reg:64
+registry add 'HKLM\SOFTWARE\Vendor' /v Level /t REG_DWORD /d 3 /f /reg:64
+expect "$(current)" "Installed Level3"
+
+it "takes an empty value name with data for the key's default value"
+registry add 'HKCU\Software\Vendor' /ve /d Default /f
+expect "$(current)" "Installed Level3 User"
+
+it "does not look into the 32-bit view"
+registry delete 'HKLM\SOFTWARE\Vendor' /f /reg:64
+registry add 'HKLM\SOFTWARE\Vendor' /v Site /d Office /f /reg:32
+expect "$(current)" "User"
