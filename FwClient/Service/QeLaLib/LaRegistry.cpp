@@ -1,6 +1,7 @@
 #include "FwClient/Service/QeLaLib/LaRegistry.h"
 
 #include <limits>
+#include <utility>
 
 #include "FwClient/Common/Utilities/UniqueHandle.h"
 
@@ -26,10 +27,12 @@ unsigned long ReadLaValue(const std::wstring& keyPath, const std::wstring& value
   status = QueryBinary(key.get(), valueName, nullptr, size);
   if (status != ERROR_SUCCESS) return static_cast<unsigned long>(status);
 
-  // The value may have changed since: one that has grown is a failed read, one that has shrunk is cut to size.
+  // The value may have changed since: one that has grown is a failed read, one that has shrunk is cut to size. A value
+  // that was empty has no buffer, so that the second query, too, only tells the size.
   std::vector<std::uint8_t> read(size);
   status = QueryBinary(key.get(), valueName, read.data(), size);
   if (status != ERROR_SUCCESS) return static_cast<unsigned long>(status);
+  if (size > read.size()) return ERROR_MORE_DATA;
   read.resize(size);
   bytes = std::move(read);
   return ERROR_SUCCESS;
