@@ -11,6 +11,8 @@
 
 namespace {
 
+constexpr char kAdapterName[] = "{00000000-0000-0000-0000-000000000000}";
+
 template <typename T>
 std::vector<std::byte> BytesOf(const T& value) {
   std::vector<std::byte> bytes(sizeof value);
@@ -201,8 +203,7 @@ std::size_t AdapterList::Write(std::byte* base) const {
     value.Length = sizeof value;
     value.IfIndex = adapter.m_index;
     value.Next = &adapter != &m_adapters.back() ? entry + 1 : nullptr;
-    const std::string guid = "{00000000-0000-0000-0000-000000000000}";
-    value.AdapterName = arena.Put(guid.c_str(), guid.size() + 1);
+    value.AdapterName = arena.Put(kAdapterName, sizeof kAdapterName);
     value.FirstUnicastAddress = arena.PutList<IP_ADAPTER_UNICAST_ADDRESS>(adapter.m_ips);
     value.FirstDnsServerAddress = arena.PutList<IP_ADAPTER_DNS_SERVER_ADDRESS>(adapter.m_dnsServers);
     value.DnsSuffix = arena.Put(adapter.m_dnsSuffix);
@@ -270,6 +271,7 @@ FakeAdapters::FakeAdapters(HMODULE module, AdapterList list)
     : m_state([&] {
         auto state = std::make_shared<State>();
         state->list = std::move(list);
+        state->calls.reserve(4096);  // so that a call allocates nothing, for tests in which memory runs out
         const std::lock_guard lock(g_activeMutex);
         EXPECT_EQ(g_active, nullptr) << "there are fake adapters already";
         g_active = state;
