@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <utility>
 
 #include "FwClient/Common/Utilities/AsciiCase.h"
 
@@ -29,9 +30,10 @@ void DnsSuffixMatcher::Clear() noexcept {
 }
 
 const LabelList& DnsSuffixMatcher::LabelsOf(const std::wstring& text) {
-  const auto [entry, isNew] = m_labels.try_emplace(text);
-  if (isNew) SplitLabels(text, entry->second, L'.');
-  return entry->second;
+  if (const auto known = m_labels.find(text); known != m_labels.end()) return known->second;
+  LabelList labels;
+  SplitLabels(text, labels, L'.');
+  return m_labels.emplace(text, std::move(labels)).first->second;
 }
 
 bool DnsSuffixMatcher::CompareLabelLists(const LabelList& criterionLabels, const LabelList& suffixLabels) {
