@@ -26,7 +26,7 @@ class WildcardLabel {
   struct Matcher;
   struct Affixes;
   struct Expression;
-  struct BackReferences;
+  struct Backtracking;
   static std::unique_ptr<const Matcher> Compile(const std::wstring& label);
 
   std::unique_ptr<const Matcher> m_matcher;  // null: matches nothing
