@@ -139,7 +139,7 @@ bool CQeLaLib::BuildAdapterSnapshot() {
   try {
     AppendAdapters(buffer.get(), m_adapters);
   } catch (const std::bad_alloc&) {
-    m_adapters.clear();  // some adapters would pass for all of them
+    m_adapters.clear();  // some of the adapters would be a wrong picture: better none
   }
   return !m_adapters.empty();
 }
@@ -147,9 +147,13 @@ bool CQeLaLib::BuildAdapterSnapshot() {
 bool CQeLaLib::CalculateCurrentAdapterProps() {
   const bool built = BuildAdapterSnapshot();
   LA_LOG(kLogInfo, L"Adapters List :");
-  for (const AdapterProps& adapter : m_adapters) {
-    LA_LOG(kLogInfo, L"Adapter properties:\n%s", RenderAdapterProps(adapter).c_str());
-    LA_LOG(kLogInfo, L"//---------------------------------------------\n");
+  try {
+    for (const AdapterProps& adapter : m_adapters) {
+      LA_LOG(kLogInfo, L"Adapter properties:\n%s", RenderAdapterProps(adapter).c_str());
+      LA_LOG(kLogInfo, L"//---------------------------------------------\n");
+    }
+  } catch (const std::bad_alloc&) {
+    // The report is for reading only: the snapshot stands.
   }
   return built;
 }
