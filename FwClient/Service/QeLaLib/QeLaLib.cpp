@@ -212,17 +212,6 @@ std::shared_ptr<_IEnumQeLocations> CQeLaLib::GetCurrentLocations() {
 
 std::shared_ptr<_IEnumQeLocations> CQeLaLib::GetLocations() { return std::make_shared<CQeLocations>(m_locations); }
 
-bool CQeLaLib::MatchAddressSpecification(const std::vector<std::wstring>&, const std::uint32_t*, const std::wstring&,
-                                         const std::wstring&) {
-  return false;
-}
-
-bool CQeLaLib::MatchAdapterAddresses(const std::uint32_t*, const std::wstring&, const std::wstring&) { return false; }
-
-bool CQeLaLib::IsAdapterMediaType(std::uint8_t, const std::vector<std::uint32_t>&) { return false; }
-
-std::vector<std::wstring> CQeLaLib::GetMacAddresses() { return {}; }
-
 bool CheckZeltReachability() {
   for (const std::wstring& name : ParseZeltServerList(ReadZeltServerList())) {
     if (IsKnownToDns(name)) {

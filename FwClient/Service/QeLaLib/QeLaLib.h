@@ -24,8 +24,8 @@ bool CheckZeltReachability();
 bool IsDomainReachable(const std::wstring& host);
 
 // One file a concern: QeLaLib.cpp (life, exports, store operations), QeLaLibStorage.cpp (Load and Save),
-// AdapterSnapshot.cpp, QeLaLibCalculation.cpp, LocationMatching.cpp, QeLaLibDiscovery.cpp. What each operation does,
-// and which take the lock, stands in Include/QeLaApi.h.
+// AdapterSnapshot.cpp, AdapterQueries.cpp, QeLaLibCalculation.cpp, LocationMatching.cpp, QeLaLibDiscovery.cpp. What
+// each operation does, and which take the lock, stands in Include/QeLaApi.h.
 //
 // Not final: operations that call others through the interface honour an override.
 class CQeLaLib : public _IQeLaApi {
