@@ -57,7 +57,7 @@ in6_addr ParseIPv6(const std::wstring& text, const NtDllExports& ntDll) {
   const auto parse = ntDll.RtlIpv6StringToAddressW();
   const LONG status = parse != nullptr ? parse(text.c_str(), &end, &parsed) : kNoParser;
   if (status == 0) return parsed;
-  // "addr2" for either address. Kept on purpose; guarded by QeLaUtils.BothIPv6FailuresAreLoggedAsAddr2.
+  // "addr2" for either address. Kept on purpose; guarded by ParserFailureTest.BothIPv6FailuresAreLoggedAsAddr2.
   LA_LOG(kLogInfo, L"QeLaUtils::IpCompareIPv6 - addr2 RtlIpv6StringToAddress failed with error %d", status);
   return {};
 }
