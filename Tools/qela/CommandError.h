@@ -11,6 +11,7 @@ enum ExitCode : int {
   kWrongUsage = 2,
   kNoSuchLocation = 3,  // or not exactly one
   kUnreadableSet = 4,
+  kNo = 5,  // no error: the answer to a question
 };
 
 // Ends the command with a message for standard error, in UTF-8.

@@ -8,6 +8,7 @@
 
 #include "CommandError.h"
 #include "CriterionValue.h"
+#include "Media.h"
 #include "Output.h"
 #include "Text.h"
 
@@ -15,7 +16,7 @@ namespace {
 
 constexpr const char* kFooter =
     "Exit codes: 0 done; 1 the operation failed; 2 wrong command line; 3 no such location, or not exactly one;\n"
-    "4 a location set is stored but cannot be read. Messages go to standard error.";
+    "4 a location set is stored but cannot be read; 5 no match (match, media --is). Messages go to standard error.";
 
 // A lone surrogate has no UTF-8 form; passed on as U+FFFD it would name another location.
 std::string RequireUtf8(const std::wstring& argument) {
@@ -62,6 +63,11 @@ std::optional<Options> ParseCommandLine(const std::vector<std::wstring>& argumen
   std::string location;
   std::string note;
   bool managementServer = false;
+  std::vector<std::string> addresses;
+  std::string exact;
+  std::string subnet;
+  std::vector<std::string> range;
+  std::vector<std::string> media;
 
   CLI::App app("qela - the firewall's location awareness on the console", "qela");
   app.allow_windows_style_options(false);  // "/home" is a name
@@ -83,6 +89,42 @@ std::optional<Options> ParseCommandLine(const std::vector<std::wstring>& argumen
   watch->add_option("--for", options.seconds, "End after this time")
       ->type_name("SECONDS")
       ->check(CLI::Range(std::uint32_t{0}, std::uint32_t{1'000'000}));
+
+  CLI::App* match = choose(AddCommand(app, options, "match",
+                                      "Tell whether any of the addresses is the one, or lies in the subnet or range, "
+                                      "that is given. Exit code 0 for a match, 5 for none."),
+                           Command::kMatch);
+  CLI::App* whose = match->add_option_group("Addresses")->require_option(1);
+  whose->add_option("--address", addresses, "An IPv4 or IPv6 address; may be given several times")
+      ->type_name("ADDRESS")
+      ->allow_extra_args(false);
+  whose->add_flag("--adapters", options.ownAddresses, "The addresses of this machine's adapters");
+  CLI::App* specification = match->add_option_group("Specification")->require_option(1);
+  const CLI::Option* isExact = specification->add_option("--exact", exact, "This address, in exactly this spelling");
+  const CLI::Option* isSubnet =
+      specification->add_option("--subnet", subnet, "A subnet, such as 192.168.1.0/24 or 2001:db8::/32");
+  const CLI::Option* isRange =
+      specification->add_option("--range", range, "From LOW to HIGH, both included")->expected(2);
+  specification->get_option("--exact")->type_name("ADDRESS");
+  specification->get_option("--subnet")->type_name("ADDRESS/PREFIX");
+  specification->get_option("--range")->type_name("LOW HIGH");
+
+  choose(AddCommand(app, options, "macs", "Show the physical addresses of the network adapters"), Command::kMacs);
+
+  CLI::App* mediaCommand =
+      choose(AddCommand(app, options, "media", "Show the media type of each adapter, or ask for one"), Command::kMedia);
+  CLI::Option* asked = mediaCommand
+                           ->add_option("--is", media,
+                                        "Tell whether an adapter is of this type; may be given several times. An "
+                                        "adapter of type \"other\" agrees with each")
+                           ->type_name("wired|wireless|virtual")
+                           ->allow_extra_args(false)
+                           ->check(CLI::IsMember({"wired", "wireless", "virtual"}));
+  mediaCommand
+      ->add_option("--index", options.indexes, "Ask about the adapter with this index only; may be given several times")
+      ->type_name("INDEX")
+      ->allow_extra_args(false)
+      ->needs(asked);
 
   CLI::App* group = app.add_subcommand("location", "Add, remove, enable or disable a stored location");
   group->require_subcommand(1);
@@ -160,6 +202,20 @@ std::optional<Options> ParseCommandLine(const std::vector<std::wstring>& argumen
 
   options.location = ToWide(location);
   options.note = ToWide(note);
+  for (const std::string& address : addresses) options.addresses.push_back(ToWide(address));
+  if (isExact->count() != 0) {
+    options.addressKind = FIAT_SINGLE_IP;
+    options.first = ToWide(exact);
+  } else if (isSubnet->count() != 0) {
+    options.addressKind = FIAT_SUBNET;
+    options.first = ToWide(subnet);
+  } else if (isRange->count() != 0) {
+    options.addressKind = FIAT_RANGE_IP;
+    options.first = ToWide(range[0]);
+    options.second = ToWide(range[1]);
+  }
+  for (const std::string& name : media)
+    options.mediaMask |= name == "wired" ? kWired : name == "wireless" ? kWireless : kVirtual;
   // Only the location's own commands ask for a name.
   if (group->parsed() && options.location.empty())
     throw CommandError(kWrongUsage, "the location's name must not be empty");

@@ -29,6 +29,10 @@ Json LocationReferences(const Locations& locations, const std::vector<ReportedAd
   return array;
 }
 
+std::string MatchText(bool match, bool json) {
+  return json ? ToLine({{"match", match}}) : match ? "match\n" : "no match\n";
+}
+
 Json LocationDetails(const _IQeLocation& location, bool current) {
   const auto set = location.GetCriterias();
   const auto texts = [&](LOCATION_CRITERIA_TYPE kind) {

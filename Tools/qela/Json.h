@@ -20,5 +20,8 @@ std::string ToLine(const Json& json);
 Json LocationReference(const _IQeLocation& location, const std::vector<ReportedAdapter>& adapters);
 Json LocationReferences(const Locations& locations, const std::vector<ReportedAdapter>& adapters);
 
+// The answer to a question, as text or JSON.
+std::string MatchText(bool match, bool json);
+
 Json LocationDetails(const _IQeLocation& location, bool current);
 Json AdapterDetails(const ReportedAdapter& adapter, const std::string& media);

@@ -1,6 +1,7 @@
 // What the command line asks for.
 #pragma once
 
+#include <QeLaApi.h>
 #include <QeLaCriteria.h>
 
 #include <cstdint>
@@ -16,7 +17,10 @@ enum class Command {
   kEnableLocation,
   kDisableLocation,
   kCurrent,
-  kWatch
+  kWatch,
+  kMatch,
+  kMacs,
+  kMedia
 };
 
 struct Criterion {
@@ -39,4 +43,15 @@ struct Options {
 
   // watch
   std::optional<std::uint32_t> seconds;
+
+  // match
+  bool ownAddresses = false;  // those of the adapters; otherwise `addresses`
+  std::vector<std::wstring> addresses;
+  FirewallAddressType addressKind = FIAT_SINGLE_IP;
+  std::wstring first;
+  std::wstring second;
+
+  // media
+  std::uint8_t mediaMask = 0;  // the media types asked about; none: show them
+  std::vector<std::uint32_t> indexes;
 };

@@ -1,20 +1,12 @@
 #include "CommandError.h"
 #include "Commands.h"
 #include "Json.h"
+#include "Media.h"
 #include "Output.h"
 #include "Service.h"
 #include "Text.h"
 
 namespace {
-
-// An adapter of any other type has the bits of all three kinds.
-std::string MediaOf(_IQeLaApiSmart& api, std::uint32_t index) {
-  const bool wired = api.IsAdapterMediaType(1, {index});
-  const bool wireless = api.IsAdapterMediaType(2, {index});
-  if (wired && wireless) return "other";
-  if (wired) return "wired";
-  return wireless ? "wireless" : "virtual";
-}
 
 std::string Line(const std::string& label, const std::wstring& value) {
   return value.empty() ? "" : "  " + label + std::string(18 - label.size(), ' ') + Printable(value) + "\n";
@@ -59,4 +51,17 @@ void ShowAdapters(const Options& options) {
   if (const std::size_t unreadable = service.Report().Unreadable(); unreadable != 0)
     throw CommandError(kFailed, "the library's report of " + std::to_string(unreadable) +
                                     " adapter(s) could not be read; --verbose shows it");
+}
+
+void ShowMacs(const Options& options) {
+  const Service service(options.verbose);
+  const std::vector<std::wstring> macAddresses = service.Api().GetMacAddresses();
+  std::string text;
+  Json json = {{"macAddresses", Json::array()}};
+  for (const std::wstring& address : macAddresses) {
+    text += Printable(address) + "\n";
+    json["macAddresses"].push_back(ToUtf8(address));
+  }
+  if (macAddresses.empty()) text = "No network adapter that is up has a physical address.\n";
+  Print(options.json ? ToLine(json) : text);
 }

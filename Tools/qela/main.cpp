@@ -24,32 +24,47 @@ std::vector<std::wstring> Arguments() {
   return result;
 }
 
-void Run(const Options& options) {
+ExitCode Run(const Options& options) {
   switch (options.command) {
     case Command::kAdapters:
-      return ShowAdapters(options);
+      ShowAdapters(options);
+      break;
     case Command::kLocations:
-      return ShowLocations(options);
+      ShowLocations(options);
+      break;
     case Command::kCurrent:
-      return ShowCurrent(options);
+      ShowCurrent(options);
+      break;
     case Command::kAddLocation:
-      return AddLocation(options);
+      AddLocation(options);
+      break;
     case Command::kRemoveLocation:
-      return RemoveLocation(options);
+      RemoveLocation(options);
+      break;
     case Command::kEnableLocation:
     case Command::kDisableLocation:
-      return EnableLocation(options);
+      EnableLocation(options);
+      break;
     case Command::kWatch:
-      return Watch(options);
+      Watch(options);
+      break;
+    case Command::kMatch:
+      return MatchAddresses(options);
+    case Command::kMacs:
+      ShowMacs(options);
+      break;
+    case Command::kMedia:
+      return ShowMedia(options);
   }
+  return kDone;
 }
 
 }  // namespace
 
 int main() {
   try {
-    if (const auto options = ParseCommandLine(Arguments())) Run(*options);
-    return kDone;
+    const auto options = ParseCommandLine(Arguments());
+    return options ? Run(*options) : kDone;
   } catch (const CommandError& error) {
     PrintError(std::string("qela: error: ") + error.what() + "\n");
     return error.Code();
