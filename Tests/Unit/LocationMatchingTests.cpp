@@ -329,6 +329,66 @@ TEST_F(LocationMatching, AlternativesOfOneKindAreEnough) {
   EXPECT_EQ(m_matched, (Indexes{7, 8}));
 }
 
+// ---- the registry ----
+
+// Every key can be opened, or none, and the tries are counted.
+class CountingRegistry {
+ public:
+  explicit CountingRegistry(LSTATUS result) {
+    s_result = result;
+    s_opened = 0;
+  }
+  int Opened() const { return s_opened; }
+
+ private:
+  static LSTATUS WINAPI Open(HKEY, const wchar_t*, DWORD, REGSAM, HKEY* key) {
+    ++s_opened;
+    if (s_result == ERROR_SUCCESS) *key = HKEY_CURRENT_USER;
+    return s_result;
+  }
+  static LSTATUS WINAPI Close(HKEY) { return ERROR_SUCCESS; }
+
+  static LSTATUS s_result;
+  static int s_opened;
+  ImportPatch m_open{::GetModuleHandleW(nullptr), "RegOpenKeyExW", &Open};
+  ImportPatch m_close{::GetModuleHandleW(nullptr), "RegCloseKey", &Close};
+};
+
+LSTATUS CountingRegistry::s_result;
+int CountingRegistry::s_opened;
+
+constexpr wchar_t kSomeKey[] = L"HKEY_LOCAL_MACHINE\\SOFTWARE\\Vendor\\";
+
+TEST_F(LocationMatching, RegistryMatchLogsNoValue) {
+  const CountingRegistry registry(ERROR_SUCCESS);
+  const AdapterProps adapter = MakeAdapter(5, L"LAN");
+  EXPECT_TRUE(m_service.MatchAdapterCriteria(adapter, LCT_REGISTRY_KEY, {L"no hive", kSomeKey, kSomeKey}));
+  EXPECT_EQ(OwnLines(), Texts{Matched(L"Registry key matched", adapter)});
+  EXPECT_EQ(registry.Opened(), 1) << "the first value that matches decides";
+}
+
+// The registry may change while adapters are tested: its answer is not kept from one to the next.
+TEST_F(LocationMatching, TheRegistryIsAskedOnceForEveryAdapterThatGetsThere) {
+  for (const std::uint32_t index : {1u, 2u, 3u}) Add(index, L"LAN").gateways = {L"10.0.0.1"};
+  Add(4, L"elsewhere").gateways = {L"10.0.0.2"};
+  Require(LCT_REGISTRY_KEY, kSomeKey);
+  Require(LCT_DEFAULT_GATEWAY, L"10.0.0.1");
+  const CountingRegistry registry(ERROR_SUCCESS);
+  EXPECT_EQ(Check(), 1u);
+  EXPECT_EQ(m_matched, (Indexes{1, 2, 3}));
+  EXPECT_EQ(registry.Opened(), 3);
+}
+
+TEST_F(LocationMatching, AMissingRegistryKeyMakesNoAdapterMatch) {
+  const AdapterProps& adapter = Add(7, L"LAN");
+  Require(LCT_REGISTRY_KEY, kSomeKey);
+  const CountingRegistry registry(ERROR_FILE_NOT_FOUND);
+  EXPECT_EQ(Check(), 0u);
+  EXPECT_EQ(registry.Opened(), 2) << "in either view, once";
+  EXPECT_EQ(OwnLines(),
+            (Texts{Checking(L"Office"), Zelt(0), Adapter(adapter), NotAll(adapter), kNone, Returning(0, L"Office")}));
+}
+
 // ---- the management server ----
 
 // Whether the server can be reached is not decided here; what follows from it is.
