@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <functional>
-#include <future>
 #include <memory>
 #include <new>
 #include <string>
@@ -36,16 +35,6 @@ class FailureInjection : public ServiceTest {
   static constexpr std::size_t kEnough = 5000;
 
   FailureInjection() { ::InitializeCriticalSection(&g_lock); }
-
-  static bool LockIsFree() {
-    return std::async(std::launch::async,
-                      [] {
-                        if (!::TryEnterCriticalSection(&g_lock)) return false;
-                        ::LeaveCriticalSection(&g_lock);
-                        return true;
-                      })
-        .get();
-  }
 
   // Lets the first, the second, ... allocation of `act` fail until it comes through. `before` and `after` run each time
   // with memory as usual.
@@ -127,7 +116,7 @@ TEST_F(FailureInjection, OperationsLeaveNothingBehindAndTheServiceWorksOn) {
             ASSERT_TRUE(service.Load());
           },
           [&] {
-            EXPECT_TRUE(LockIsFree());
+            EXPECT_TRUE(OtherThreadCanEnter(g_lock));
             EXPECT_EQ(ledger.Leaks(), std::vector<std::string>{});
             EXPECT_EQ(ledger.Mistakes(), std::vector<std::string>{});
             EXPECT_EQ(m_registry.OpenKeys(), 0u);
@@ -141,6 +130,53 @@ TEST_F(FailureInjection, OperationsLeaveNothingBehindAndTheServiceWorksOn) {
   };
   forEachOperation(*smart, "smart");
   forEachOperation(*raw, "raw");
+}
+
+TEST_F(FailureInjection, SnapshotThrowsNothingAndIsWholeOrEmpty) {
+  AdapterList list;
+  for (int i = 0; i < 3; ++i)
+    list.Add(L"an adapter with a description that needs memory").Gateway("10.0.0.1").Mac({1, 2, 3, 4, 5, 6});
+  m_adapters.Set(list);
+  m_registry.Put(PackedSet({{.id = "A"}}));
+  const std::shared_ptr<_IQeLaApiSmart> service = m_library.SmartApi();
+  std::size_t failed = 0;
+  FailEveryAllocation([&] { service->Save(); }, [&] { m_log.Clear(); },
+                      [&] {
+                        EXPECT_EQ(m_log.Count(L"Adapters List :"), 1u) << "the report is written in any case";
+                        const std::size_t separators =
+                            m_log.Count(L"//---------------------------------------------\n");
+                        if (m_log.Count(L"CalculateCurrentAdapterProps failed.") == 1) {
+                          ++failed;
+                          EXPECT_EQ(separators, 0u);
+                          EXPECT_EQ(CurrentIds(*service), Ids{});
+                        }
+                      });
+  EXPECT_GT(failed, 3u);
+  EXPECT_EQ(CurrentIds(*service), Ids{L"A"});
+}
+
+TEST_F(FailureInjection, StartOfDiscoveryLeavesNoEventAndNoReferenceToTheLibrary) {
+  const std::shared_ptr<_IQeLaApiSmart> service = m_library.SmartApi();
+  const ImportPatch noThread(Module(), "CreateThread", &NoThread);
+  const HandleLedger ledger(Module());
+  int thrown = 0;
+  bool finished = false;
+  FailEveryAllocation(
+      [&] {
+        finished = false;
+        ++thrown;
+        EXPECT_FALSE(service->StartDiscovery([](std::shared_ptr<_IEnumQeLocations>) {}));
+        finished = true;
+        --thrown;
+      },
+      [] {},
+      [&] {
+        EXPECT_EQ(ledger.Open("GetModuleHandleExW"), 0u);
+        if (!finished) {
+          EXPECT_EQ(ledger.Open("CreateEventW"), 0u);
+        }
+      });
+  EXPECT_GE(thrown, 1);
 }
 
 TEST_F(FailureInjection, FailedSaveLeavesTheStoredSetAsItWas) {
@@ -225,7 +261,7 @@ TEST_F(FailureInjection, ConstructionInGetQeLaApiSmartIsTriedAgainByTheNextCall)
     }
     failing.Disarm();
     EXPECT_EQ(ledger.Leaks(), std::vector<std::string>{});
-    EXPECT_TRUE(LockIsFree());
+    EXPECT_TRUE(OtherThreadCanEnter(g_lock));
   }
   EXPECT_GE(failures, 2u);
   ASSERT_NE(service, nullptr);

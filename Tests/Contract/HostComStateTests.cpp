@@ -6,7 +6,6 @@
 
 #include <cstdint>
 #include <functional>
-#include <future>
 #include <memory>
 #include <string>
 #include <vector>
@@ -112,6 +111,16 @@ TEST_F(ComOfACalculation, EnclosesTheWholeOfIt) {
   EXPECT_EQ(linesAtUninit, m_log.Events().size());
 }
 
+TEST_F(ComOfACalculation, StartsAndEndsUnderTheLockOfTheService) {
+  CRITICAL_SECTION lock;
+  ::InitializeCriticalSection(&lock);
+  const std::shared_ptr<_IQeLaApiSmart> service = m_library.SmartApi(&lock);
+  int underLock = 0;
+  g_onInit = g_onUninit = [&] { underLock += lock.RecursionCount > 0 ? 1 : 0; };
+  CallsOfASave();
+  EXPECT_EQ(underLock, 2);
+}
+
 TEST_F(ComOfACalculation, IsPairedWithoutAnExportOfTheHost) {
   g_exportIsThere = false;
   m_library.SmartApi();
@@ -178,16 +187,6 @@ class HostComRecord : public ComOfACalculation {
     g_handedOut = &g_record;
   }
   ~HostComRecord() override { ::DeleteCriticalSection(&g_record.lock); }
-
-  static bool LockIsFree() {
-    return std::async(std::launch::async,
-                      [] {
-                        if (!::TryEnterCriticalSection(&g_record.lock)) return false;
-                        ::LeaveCriticalSection(&g_record.lock);
-                        return true;
-                      })
-        .get();
-  }
 };
 
 TEST_F(HostComRecord, CountsTheFirstCalculation) {
@@ -251,13 +250,13 @@ TEST_F(HostComRecord, LeftOutStartIsASuccess) {
 TEST_F(HostComRecord, LockIsFreeWhileComIsCalledAndWhileTheAdaptersAreRead) {
   m_library.SmartApi();
   bool everHeld = false;
-  const auto check = [&] { everHeld = everHeld || !LockIsFree(); };
+  const auto check = [&] { everHeld = everHeld || !OtherThreadCanEnter(g_record.lock); };
   g_onInit = check;
   g_onUninit = check;
   m_adapters.OnCall(check);
   EXPECT_EQ(CallsOfASave(), (Calls{"init", "uninit"}));
   EXPECT_FALSE(everHeld);
-  EXPECT_TRUE(LockIsFree());
+  EXPECT_TRUE(OtherThreadCanEnter(g_record.lock));
 }
 
 void(WINAPI* g_enter)(CRITICAL_SECTION*);

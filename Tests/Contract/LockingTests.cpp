@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <functional>
 #include <future>
 #include <string>
@@ -21,16 +22,6 @@ void(WINAPI* g_enter)(CRITICAL_SECTION*);
 void WINAPI CountEnter(CRITICAL_SECTION* section) {
   if (section == &g_hostLock) ++g_entered;
   g_enter(section);
-}
-
-bool OtherThreadCanEnter(CRITICAL_SECTION& section) {
-  return std::async(std::launch::async,
-                    [&] {
-                      if (!::TryEnterCriticalSection(&section)) return false;
-                      ::LeaveCriticalSection(&section);
-                      return true;
-                    })
-      .get();
 }
 
 // The service on the host's lock, with discovery unable to start its thread, so that only callers take the lock.
@@ -81,11 +72,6 @@ class Locking : public ServiceTest {
   ImportPatch m_enterPatch{Module(), "EnterCriticalSection", &CountEnter};
   ImportPatch m_noThreads{Module(), "CreateThread", &NoThread};
   std::shared_ptr<_IQeLaApiSmart> m_service;
-
- private:
-  static HANDLE WINAPI NoThread(SECURITY_ATTRIBUTES*, SIZE_T, LPTHREAD_START_ROUTINE, void*, DWORD, DWORD*) {
-    return nullptr;
-  }
 };
 
 TEST_F(Locking, EditingAndReadingOperationsTakeTheLockAndLeaveIt) {

@@ -5,7 +5,6 @@
 
 #include <cstdarg>
 #include <cstddef>
-#include <future>
 
 #include "Tests/Contract/ServiceTest.h"
 
@@ -50,16 +49,6 @@ class OperationTables : public ServiceTest {
     std::size_t count = 0;
     while (IsCodeOfTheLibrary(TableOf(object)[count])) ++count;
     return count;
-  }
-
-  static bool IsFree(CRITICAL_SECTION& lock) {
-    return std::async(std::launch::async,
-                      [&] {
-                        if (!::TryEnterCriticalSection(&lock)) return false;
-                        ::LeaveCriticalSection(&lock);
-                        return true;
-                      })
-        .get();
   }
 };
 
@@ -133,9 +122,9 @@ TEST_F(OperationTables, ServiceSlotsDoWhatTheirNumberSays) {
   EXPECT_EQ(g_printed, 1);
 
   Call<void>(service, 18);
-  EXPECT_FALSE(IsFree(g_lock));
+  EXPECT_FALSE(OtherThreadCanEnter(g_lock));
   Call<void>(service, 19);
-  EXPECT_TRUE(IsFree(g_lock));
+  EXPECT_TRUE(OtherThreadCanEnter(g_lock));
   EXPECT_EQ(Call<std::uint32_t>(service, 20), 2u);
   EXPECT_EQ(Call<std::uint32_t>(service, 21), 1u);
 }

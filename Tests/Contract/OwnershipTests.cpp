@@ -158,9 +158,6 @@ class Destruction : public ServiceTest {
     g_handles.push_back(handle);
     return handle;
   }
-  static HANDLE WINAPI NoThread(SECURITY_ATTRIBUTES*, SIZE_T, LPTHREAD_START_ROUTINE, void*, DWORD, DWORD*) {
-    return nullptr;
-  }
 
   ImportPatch m_initialize{Module(), "InitializeCriticalSection", &Initialize};
   ImportPatch m_delete{Module(), "DeleteCriticalSection", &Delete};

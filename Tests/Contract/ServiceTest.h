@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <future>
 #include <memory>
 #include <string>
 #include <vector>
@@ -60,6 +61,22 @@ class ServiceTest : public ::testing::Test {
     const std::shared_ptr<_IQeLocation> location = service.CreateLocation();
     EXPECT_TRUE(location->DeserializeFromBytes(blob.Pack()));
     return location;
+  }
+
+  // Whether the lock is free, asked by a thread that does not hold it.
+  static bool OtherThreadCanEnter(CRITICAL_SECTION& section) {
+    return std::async(std::launch::async,
+                      [&] {
+                        if (!::TryEnterCriticalSection(&section)) return false;
+                        ::LeaveCriticalSection(&section);
+                        return true;
+                      })
+        .get();
+  }
+
+  // In place of CreateThread: discovery cannot start, so that only the test's own threads use the service.
+  static HANDLE WINAPI NoThread(SECURITY_ATTRIBUTES*, SIZE_T, LPTHREAD_START_ROUTINE, void*, DWORD, DWORD*) {
+    return nullptr;
   }
 
   HMODULE Module() const { return m_library.Module(); }
