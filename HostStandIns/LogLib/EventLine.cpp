@@ -3,7 +3,6 @@
 #include <windows.h>
 
 #include <cstring>
-#include <cwchar>
 #include <string_view>
 
 namespace {
@@ -26,9 +25,8 @@ std::wstring Escape(std::wstring_view text) {
     } else if (unit == L'\t') {
       escaped += L"\\t";
     } else if (IsControl(unit)) {
-      wchar_t code[8];
-      ::swprintf(code, std::size(code), L"\\u%04X", static_cast<unsigned>(unit));
-      escaped += code;
+      escaped += L"\\u";
+      for (int shift = 12; shift >= 0; shift -= 4) escaped += L"0123456789ABCDEF"[(unit >> shift) & 0xf];
     } else {
       escaped += unit;
     }

@@ -28,9 +28,8 @@ std::string Printable(std::wstring_view text) {
   std::wstring shown;
   for (const wchar_t unit : text) {
     if (unit < 0x20 || (unit >= 0x7f && unit <= 0x9f) || unit == 0x2028 || unit == 0x2029) {
-      wchar_t code[8];
-      ::swprintf(code, std::size(code), L"\\u%04X", static_cast<unsigned>(unit));
-      shown += code;
+      shown += L"\\u";
+      for (int shift = 12; shift >= 0; shift -= 4) shown += L"0123456789ABCDEF"[(unit >> shift) & 0xf];
     } else {
       shown += unit;
     }
@@ -57,8 +56,9 @@ std::string TimeNow() {
   if (!::SystemTimeToTzSpecificLocalTime(nullptr, &universal, &local)) local = universal;
   const auto offset = static_cast<int>((Ticks(local) - Ticks(universal)) / kTicksPerMinute);
   char text[64];
-  std::snprintf(text, std::size(text), "%04d-%02d-%02dT%02d:%02d:%02d.%03d%c%02d:%02d", local.wYear, local.wMonth,
-                local.wDay, local.wHour, local.wMinute, local.wSecond, local.wMilliseconds, offset < 0 ? '-' : '+',
-                std::abs(offset) / 60, std::abs(offset) % 60);
+  static_cast<void>(std::snprintf(text, std::size(text), "%04d-%02d-%02dT%02d:%02d:%02d.%03d%c%02d:%02d", local.wYear,
+                                  local.wMonth, local.wDay, local.wHour, local.wMinute, local.wSecond,
+                                  local.wMilliseconds, offset < 0 ? '-' : '+', std::abs(offset) / 60,
+                                  std::abs(offset) % 60));
   return text;
 }
