@@ -17,7 +17,7 @@ bool WriteAll(HANDLE file, std::string_view bytes) {
 
 // A console shows UTF-16 whatever its code page; anything else is fed UTF-8.
 void WriteToStandardError(std::string_view utf8) {
-  const HANDLE handle = ::GetStdHandle(STD_ERROR_HANDLE);
+  HANDLE handle = ::GetStdHandle(STD_ERROR_HANDLE);
   if (!IsUsable(handle)) return;
   DWORD mode = 0;
   if (!::GetConsoleMode(handle, &mode)) {

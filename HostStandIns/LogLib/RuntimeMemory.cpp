@@ -3,7 +3,7 @@
 // libstdc++ reserves about 90 KB for throwing exceptions without memory. It expects to be unloaded with its process,
 // never alone, so a host that loads and unloads this library again and again would lose that much every time.
 namespace __gnu_cxx {
-void __freeres();
+void __freeres();  // NOLINT(misc-use-internal-linkage): it is the runtime's own, which no header declares
 }
 
 namespace {

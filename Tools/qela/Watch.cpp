@@ -158,7 +158,7 @@ BOOL WINAPI OnControl(DWORD control) {
 }
 
 HANDLE MakeEvent() {
-  const HANDLE event = ::CreateEventW(nullptr, TRUE, FALSE, nullptr);
+  HANDLE event = ::CreateEventW(nullptr, TRUE, FALSE, nullptr);
   if (event == nullptr)
     throw CommandError(kFailed, "Windows has no event to give (error " + std::to_string(::GetLastError()) + ")");
   return event;

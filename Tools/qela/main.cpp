@@ -20,7 +20,7 @@ std::vector<std::wstring> Arguments() {
   wchar_t** const arguments = ::CommandLineToArgvW(::GetCommandLineW(), &count);
   if (arguments == nullptr) throw CommandError(kFailed, "the command line could not be read");
   std::vector<std::wstring> result(arguments + 1, arguments + count);
-  ::LocalFree(arguments);
+  ::LocalFree(static_cast<HLOCAL>(arguments));
   return result;
 }
 
