@@ -9,7 +9,9 @@
 #include <cwchar>
 #include <functional>
 #include <map>
+#include <memory>
 #include <mutex>
+#include <new>
 #include <optional>
 #include <set>
 #include <string>
@@ -60,7 +62,7 @@ int InjectedStatus(const State& state, const char* function) {
 }
 
 [[noreturn]] void EndProcess(const char* reason) {
-  std::fprintf(stderr, "blframework: %s\n", reason);
+  static_cast<void>(std::fprintf(stderr, "blframework: %s\n", reason));
   std::abort();
 }
 
@@ -72,6 +74,7 @@ void* Allocate(State& state, std::size_t bytes) {
 
 KzVariant* BuildList(const std::vector<NamedText>& texts) {
   std::vector<KzvElement> elements;
+  elements.reserve(texts.size());
   for (const NamedText& text : texts)
     elements.push_back({text.name ? text.name->c_str() : nullptr, text.text ? text.text->c_str() : nullptr});
   return BuildNewKzVariantList(elements.data(), static_cast<std::uint32_t>(elements.size()),
@@ -114,7 +117,10 @@ int BLGetObjectHandle(const char* objectName, unsigned int, unsigned int, BLObje
   const std::lock_guard lock(state.lock);
   if (const int status = InjectedStatus(state, "BLGetObjectHandle"); status != 0) return status;
   if (state.initializations == 0 || objectName == nullptr || std::strcmp(objectName, "RVX") != 0) return kStatusUnknown;
-  *objectHandle = *state.handles.insert(new BLObject).first;
+  auto object = std::unique_ptr<BLObject>(new (std::nothrow) BLObject);
+  if (object == nullptr) return kStatusFailed;
+  state.handles.insert(object.get());
+  *objectHandle = object.release();
   return 0;
 }
 
@@ -132,7 +138,7 @@ int BLInvokeMethod(BLObjectHandle objectHandle, const char* method, const KzVari
   const std::lock_guard lock(state.lock);
   if (const int status = InjectedStatus(state, "BLInvokeMethod"); status != 0) return status;
   const wchar_t* const text = KzvView(argument).String();
-  if (state.handles.count(objectHandle) == 0 || std::strcmp(method, "proxyCredentials") != 0 || text == nullptr ||
+  if (!state.handles.contains(objectHandle) || std::strcmp(method, "proxyCredentials") != 0 || text == nullptr ||
       std::wcscmp(text, L"proxyCredentials") != 0)
     return kStatusUnknown;
   *answer = state.buildAnswer ? state.buildAnswer() : BuildAnswerFromEnvironment();

@@ -84,7 +84,7 @@ std::optional<RegistryKeyCriterion> ParseRegistryKeyCriterion(const std::wstring
   const std::size_t first = keyText.find(L'\\');
   if (first == std::wstring_view::npos) return std::nullopt;
   const std::size_t last = keyText.rfind(L'\\');
-  const HKEY hive = HiveOf(keyText.substr(0, first));
+  HKEY hive = HiveOf(keyText.substr(0, first));
   if (hive == nullptr) return std::nullopt;
   // With one backslash, first and last are the same: there is no path between them.
   const std::wstring_view subkey = last > first ? keyText.substr(first + 1, last - first - 1) : std::wstring_view();
