@@ -84,6 +84,14 @@ TEST_F(ErrorPrinter, IsNotToldOfMissingBytes) {
   m_registry.Put({0x91, 0x91, 0x90}, REG_SZ);
   EXPECT_FALSE(m_service->Load());
   EXPECT_FALSE(m_service->CreateLocation()->DeserializeFromBytes({}));
+  // Bytes that are gone when they are read: nothing of the first answer's size may be taken for them.
+  m_registry.Put({0x91, 0x91, 0x90});
+  int queries = 0;
+  m_registry.OnCall([&](const std::string& function) {
+    if (function == "RegQueryValueExW" && ++queries == 2) m_registry.Put({});
+  });
+  EXPECT_FALSE(m_service->Load());
+  m_registry.OnCall({});
   EXPECT_EQ(g_lines, Lines{});
 }
 

@@ -5,7 +5,6 @@
 
 #include <atomic>
 #include <functional>
-#include <future>
 #include <string>
 #include <thread>
 #include <utility>
@@ -93,21 +92,23 @@ TEST_F(Locking, OtherOperationsDoNotTouchTheLock) {
 
 TEST_F(Locking, OtherOperationsReturnWhileAnotherThreadHoldsTheLock) {
   m_service->Lock();
-  auto done = std::async(std::launch::async, [&] {
+  const OtherThread caller([&] {
     for (const auto& [name, call] : Unlocked()) call();
   });
-  EXPECT_EQ(done.wait_for(std::chrono::seconds(10)), std::future_status::ready);
+  EXPECT_TRUE(caller.HasEnded());
   m_service->Unlock();
 }
 
 TEST_F(Locking, OperationOfAnotherThreadWaitsUntilTheHostUnlocks) {
   m_service->Lock();
   g_entered = 0;
-  auto added = std::async(std::launch::async, [&] { return m_service->AddLocation(NewLocation(*m_service, L"B")); });
+  std::uint32_t added = 99;
+  OtherThread adder([&] { added = m_service->AddLocation(NewLocation(*m_service, L"B")); });
   while (g_entered == 0) std::this_thread::yield();  // the other thread stands before the lock
   EXPECT_EQ(StoredIds(*m_service), Ids{L"A"});
   m_service->Unlock();
-  EXPECT_EQ(added.get(), LSR_OK);
+  adder.Join();
+  EXPECT_EQ(added, LSR_OK);
   EXPECT_EQ(StoredIds(*m_service), (Ids{L"A", L"B"}));
 }
 

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <future>
 #include <string>
 #include <vector>
 
@@ -240,8 +239,8 @@ class HostLockChoice : public ServiceTest {
   // Whether an edit comes through while another thread holds the lock.
   static bool EditsWhileHeld(CRITICAL_SECTION& lock, _IQeLaApiSmart& service) {
     ::EnterCriticalSection(&lock);
-    auto edit = std::async(std::launch::async, [&] { service.RemoveLocation(L"none"); });
-    const bool came = edit.wait_for(std::chrono::seconds(10)) == std::future_status::ready;
+    const OtherThread editor([&] { service.RemoveLocation(L"none"); });
+    const bool came = editor.HasEnded();
     ::LeaveCriticalSection(&lock);
     return came;
   }
