@@ -38,6 +38,7 @@ void Service::Save() {
 
 std::vector<std::shared_ptr<_IQeLocation>> ToVector(const _IEnumQeLocations& locations) {
   std::vector<std::shared_ptr<_IQeLocation>> result;
+  result.reserve(locations.GetCount());
   for (std::uint64_t index = 0; index < locations.GetCount(); ++index) result.push_back(locations.GetItem(index));
   return result;
 }

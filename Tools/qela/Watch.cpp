@@ -179,8 +179,9 @@ void Watch(const Options& options) {
     {
       const ServiceLock serviceLock(service.Api());
       const auto lock = g_watcher.Hold();
-      if (!service.Api().StartDiscovery(
-              [](std::shared_ptr<_IEnumQeLocations> current) { g_watcher.OnChange(*current); }))
+      // NOLINTNEXTLINE(performance-unnecessary-value-param): the callback's type
+      const auto onChange = [](std::shared_ptr<_IEnumQeLocations> current) { g_watcher.OnChange(*current); };
+      if (!service.Api().StartDiscovery(onChange))
         throw CommandError(kFailed, "the library could not start its discovery thread");
       // Calculated after the thread has started, so that a change in between is in the start or called back.
       service.RequireReadableSet();

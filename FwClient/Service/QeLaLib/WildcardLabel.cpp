@@ -26,7 +26,7 @@ constexpr std::size_t kMaxTextCharacters = 255;
 // size: the steps and the stack of their matching are counted.
 constexpr std::size_t kMaxBacktrackingStates = 255;
 constexpr std::size_t kMaxBacktrackingSteps = 20000;
-constexpr std::ptrdiff_t kMaxBacktrackingStackBytes = 80 * 1024;
+constexpr std::ptrdiff_t kMaxBacktrackingStackBytes = std::ptrdiff_t{80} * 1024;
 
 constexpr std::size_t kCountlessStates = 1 << 20;
 
