@@ -7,6 +7,8 @@
 #include "FwClient/Common/Utilities/ScopeGuards.h"
 #include "FwClient/Common/Utilities/UniqueHandle.h"
 #include "FwClient/Service/QeLaLib/LaLog.h"
+#include "FwClient/Service/QeLaLib/UserProxyContext.h"
+#include "FwClient/Service/QeLaLib/ValidateHttpsConnection.h"
 #include "FwClient/Service/QeLaLib/ZeltServerList.h"
 
 namespace {
@@ -223,4 +225,14 @@ bool CheckZeltReachability() {
   return false;
 }
 
-bool IsDomainReachable(const std::wstring&) { return false; }
+bool IsDomainReachable(const std::wstring& host) {
+  ProxyContext context;
+  const bool reachable = ValidateHttpsConnection(host, {}, {}, {}) ||
+                         ValidateHttpsConnectionAutoProxy(context, host, {}, {}, {}) ||
+                         ValidateHttpsConnectionAsUser(context, host);
+  if (reachable)
+    LA_LOG(kLogInfo, L"IsDomainReachable was able to match domain %s", host.c_str());
+  else
+    LA_LOG(kLogInfo, L"IsDomainReachable was unable to match domain %s", host.c_str());
+  return reachable;
+}
