@@ -36,9 +36,9 @@ class HttpsRequest {
  private:
   bool RegisterForCompletions();
 
+  std::shared_ptr<HttpsCompletion> m_completion;  // only in an asynchronous session
   UniqueWinHttp m_session;
   UniqueWinHttp m_connection;
   UniqueWinHttp m_request;
-  std::shared_ptr<HttpsCompletion> m_completion;  // only in an asynchronous session
   bool m_awaitClosing = false;
 };

@@ -1,0 +1,27 @@
+// Fixture for tests of the HTTPS probe: everything that it asks of Windows is scripted.
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "Tests/Support/FakeCertificates.h"
+#include "Tests/Support/FakeHttps.h"
+#include "Tests/Support/FakeInteractiveUser.h"
+#include "Tests/Support/LogRecorder.h"
+#include "Tests/Support/WindowsScript.h"
+
+class ScriptedHttps : public testing::Test {
+ protected:
+  ScriptedHttps() {
+    https.impersonating = [this] { return user.impersonating; };
+  }
+
+  // The server asks for a client certificate at every send.
+  void AlwaysAskForCertificate() { https.answers = {HttpsAnswer::SendFails(ERROR_WINHTTP_CLIENT_AUTH_CERT_NEEDED)}; }
+
+  LogRecorder log;
+  WindowsScript windows;
+  FakeInteractiveUser user{windows};
+  FakeCertificates certificates{windows};
+  FakeHttps https{windows};
+};

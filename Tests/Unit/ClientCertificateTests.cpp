@@ -1,0 +1,196 @@
+#include "FwClient/Service/QeLaLib/ClientCertificate.h"
+
+#include <algorithm>
+
+#include "FwClient/Service/QeLaLib/ValidateHttpsConnection.h"
+#include "Tests/Support/ScriptedHttps.h"
+
+namespace {
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr DWORD kCertificateNeeded = ERROR_WINHTTP_CLIENT_AUTH_CERT_NEEDED;
+
+class ClientCertificates : public ScriptedHttps {
+ protected:
+  bool Probe() { return ::ValidateHttpsConnection(L"host.test", L"", L"", L""); }
+
+  // The calls from the second send's pass on, without those that find the user's token.
+  std::vector<std::string> CertificateCalls() const {
+    return windows.Calls({"ImpersonateLoggedOnUser", "RevertToSelf", "CertOpenStore", "CertCloseStore",
+                          "WinHttpQueryOption", "CertNameToStrW", "CertFindChainInStore", "CertFreeCertificateChain",
+                          "CertDuplicateCertificateContext", "CertFreeCertificateContext", "GlobalFree",
+                          "WinHttpSetOption", "WinHttpSendRequest", "WinHttpCloseHandle"});
+  }
+};
+
+TEST_F(ClientCertificates, SendsTheUsersCertificateAsTheUser) {
+  https.answers = {HttpsAnswer::SendFails(kCertificateNeeded), HttpsAnswer::Status(200)};
+  EXPECT_TRUE(Probe());
+  EXPECT_THAT(CertificateCalls(),
+              ElementsAre("WinHttpSendRequest(request)", "ImpersonateLoggedOnUser(token)", "CertOpenStore(0x10000, My)",
+                          "WinHttpQueryOption(request, 94)", "CertNameToStrW(1, 3, 500)",
+                          "CertFindChainInStore(store, 1, 0x8004, 1, after null)", "CertDuplicateCertificateContext()",
+                          "GlobalFree(issuers)", "WinHttpSetOption(request, 47, certificate, 40)",
+                          "WinHttpSendRequest(request, as the user)", "RevertToSelf()",
+                          "CertFreeCertificateContext(certificate)", "CertFreeCertificateChain(chain)",
+                          "CertCloseStore(store, 0)", "WinHttpCloseHandle(request)", "WinHttpCloseHandle(connection)",
+                          "WinHttpCloseHandle(session)"));
+  EXPECT_THAT(
+      log.Texts(),
+      ElementsAre(L"Send Request failed for host.test errorCode 12044", L"Get client certificate issuer",
+                  L"Issuer id of required certifcate :CN=Test", L"Searching cert in current user store",
+                  L"Get client certificate chain", L"Set the client cert on request handle and resend the request",
+                  L"Reverted back successfully", L"WinHttp Send Request status code for host.test 200"));
+  EXPECT_EQ(log.Texts(8).size(), log.Texts().size());
+  for (const LoggedEvent& event : log.Events()) EXPECT_TRUE(event.file.starts_with("FwClient/Service/QeLaLib/"));
+}
+
+TEST_F(ClientCertificates, ClosesTheTokenBeforeItReverts) {
+  https.answers = {HttpsAnswer::SendFails(kCertificateNeeded), HttpsAnswer::Status(200)};
+  EXPECT_TRUE(Probe());
+  const auto calls = windows.Calls({"CloseHandle", "RevertToSelf"});
+  ASSERT_GE(calls.size(), 2u);
+  EXPECT_EQ(calls[calls.size() - 2], "CloseHandle(token)");
+  EXPECT_EQ(calls.back(), "RevertToSelf()");
+}
+
+TEST_F(ClientCertificates, TriesEachMatchingOneUntilNoneIsLeft) {
+  AlwaysAskForCertificate();
+  certificates.matching = 3;
+  EXPECT_FALSE(Probe());
+  // One send without a certificate, three with one each, one after the search that found no more.
+  EXPECT_EQ(windows.Count("WinHttpSendRequest"), 5u);
+  EXPECT_THAT(
+      windows.Calls(
+          {"CertFindChainInStore", "CertCloseStore", "CertFreeCertificateContext", "CertFreeCertificateChain"}),
+      ElementsAre("CertFindChainInStore(store, 1, 0x8004, 1, after null)", "CertCloseStore(store, 0)",
+                  "CertFindChainInStore(store2, 1, 0x8004, 1, after chain)", "CertFreeCertificateContext(certificate)",
+                  "CertCloseStore(store2, 0)", "CertFindChainInStore(store3, 1, 0x8004, 1, after chain2)",
+                  "CertFreeCertificateContext(certificate2)", "CertCloseStore(store3, 0)",
+                  "CertFindChainInStore(store4, 1, 0x8004, 1, after chain3)",
+                  "CertFreeCertificateContext(certificate3)", "CertCloseStore(store4, 0)"));
+  EXPECT_EQ(log.Count(L"Not able to locate client certificate -2146885628"), 1u);  // 0x80092004
+  EXPECT_EQ(log.Count(L"Reverted back successfully"), 4u);
+}
+
+TEST_F(ClientCertificates, NeverSendsMoreThanThirtyTimes) {
+  AlwaysAskForCertificate();
+  certificates.matching = 100;
+  EXPECT_FALSE(Probe());
+  EXPECT_EQ(windows.Count("WinHttpSendRequest"), 30u);
+  EXPECT_EQ(windows.Count("CertFindChainInStore"), 29u);
+}
+
+TEST_F(ClientCertificates, AnotherErrorAfterACertificateEndsIt) {
+  https.answers = {HttpsAnswer::SendFails(kCertificateNeeded), HttpsAnswer::SendFails(12175)};
+  EXPECT_FALSE(Probe());
+  EXPECT_EQ(windows.Count("WinHttpSendRequest"), 2u);
+  // The error of the send, not what closing the token or reverting left behind.
+  EXPECT_EQ(log.Count(L"Send Request failed for host.test errorCode 12175"), 1u);
+}
+
+TEST_F(ClientCertificates, LogsNoIssuerOfAnEmptyListAndSearchesAllTheSame) {
+  https.answers = {HttpsAnswer::SendFails(kCertificateNeeded), HttpsAnswer::Status(200)};
+  certificates.issuers = 0;
+  EXPECT_TRUE(Probe());
+  EXPECT_EQ(windows.Count("CertNameToStrW"), 0u);
+  EXPECT_EQ(windows.Count("CertFindChainInStore"), 1u);
+  EXPECT_EQ(log.Count(L"Issuer id of required certifcate :"), 1u);
+}
+
+TEST_F(ClientCertificates, LogsALongIssuerCutTo499Characters) {
+  https.answers = {HttpsAnswer::SendFails(kCertificateNeeded), HttpsAnswer::Status(200)};
+  certificates.issuerName.assign(5000, L'x');
+  EXPECT_TRUE(Probe());
+  EXPECT_EQ(log.Count(L"Issuer id of required certifcate :" + std::wstring(499, L'x')), 1u);
+}
+
+TEST_F(ClientCertificates, SendsWithoutOneWhenThereIsNoIssuerList) {
+  AlwaysAskForCertificate();
+  windows.Fail("WinHttpQueryOption", ERROR_INVALID_PARAMETER);
+  EXPECT_FALSE(Probe());
+  EXPECT_EQ(windows.Count("WinHttpSendRequest"), 2u);
+  EXPECT_EQ(windows.Count("CertFindChainInStore"), 0u);
+  EXPECT_EQ(log.Count(L"Not able to get issuer list"), 1u);
+  EXPECT_EQ(log.Count(L"Reverted back successfully"), 1u);
+}
+
+TEST_F(ClientCertificates, TakesSuccessWithoutAListForNoList) {
+  AlwaysAskForCertificate();
+  certificates.listsIssuers = false;
+  EXPECT_FALSE(Probe());
+  EXPECT_EQ(log.Count(L"Not able to get issuer list"), 1u);
+}
+
+TEST_F(ClientCertificates, GoesOnWithoutAStoreAndFreesTheList) {
+  AlwaysAskForCertificate();
+  windows.Fail("CertOpenStore", ERROR_ACCESS_DENIED);
+  EXPECT_FALSE(Probe());
+  EXPECT_EQ(windows.Count("WinHttpSendRequest"), 2u);
+  EXPECT_EQ(log.Count(L"Not able to open current user store"), 1u);
+  EXPECT_EQ(log.Count(L"Searching cert in current user store"), 0u);
+  EXPECT_EQ(windows.Count("GlobalFree"), 1u);
+}
+
+TEST_F(ClientCertificates, ReleasesTheListOfASearchInVainBeforeTheCertificate) {
+  AlwaysAskForCertificate();
+  EXPECT_FALSE(Probe());
+  const auto calls =
+      windows.Calls({"GlobalFree", "CertFreeCertificateContext", "CertFreeCertificateChain", "CertCloseStore"});
+  EXPECT_THAT(calls, ElementsAre("GlobalFree(issuers)", "CertCloseStore(store, 0)", "GlobalFree(issuers2)",
+                                 "CertFreeCertificateContext(certificate)", "CertCloseStore(store2, 0)"));
+}
+
+TEST_F(ClientCertificates, SendsAsTheServiceWhenTheUserCannotBeFound) {
+  AlwaysAskForCertificate();
+  user.tasklistOutput.clear();
+  EXPECT_FALSE(Probe());
+  EXPECT_THAT(windows.Calls({"WinHttpSendRequest", "ImpersonateLoggedOnUser", "CertOpenStore"}),
+              ElementsAre("WinHttpSendRequest(request)", "WinHttpSendRequest(request)"));
+}
+
+TEST_F(ClientCertificates, KeepsTheTokenOfAFailedImpersonationUntilTheEnd) {
+  AlwaysAskForCertificate();
+  windows.Fail("ImpersonateLoggedOnUser", ERROR_ACCESS_DENIED);
+  EXPECT_FALSE(Probe());
+  EXPECT_EQ(windows.Count("CertOpenStore"), 0u);
+  EXPECT_EQ(windows.Count("RevertToSelf"), 0u);
+  const auto calls = windows.Calls({"WinHttpSendRequest", "CloseHandle", "WinHttpCloseHandle"});
+  ASSERT_GE(calls.size(), 5u);
+  EXPECT_THAT(std::vector(calls.end() - 5, calls.end()),
+              ElementsAre("WinHttpSendRequest(request)", "CloseHandle(token)", "WinHttpCloseHandle(request)",
+                          "WinHttpCloseHandle(connection)", "WinHttpCloseHandle(session)"));
+}
+
+TEST_F(ClientCertificates, ClosesTheTokenOfAFailedImpersonationBeforeItTakesTheNext) {
+  // The certificate is wanted in the second pass; a proxy keeps the passes going.
+  https.answers = {HttpsAnswer::SendFails(kCertificateNeeded), HttpsAnswer::ProxyAsks(std::nullopt),
+                   HttpsAnswer::Status(200)};
+  windows.Fail("ImpersonateLoggedOnUser", ERROR_ACCESS_DENIED);
+  EXPECT_TRUE(Probe());
+  const auto calls = windows.Calls({"OpenProcessToken", "CloseHandle"});
+  const auto closed = std::find(calls.begin(), calls.end(), "CloseHandle(token)");
+  const auto next = std::find(calls.begin(), calls.end(), "OpenProcessToken(process2, 11)");
+  ASSERT_NE(next, calls.end());
+  EXPECT_LT(closed, next);
+}
+
+TEST_F(ClientCertificates, TriesAgainToRevertAndDoesNotClaimIt) {
+  https.answers = {HttpsAnswer::SendFails(kCertificateNeeded), HttpsAnswer::Status(200)};
+  windows.Fail("RevertToSelf", ERROR_INTERNAL_ERROR);
+  EXPECT_TRUE(Probe());
+  EXPECT_EQ(windows.Count("RevertToSelf"), 2u);
+  EXPECT_EQ(log.Count(L"Reverted back successfully"), 0u);
+}
+
+TEST_F(ClientCertificates, AreLookedForInEveryFurtherPassOnceWanted) {
+  https.answers = {HttpsAnswer::SendFails(kCertificateNeeded), HttpsAnswer::ProxyAsks(1), HttpsAnswer::Status(200)};
+  certificates.matching = 5;
+  EXPECT_TRUE(::ValidateHttpsConnection(L"host.test", L"p:1", L"user", L"secret"));
+  EXPECT_EQ(windows.Count("CertFindChainInStore"), 2u);
+}
+
+}  // namespace

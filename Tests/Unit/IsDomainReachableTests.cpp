@@ -1,0 +1,125 @@
+#include <LogLibHost.h>
+
+#include <new>
+
+#include "FwClient/Service/QeLaLib/QeLaLib.h"
+#include "Tests/Support/FailingMemory.h"
+#include "Tests/Support/ScriptedHttps.h"
+
+namespace {
+
+using testing::ElementsAre;
+
+class DomainReachability : public ScriptedHttps {
+ protected:
+  std::vector<std::string> Attempts() const { return windows.Calls({"WinHttpOpen"}); }
+};
+
+constexpr char kDirect[] = "WinHttpOpen(WinHTTPS request, 0, null, null, 0x0)";
+constexpr char kAutoProxy[] = "WinHttpOpen(WinHTTPS request, 1, null, null, 0x10000000)";
+constexpr char kUsersProxy[] = "WinHttpOpen(WinHTTPS request, 3, p2:443, null, 0x0)";
+
+TEST_F(DomainReachability, EndsWithTheFirstAttemptThatAnswers) {
+  EXPECT_TRUE(IsDomainReachable(L"host.test"));
+  EXPECT_THAT(Attempts(), ElementsAre(kDirect));
+  EXPECT_EQ(log.Texts().back(), L"IsDomainReachable was able to match domain host.test");
+  const LoggedEvent event = log.Events().back();
+  EXPECT_EQ(event.severity, 8);
+  EXPECT_EQ(event.file, "FwClient/Service/QeLaLib/QeLaLib.cpp");
+}
+
+TEST_F(DomainReachability, AsksThroughADiscoveredProxyNext) {
+  https.answers = {HttpsAnswer::Status(404), HttpsAnswer::Status(401)};
+  EXPECT_TRUE(IsDomainReachable(L"host.test"));
+  EXPECT_THAT(Attempts(), ElementsAre(kDirect, kAutoProxy));
+  EXPECT_EQ(windows.Count("ImpersonateLoggedOnUser"), 0u);
+}
+
+TEST_F(DomainReachability, AsksThroughTheUsersProxyLast) {
+  user.proxyList = L"https=p2:443";
+  https.answers = {HttpsAnswer::Status(403), HttpsAnswer::SendFails(12029), HttpsAnswer::Status(200)};
+  EXPECT_TRUE(IsDomainReachable(L"host.test"));
+  EXPECT_THAT(Attempts(), ElementsAre(kDirect, kAutoProxy, kUsersProxy));
+}
+
+TEST_F(DomainReachability, SaysSoWhenNoAttemptAnswers) {
+  user.configUrl = L"http://wpad.test/p.pac";
+  user.proxyList = L"https=p2:443";
+  https.answers = {HttpsAnswer::Status(500)};
+  EXPECT_FALSE(IsDomainReachable(L"host.test"));
+  EXPECT_THAT(Attempts(), ElementsAre(kDirect, kAutoProxy, kAutoProxy, kUsersProxy));
+  EXPECT_EQ(log.Texts().back(), L"IsDomainReachable was unable to match domain host.test");
+}
+
+TEST_F(DomainReachability, FirstTwoAttemptsKnowNoCredentials) {
+  https.answers = {HttpsAnswer::ProxyAsks(1)};
+  EXPECT_FALSE(IsDomainReachable(L"host.test"));
+  EXPECT_EQ(windows.Count("WinHttpSendRequest"), 2u);
+  EXPECT_EQ(windows.Count("WinHttpSetCredentials"), 0u);
+}
+
+// A probe in which everything happens: every attempt is asked for a certificate, a log-on and credentials, and fails.
+class HardDomainReachability : public testing::Test {
+ protected:
+  HardDomainReachability() {
+    // Not recorded: recording needs memory.
+    LogUtils::setConsoleLogging(false);
+    user.configUrl = L"http://wpad.test/p.pac";
+    user.proxyList = L"https=p2:443";
+    user.bypassList = L"<local>";
+    certificates.matching = 1000000;
+  }
+  ~HardDomainReachability() override { LogUtils::setConsoleLogging(true); }
+
+  bool Probe() {
+    constexpr DWORD kCertificateNeeded = ERROR_WINHTTP_CLIENT_AUTH_CERT_NEEDED;
+    https.discoveryErrors = {ERROR_WINHTTP_LOGIN_FAILURE};
+    https.answers = {HttpsAnswer::SendFails(kCertificateNeeded), HttpsAnswer::ProxyAsks(1),
+                     HttpsAnswer::SendFails(kCertificateNeeded), HttpsAnswer::Status(404),
+                     HttpsAnswer::SendFails(kCertificateNeeded), HttpsAnswer::Status(404),
+                     HttpsAnswer::SendFails(kCertificateNeeded), HttpsAnswer::Status(404)};
+    return IsDomainReachable(host);
+  }
+
+  const std::wstring host = L"a-host-with-a-name-that-needs-memory.test";
+  WindowsScript windows;
+  FakeInteractiveUser user{windows};
+  FakeCertificates certificates{windows};
+  FakeHttps https{windows};
+};
+
+TEST_F(HardDomainReachability, SurvivesTheFailureOfEverySingleCall) {
+  EXPECT_FALSE(Probe());
+  const std::size_t calls = windows.FallibleCalls();
+  EXPECT_GT(calls, 100u);
+  for (std::size_t call = 1; call <= calls; ++call) {
+    SCOPED_TRACE(call);
+    windows.FailCallNumber(windows.FallibleCalls() + call);
+    Probe();
+    ASSERT_FALSE(user.impersonating);
+    ASSERT_THAT(windows.OpenHandles(), testing::IsEmpty());
+  }
+}
+
+TEST_F(HardDomainReachability, LetsOnlyTheWantOfMemoryThroughAndNothingBehind) {
+  std::size_t thrown = 0;
+  for (std::size_t number = 1;; ++number) {
+    SCOPED_TRACE(number);
+    bool failed = false;
+    {
+      FailingMemory memory(number);
+      try {
+        Probe();
+      } catch (const std::bad_alloc&) {
+        ++thrown;
+      }
+      failed = memory.Failed();
+    }
+    if (!failed) break;
+    ASSERT_FALSE(user.impersonating);
+    ASSERT_THAT(windows.OpenHandles(), testing::IsEmpty());
+  }
+  EXPECT_GT(thrown, 20u);
+}
+
+}  // namespace

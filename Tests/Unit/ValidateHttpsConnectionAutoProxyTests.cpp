@@ -1,0 +1,179 @@
+#include <utility>
+
+#include "FwClient/Service/QeLaLib/HttpsCompletion.h"
+#include "FwClient/Service/QeLaLib/ValidateHttpsConnection.h"
+#include "Tests/Support/ScriptedHttps.h"
+
+namespace {
+
+using testing::Contains;
+using testing::Each;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+class ValidateHttpsConnectionAutoProxy : public ScriptedHttps {
+ protected:
+  bool Probe(const std::wstring& url = {}, const std::wstring& proxyUser = {}) {
+    return ::ValidateHttpsConnectionAutoProxy(context, L"host.test", url, proxyUser, L"secret");
+  }
+
+  ProxyContext context;
+};
+
+TEST_F(ValidateHttpsConnectionAutoProxy, AsksThroughTheDiscoveredProxyAndReleasesInReverse) {
+  EXPECT_TRUE(Probe());
+  EXPECT_THAT(
+      windows.Calls(),
+      ElementsAre("CreateEventW()", "CreateEventW()", "WinHttpOpen(WinHTTPS request, 1, null, null, 0x10000000)",
+                  "WinHttpConnect(session, host.test, 443)",
+                  "WinHttpOpenRequest(connection, GET, null, null, null, 0x800100)",
+                  "WinHttpGetProxyForUrl(session, https://host.test, flags 1, detect 3, script null, log on 0)",
+                  "WinHttpSetOption(request, 38, 3 proxy.test:8888 <local>, 24)",
+                  "WinHttpSetStatusCallback(request, 0x17f0c00)", "WinHttpSetOption(request, 45, context, 8)",
+                  "WinHttpSetTimeouts(request, 10000, 10000, 10000, 10000)", "WinHttpSendRequest(request)",
+                  "WinHttpReceiveResponse(request)", "WinHttpQueryHeaders(request, 0x20000013)",
+                  "WinHttpCloseHandle(request)", "WinHttpCloseHandle(connection)", "WinHttpCloseHandle(session)",
+                  "CloseHandle(event2)", "CloseHandle(event)", "GlobalFree(bypass text)", "GlobalFree(proxy text)"));
+  EXPECT_THAT(log.Texts(), ElementsAre(L"WinHttp Send Request status code for host.test 200"));
+}
+
+TEST_F(ValidateHttpsConnectionAutoProxy, NamesTheScriptThatItIsGiven) {
+  EXPECT_TRUE(Probe(L"http://wpad.test/p.pac"));
+  EXPECT_THAT(windows.Calls({"WinHttpGetProxyForUrl"}),
+              ElementsAre("WinHttpGetProxyForUrl(session, https://host.test, flags 3, detect 3, script "
+                          "http://wpad.test/p.pac, log on 0)"));
+}
+
+TEST_F(ValidateHttpsConnectionAutoProxy, LogsOnWhenTheScriptsServerWantsIt) {
+  https.discoveryErrors = {ERROR_WINHTTP_LOGIN_FAILURE};
+  EXPECT_TRUE(Probe());
+  EXPECT_THAT(
+      windows.Calls({"WinHttpGetProxyForUrl"}),
+      ElementsAre("WinHttpGetProxyForUrl(session, https://host.test, flags 1, detect 3, script null, log on 0)",
+                  "WinHttpGetProxyForUrl(session, https://host.test, flags 1, detect 3, script null, log on 1)"));
+}
+
+TEST_F(ValidateHttpsConnectionAutoProxy, LogsOnOnlyOnce) {
+  https.discoveryErrors = {ERROR_WINHTTP_LOGIN_FAILURE, ERROR_WINHTTP_LOGIN_FAILURE};
+  EXPECT_FALSE(Probe());
+  EXPECT_EQ(windows.Count("WinHttpGetProxyForUrl"), 2u);
+  EXPECT_EQ(windows.Count("WinHttpSendRequest"), 0u);
+}
+
+TEST_F(ValidateHttpsConnectionAutoProxy, EndsWhenNoProxyIsDiscovered) {
+  https.discoveryErrors = {ERROR_WINHTTP_AUTODETECTION_FAILED};
+  EXPECT_FALSE(Probe());
+  EXPECT_EQ(windows.Count("WinHttpGetProxyForUrl"), 1u);
+  EXPECT_EQ(windows.Count("WinHttpSetOption"), 0u);
+}
+
+TEST_F(ValidateHttpsConnectionAutoProxy, FreesTheTextsWhenTheProxyCannotBeSet) {
+  windows.Fail("WinHttpSetOption", ERROR_INVALID_PARAMETER);
+  EXPECT_FALSE(Probe());
+  EXPECT_EQ(windows.Count("WinHttpSendRequest"), 0u);
+  EXPECT_THAT(windows.Calls({"GlobalFree"}), ElementsAre("GlobalFree(bypass text)", "GlobalFree(proxy text)"));
+}
+
+TEST_F(ValidateHttpsConnectionAutoProxy, EndsWithoutSendingWhenAStepBeforeFails) {
+  for (const auto& [step, call] :
+       {std::pair("CreateEventW", 1u), std::pair("CreateEventW", 2u), std::pair("WinHttpOpen", 1u),
+        std::pair("WinHttpConnect", 1u), std::pair("WinHttpOpenRequest", 1u), std::pair("WinHttpSetStatusCallback", 1u),
+        std::pair("WinHttpSetOption", 2u), std::pair("WinHttpSetTimeouts", 1u)}) {
+    SCOPED_TRACE(step);
+    windows.Fail(step, ERROR_WINHTTP_INTERNAL_ERROR, windows.Count(step) + call);
+    EXPECT_FALSE(Probe());
+    EXPECT_THAT(windows.OpenHandles(), IsEmpty());
+  }
+  EXPECT_EQ(windows.Count("WinHttpSendRequest"), 0u);
+}
+
+TEST_F(ValidateHttpsConnectionAutoProxy, WaitsForReportsFromOtherThreads) {
+  https.reports = Reports::kFromAnotherThread;
+  https.answers = {HttpsAnswer::ProxyAsks(1), HttpsAnswer::Status(401)};
+  EXPECT_TRUE(Probe(L"", L"user"));
+  // Two sends, two answers, and the last report before the library may be unloaded; each wait is limited.
+  EXPECT_THAT(windows.Waits(), ElementsAre(45000u, 45000u, 45000u, 45000u, 10000u));
+}
+
+TEST_F(ValidateHttpsConnectionAutoProxy, TakesTheReportedErrorForTheSendsOwn) {
+  https.answers = {HttpsAnswer::SendFails(12029)};
+  EXPECT_FALSE(Probe());
+  EXPECT_THAT(log.Texts(), ElementsAre(L"Send Request failed for host.test errorCode 12029"));
+}
+
+TEST_F(ValidateHttpsConnectionAutoProxy, TakesAReportedFailureWithoutACodeForAFailure) {
+  HttpsAnswer answer = HttpsAnswer::Status(200);
+  answer.before = [this](WINHTTP_STATUS_CALLBACK, HINTERNET) {
+    https.reports = Reports::kNever;
+    https.Report(WINHTTP_CALLBACK_STATUS_REQUEST_ERROR, nullptr);
+  };
+  https.answers = {answer};
+  windows.CutWaitsShort();
+  EXPECT_FALSE(Probe());
+  EXPECT_THAT(log.Texts(), ElementsAre(L"Send Request failed for host.test errorCode 12004"));
+  https.ReportLate();
+}
+
+TEST_F(ValidateHttpsConnectionAutoProxy, OffersCertificatesWhenTheReportAsksForOne) {
+  https.answers = {HttpsAnswer::SendFails(ERROR_WINHTTP_CLIENT_AUTH_CERT_NEEDED), HttpsAnswer::Status(200)};
+  https.reports = Reports::kFromAnotherThread;
+  EXPECT_TRUE(Probe());
+  EXPECT_THAT(windows.Calls({"WinHttpSendRequest"}),
+              ElementsAre("WinHttpSendRequest(request)", "WinHttpSendRequest(request, as the user)"));
+  EXPECT_EQ(log.Count(L"Reverted back successfully"), 1u);
+}
+
+TEST_F(ValidateHttpsConnectionAutoProxy, EndsWhenReceivingIsReportedToFail) {
+  https.answers = {HttpsAnswer::ReceiveFails(12002)};
+  EXPECT_FALSE(Probe());
+  EXPECT_EQ(windows.Count("WinHttpQueryHeaders"), 0u);
+  EXPECT_THAT(log.Texts(), IsEmpty());
+}
+
+TEST_F(ValidateHttpsConnectionAutoProxy, EndsAtOnceWhenACallFailsWithoutAReport) {
+  windows.Fail("WinHttpSendRequest", ERROR_WINHTTP_INCORRECT_HANDLE_STATE);
+  EXPECT_FALSE(Probe());
+  EXPECT_THAT(windows.Waits(), ElementsAre(10000u));
+  windows.Fail("WinHttpReceiveResponse", ERROR_WINHTTP_INCORRECT_HANDLE_STATE);
+  EXPECT_FALSE(Probe());
+  EXPECT_THAT(log.Texts(), ElementsAre(L"Send Request failed for host.test errorCode 12019"));
+}
+
+TEST_F(ValidateHttpsConnectionAutoProxy, StopsWaitingForAReportThatNeverComes) {
+  https.reports = Reports::kNever;
+  windows.CutWaitsShort();
+  EXPECT_FALSE(Probe());
+  EXPECT_THAT(windows.Waits(), ElementsAre(45000u, 10000u));
+  EXPECT_THAT(log.Texts(), ElementsAre(L"Send Request failed for host.test errorCode 12002"));
+  // The request was closed; what its reports will touch was not.
+  EXPECT_THAT(windows.OpenHandles(), ElementsAre("event", "event2"));
+  https.ReportLate();
+  EXPECT_THAT(windows.OpenHandles(), IsEmpty());
+}
+
+TEST_F(ValidateHttpsConnectionAutoProxy, StopsWaitingForAnAnswerThatNeverComes) {
+  HttpsAnswer answer = HttpsAnswer::Status(200);
+  answer.before = [this](WINHTTP_STATUS_CALLBACK, HINTERNET) {
+    https.reports = Reports::kNever;
+    https.Report(WINHTTP_CALLBACK_STATUS_SENDREQUEST_COMPLETE, nullptr);
+  };
+  https.answers = {answer};
+  windows.CutWaitsShort();
+  EXPECT_FALSE(Probe());
+  EXPECT_THAT(windows.Waits(), ElementsAre(45000u, 45000u, 10000u));
+  EXPECT_EQ(windows.Count("WinHttpReceiveResponse"), 1u);
+  https.ReportLate();
+}
+
+TEST_F(ValidateHttpsConnectionAutoProxy, LogsWhatIsWrongWithTheCertificate) {
+  HttpsAnswer answer = HttpsAnswer::SendFails(ERROR_WINHTTP_SECURE_FAILURE);
+  answer.before = [this](WINHTTP_STATUS_CALLBACK, HINTERNET) {
+    DWORD flags = WINHTTP_CALLBACK_STATUS_FLAG_CERT_CN_INVALID;
+    https.Report(WINHTTP_CALLBACK_STATUS_SECURE_FAILURE, &flags);
+  };
+  https.answers = {answer};
+  EXPECT_FALSE(Probe());
+  EXPECT_THAT(log.Texts(), ElementsAre(L"Cert Error Code:16", L"Send Request failed for host.test errorCode 12175"));
+}
+
+}  // namespace
