@@ -8,6 +8,7 @@ here=$(dirname "$0")
 bin=$1/bin
 . "$here/lab-network.sh"
 . "$here/watch-events.sh"
+. "$here/https-servers.sh"
 
 title() { printf '\n\033[1m%s\033[0m\n' "$*"; }
 note() { printf '  %s\n' "$*"; }
@@ -17,7 +18,7 @@ show() {
   printf '  $ qela'
   printf ' %q' "$@"
   printf '\n'
-  qela "$@" | sed 's/^/    /'
+  qela "$@" 2>&1 | sed 's/^/    /'
 }
 
 # told NAME...: waits for the host to be told exactly these current locations.
@@ -32,6 +33,12 @@ told() {
        [.current[] | "\(.name) on \([.adapters[].description] | join(", "))"] | join("; ") end)"' <<<"$event"
 }
 
+# expect_at_start: the watch began at no location.
+expect_at_start() {
+  [ "$(jq -c .current <<<"$event")" = '[]' ] || { note "FAILED: at the start, the host was told $event"; exit 1; }
+  note "current: no location"
+}
+
 set_dns_suffix eu-office.corp.example
 add_adapter wifi0
 
@@ -41,7 +48,7 @@ show location add Home --gateway 192.168.77.1
 
 title "2. The firewall starts watching; the machine is nowhere"
 start_watch "$here/wine.sh" "$bin/qela.exe" watch --json
-note "current: $(jq -r '[.current[].name] | if . == [] then "no location" else join(", ") end' <<<"$event")"
+expect_at_start
 
 title "3. The machine joins the office network (10.20.0.15, gateway 10.20.0.1)"
 join_network wifi0 10.20.0.15/24 10.20.0.1
@@ -62,5 +69,40 @@ title "6. A new process finds the locations in the registry"
 show locations
 stored=$(qela locations --json | jq -c '[.locations[].name]')
 [ "$stored" = '["Office","Home"]' ] || { note "FAILED: stored are $stored"; exit 1; }
+
+title "7. A location that no one can forge: a web host that shows our certificate, and our management server"
+start_https_servers
+trap stop_https_servers EXIT
+"$here/wine.sh" reg add 'HKLM\SOFTWARE\Quillon\Mervo\Shared Components\Framework' /v ZeltServerList /f \
+  /d 'management.lab.test|10.77.0.3|443' >/dev/null
+show location add Headquarters --https-host ok.lab.test --management-server
+
+title "8. The machine is on a network where another web host has the name, with a certificate of its own"
+start_web_servers stranger
+start_watch "$here/wine.sh" "$bin/qela.exe" watch --json
+expect_at_start
+
+# Windows tells of new addresses, not of servers that come and go: one more address makes the library look again.
+addresses=0
+look_again() { ip address add "10.77.1.$((++addresses))/24" dev lan0; }
+
+title "9. It comes to headquarters, where web host and name server are the right ones"
+start_web_servers
+look_again
+told Headquarters
+
+title "10. The name server no longer knows the management server"
+start_name_server
+look_again
+told
+
+title "11. It does again, but the web host is gone"
+start_name_server --host-record=management.lab.test,10.77.0.3
+look_again
+told Headquarters
+stop_server web ':443'
+look_again
+told
+end_watch
 
 title "All as it should be."

@@ -10,6 +10,7 @@
 #   silent                       takes the connection and never greets
 #   mute                         greets in TLS and never answers the request
 #   inner                        is known only to the proxy's own name server, and answers 200
+#   management                   has an address in DNS, which is all that is asked of a management server
 #   proxy                        tinyproxy on port 8888, in a network of its own, whose name server knows every host
 #   wpad                         plain HTTP: /wpad.dat and /proxy.pac name the proxy, /direct.pac names none
 #
@@ -37,6 +38,17 @@ start_https_servers() {
   # An address on the cable whose machine swallows what it gets.
   ip neighbour add 10.77.0.9 lladdr 02:00:00:00:00:09 dev lan0 nud permanent
 
+  start_name_server --host-record=management.lab.test,10.77.0.3
+  ip netns exec lan0-far dnsmasq --conf-file=/dev/null --no-resolv --no-hosts --user=root --listen-address=127.0.0.1 \
+    --bind-interfaces --local=/test/ --pid-file="$https/far-dns.pid" --address=/lab.test/10.77.0.1
+  start_web_servers
+  start_proxy
+  start_silent_listener 127.0.0.4
+}
+
+# start_name_server [OPTION...]: the machine's, in place of the one that runs.
+start_name_server() {
+  stop_server dns ':53'
   # Without --local the servers would refuse to tell that a host has no IPv6 address, and the lookup would fail.
   dnsmasq --conf-file=/dev/null --no-resolv --no-hosts --user=root --listen-address=127.0.0.1 --bind-interfaces \
     --local=/test/ --pid-file="$https/dns.pid" --log-queries --log-facility="$https/queries" \
@@ -46,12 +58,15 @@ start_https_servers() {
     --host-record=wpad.lab.test,127.0.0.1 --host-record=refused.lab.test,127.0.0.2 --host-record=mute.lab.test,127.0.0.1 \
     --host-record=silent.lab.test,127.0.0.4 --host-record=unreachable.lab.test,10.77.0.8 \
     --host-record=lost.lab.test,10.77.0.9 \
-    --host-record=proxy.lab.test,10.77.0.2
-  ip netns exec lan0-far dnsmasq --conf-file=/dev/null --no-resolv --no-hosts --user=root --listen-address=127.0.0.1 \
-    --bind-interfaces --local=/test/ --pid-file="$https/far-dns.pid" --address=/lab.test/10.77.0.1
-  start_web_servers
-  start_proxy
-  start_silent_listener 127.0.0.4
+    --host-record=proxy.lab.test,10.77.0.2 "$@"
+}
+
+# stop_server NAME PORT: ends the server of that name, if it runs, and returns when its port on the machine is free.
+stop_server() {
+  [ -e "$https/$1.pid" ] || return 0
+  kill -TERM "$(<"$https/$1.pid")"
+  while [ -n "$(ss -Hlntu "src 127.0.0.1$2")" ]; do :; done
+  rm -f "$https/$1.pid"
 }
 
 stop_https_servers() {
@@ -82,13 +97,15 @@ make_certificate() {
     -keyout "$https/$name.key" -out "$https/$name.pem" 2>/dev/null
 }
 
+# start_web_servers [CERTIFICATE]: in place of those that run. CERTIFICATE is what ok.lab.test shows instead of its own.
 start_web_servers() {
+  stop_server web ':443'
   local host status
   {
     printf 'user root; worker_processes 1; pid %s/web.pid; events {}\nhttp {\n' "$https"
     printf '  log_format name "$host $status"; access_log %s/requests name;\n' "$https"
     for host in client_body proxy fastcgi uwsgi scgi; do printf '  %s_temp_path %s/temp;\n' "$host" "$https"; done
-    tls_server server 'ok.lab.test inner.lab.test' 'return 200;'
+    tls_server "${1:-server}" 'ok.lab.test inner.lab.test' 'return 200;'
     for status in 401 403 404 500; do tls_server server "s$status.lab.test" "return $status;"; done
     tls_server other wrong-name.lab.test 'return 200;'
     tls_server stranger untrusted.lab.test 'return 200;'
