@@ -50,7 +50,9 @@ bool ClientCertificate::SelectNext(HINTERNET request) {
 bool ClientCertificate::QueryIssuers(HINTERNET request) {
   LA_LOG(kLogInfo, L"Get client certificate issuer");
   DWORD size = sizeof(HGLOBAL);
-  if (!::WinHttpQueryOption(request, WINHTTP_OPTION_CLIENT_CERT_ISSUER_LIST, m_issuers.put(), &size)) return false;
+  if (!::WinHttpQueryOption(request, WINHTTP_OPTION_CLIENT_CERT_ISSUER_LIST, static_cast<void*>(m_issuers.put()),
+                            &size))
+    return false;
   // TRUE without a list is what a server that lists no issuer may lead to.
   if (!m_issuers) return false;
   LogFirstIssuer(IssuerList(m_issuers.get()));

@@ -27,7 +27,7 @@ bool MakePipe(Pipe& pipe, ParentEnd parentEnd) {
   inheritable.nLength = sizeof inheritable;
   inheritable.bInheritHandle = TRUE;
   if (!::CreatePipe(pipe.read.put(), pipe.write.put(), &inheritable, 0)) return false;
-  const HANDLE parents = parentEnd == ParentEnd::kRead ? pipe.read.get() : pipe.write.get();
+  HANDLE parents = parentEnd == ParentEnd::kRead ? pipe.read.get() : pipe.write.get();
   return ::SetHandleInformation(parents, HANDLE_FLAG_INHERIT, 0) != FALSE;
 }
 
@@ -84,7 +84,7 @@ bool WaitForOutput(HANDLE pipe, ULONGLONG deadline) {
 // of the one image name are listed, and the first is taken. A child that has more to say ends when its pipe closes.
 std::size_t ReadOutput(const Tasklist& tasklist, std::array<char, kOutputBytes>& buffer) {
   const ULONGLONG deadline = ::GetTickCount64() + kOutputLimitMs;
-  const HANDLE pipe = tasklist.output.read.get();
+  HANDLE pipe = tasklist.output.read.get();
   DWORD used = 0;
   while (used < kOutputBytes) {
     if (!WaitForOutput(pipe, deadline)) {
@@ -139,12 +139,10 @@ bool FindProcessIdInCsv(std::string_view text, const std::wstring& imageName, DW
     // Each line is read as C text.
     line = line.substr(0, line.find('\0'));
     if (!line.starts_with('"')) continue;
-    const std::string name = TakeField(line);
-    // A line of nothing but separators names no image.
-    if (name.empty() || !Equals(name, imageName)) continue;
+    if (!Equals(TakeField(line), imageName)) continue;
     const std::string id = TakeField(line);
     if (id.empty()) continue;
-    *processId = static_cast<DWORD>(std::atol(id.c_str()));
+    *processId = static_cast<DWORD>(std::strtol(id.c_str(), nullptr, 10));
     return true;
   }
   return false;
