@@ -1,5 +1,7 @@
 #include "FwClient/Service/QeLaLib/UserProxyContext.h"
 
+#include <BLFrameworkHost.h>
+
 #include "Tests/Support/ScriptedHttps.h"
 
 namespace {
@@ -197,6 +199,12 @@ class ValidateHttpsConnectionAsUser : public ScriptedHttps {
   ProxyContext context;
 };
 
+// Past the import table, where a test stands.
+void BLFrameworkCleanUpOfTheStandIn() {
+  const HMODULE module = ::GetModuleHandleW(L"blframework.dll");
+  reinterpret_cast<void (*)()>(reinterpret_cast<void*>(::GetProcAddress(module, "BLFrameworkCleanUp")))();
+}
+
 constexpr char kAutoProxy[] = "WinHttpOpen(WinHTTPS request, 1, null, null, 0x10000000)";
 
 TEST_F(ValidateHttpsConnectionAsUser, ReadsTheSettingsAsTheUserAndRevertsBeforeItAsks) {
@@ -264,6 +272,22 @@ TEST_F(ValidateHttpsConnectionAsUser, HandsTheCredentialsToBothWays) {
   EXPECT_THAT(windows.Calls({"WinHttpSetCredentials"}),
               ElementsAre("WinHttpSetCredentials(request, 1, 1, user, secret)",
                           "WinHttpSetCredentials(request2, 1, 2, user, secret)"));
+}
+
+TEST_F(ValidateHttpsConnectionAsUser, FetchesTheProductsCredentialsBeforeItLooksForTheUser) {
+  BLFrameworkHost::setProxyCredentials(L"product-user", L"product-secret");
+  const ImportPatch patch(
+      ::GetModuleHandleW(nullptr), "BLFrameworkCleanUp", +[] {
+        WindowsScript::Current().Note("BLFrameworkCleanUp");
+        BLFrameworkCleanUpOfTheStandIn();
+      });
+  user.proxyList = L"p1:8080";
+  https.answers = {HttpsAnswer::ProxyAsks(1), HttpsAnswer::Status(200)};
+  EXPECT_TRUE(Probe());
+  BLFrameworkHost::reset();
+  EXPECT_THAT(windows.Calls({"BLFrameworkCleanUp", "RegOpenKeyExW", "WinHttpSetCredentials"}),
+              ElementsAre("BLFrameworkCleanUp()", "RegOpenKeyExW(0x20019)",
+                          "WinHttpSetCredentials(request, 1, 1, product-user, product-secret)"));
 }
 
 TEST_F(ValidateHttpsConnectionAsUser, FailsWithoutTokenImpersonationOrSettings) {

@@ -202,6 +202,12 @@ TEST_F(ValidateHttpsConnection, KeepsItsSchemeWhenTheNextQueryFails) {
   EXPECT_EQ(windows.Count("WinHttpSetCredentials"), 2u);
 }
 
+TEST_F(ValidateHttpsConnection, ForgetsItsSchemeWhenTheProxyNamesNoneItKnows) {
+  https.answers = {HttpsAnswer::ProxyAsks(2), HttpsAnswer::ProxyAsks(0x80), HttpsAnswer::Status(200)};
+  EXPECT_TRUE(ProbeAs(L"user"));
+  EXPECT_EQ(windows.Count("WinHttpSetCredentials"), 1u);
+}
+
 TEST_F(ValidateHttpsConnection, NeverLogsCredentials) {
   https.answers = {HttpsAnswer::ProxyAsks(1), HttpsAnswer::ProxyAsks(4), HttpsAnswer::SendFails(12029)};
   EXPECT_FALSE(ProbeAs(L"user-name"));
