@@ -70,11 +70,11 @@ stop_server() {
 }
 
 stop_https_servers() {
-  local file
-  for file in "$https"/*.pid; do
-    # A stopped process takes the signal only when it goes on.
-    kill -TERM "$(<"$file")" && kill -CONT "$(<"$file")" || true
-  done 2>/dev/null
+  local pids
+  # Read once: a server removes its file when it ends. A stopped process takes the signal only when it goes on.
+  mapfile -t pids < <(cat "$https"/*.pid)
+  kill -TERM "${pids[@]}" 2>/dev/null || true
+  kill -CONT "${pids[@]}" 2>/dev/null || true
   rm -rf "$https"
 }
 
