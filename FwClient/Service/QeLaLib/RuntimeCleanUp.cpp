@@ -1,0 +1,60 @@
+// Gives back what the C++ runtime, which is linked into this library, took from the process while it was loaded.
+//
+// MinGW's runtime expects to go with its process, never alone. A host that loads and unloads the library would lose
+// about 90 KB each time (kept for throwing exceptions without memory), two handles and a record of the thread that
+// unloads it, and one of the process's 1,088 thread-local slots, after the last of which the runtime ends the process.
+// Guarded by LoadUnload.
+//
+// Two small blocks (48 bytes) stay: locks inside the runtime that nobody can reach. So do two handles and a record for
+// every other thread that has called the library and is still there when it goes.
+#include <windows.h>
+
+#include <pthread.h>
+
+#include <array>
+#include <cstdlib>
+
+namespace __gnu_cxx {
+void __freeres();
+}
+
+extern "C" const IMAGE_TLS_DIRECTORY _tls_used;
+
+namespace {
+
+bool g_processEnds = false;
+
+constexpr DWORD kSlots = 64 + 1024;
+std::array<void*, kSlots> g_slots;
+
+// What the system does when a thread ends: the runtime then closes the handles that it keeps for the thread.
+void EndThisThreadForTheRuntime() noexcept {
+  const auto* callback = reinterpret_cast<const PIMAGE_TLS_CALLBACK*>(_tls_used.AddressOfCallBacks);
+  for (; *callback != nullptr; ++callback) (*callback)(nullptr, DLL_THREAD_DETACH, nullptr);
+}
+
+// The lowest priority: after every other destructor of the library.
+[[gnu::destructor(101)]] void CleanUp() noexcept {
+  // Threads that were ended in the middle may hold the runtime's locks for ever; and all goes with the process anyway.
+  if (g_processEnds) return;
+  const DWORD error = ::GetLastError();  // which reading a slot clears
+  static_cast<void>(::pthread_self());   // makes the record if there is none yet
+  // The runtime has one slot, for its record of the thread, and does not tell which: it is the one that is emptied
+  // when the thread ends. The record goes into a list for later threads, of which there are none.
+  for (DWORD slot = 0; slot < kSlots; ++slot) g_slots[slot] = ::TlsGetValue(slot);
+  EndThisThreadForTheRuntime();
+  for (DWORD slot = 0; slot < kSlots; ++slot) {
+    if (g_slots[slot] == nullptr || ::TlsGetValue(slot) != nullptr) continue;
+    ::TlsFree(slot);
+    std::free(g_slots[slot]);
+  }
+  __gnu_cxx::__freeres();
+  ::SetLastError(error);
+}
+
+}  // namespace
+
+extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD reason, void* reserved) {
+  if (reason == DLL_PROCESS_DETACH) g_processEnds = reserved != nullptr;
+  return TRUE;
+}

@@ -1,0 +1,330 @@
+// Loading and unloading the library again and again, and unloading it while its thread runs. Nothing is replaced here,
+// since the library must really go: adapters and address changes are the machine's.
+#include <winsock2.h>
+#include <windows.h>
+#include <winternl.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Tests/Contract/DiscoveryTest.h"
+
+namespace {
+
+// Handles of this process. GetProcessHandleCount answers 0 under Wine, so the system's list of all handles is counted.
+std::size_t CountHandles() {
+  struct Entry {
+    void* object;
+    ULONG_PTR processId;
+    HANDLE handle;
+    ULONG access;
+    USHORT backTrace;
+    USHORT type;
+    ULONG attributes;
+    ULONG reserved;
+  };
+  struct List {
+    ULONG_PTR count;
+    ULONG_PTR reserved;
+    Entry entries[1];
+  };
+  constexpr auto kExtendedHandles = static_cast<SYSTEM_INFORMATION_CLASS>(64);
+  std::vector<std::uint64_t> buffer(1 << 16);
+  ULONG needed = 0;
+  while (::NtQuerySystemInformation(kExtendedHandles, buffer.data(), static_cast<ULONG>(buffer.size() * 8), &needed) !=
+         0) {
+    if (buffer.size() > (1 << 24)) {
+      ADD_FAILURE() << "the handles cannot be listed";
+      return 0;
+    }
+    buffer.resize(buffer.size() * 2);
+  }
+  const auto* list = reinterpret_cast<const List*>(buffer.data());
+  std::size_t handles = 0;
+  for (ULONG_PTR i = 0; i < list->count; ++i)
+    if (list->entries[i].processId == ::GetCurrentProcessId()) ++handles;
+  return handles;
+}
+
+// The memory and the thread-local slots that the library takes from its very first instruction, before a test could
+// replace anything by itself, to its last.
+class LoadWatch {
+ public:
+  LoadWatch() {
+    s_current = this;
+    EXPECT_EQ(Ntdll<RegisterFunction>("LdrRegisterDllNotification")(0, &OnModule, nullptr, &m_cookie), 0);
+  }
+  ~LoadWatch() {
+    Ntdll<UnregisterFunction>("LdrUnregisterDllNotification")(m_cookie);
+    s_current = nullptr;
+  }
+  LoadWatch(const LoadWatch&) = delete;
+  LoadWatch& operator=(const LoadWatch&) = delete;
+
+  int Loads() const { return m_loads; }
+  std::size_t BytesLeft() const {
+    std::size_t bytes = 0;
+    for (const auto& [block, size] : m_blocks) bytes += size;
+    return bytes;
+  }
+  int SlotsLeft() const { return m_slots; }
+
+ private:
+  // As documented; the headers lack them.
+  struct Notification {
+    ULONG flags;
+    const UNICODE_STRING* fullName;
+    const UNICODE_STRING* baseName;
+    void* base;
+    ULONG size;
+  };
+  using NotificationFunction = void CALLBACK(ULONG reason, const Notification* data, void* context);
+  using RegisterFunction = NTSTATUS NTAPI(ULONG, NotificationFunction*, void*, void**);
+  using UnregisterFunction = NTSTATUS NTAPI(void*);
+  static constexpr ULONG kLoaded = 1;
+
+  template <typename Function>
+  static Function* Ntdll(const char* name) {
+    return reinterpret_cast<Function*>(
+        reinterpret_cast<void*>(::GetProcAddress(::GetModuleHandleW(L"ntdll.dll"), name)));
+  }
+
+  // Comes before the library's first instruction, and after its last while it is still there.
+  static void CALLBACK OnModule(ULONG reason, const Notification* data, void*) {
+    if (std::wstring(data->baseName->Buffer) != L"QeLaLib.dll") return;
+    std::vector<std::unique_ptr<ImportPatch>>& patches = s_current->m_patches;
+    patches.clear();
+    if (reason != kLoaded) return;
+    ++s_current->m_loads;
+    const auto patch = [&](const char* function, auto* replacement) {
+      patches.push_back(std::make_unique<ImportPatch>(static_cast<HMODULE>(data->base), function, replacement));
+    };
+    patch("malloc", &Malloc);
+    patch("calloc", &Calloc);
+    patch("realloc", &Realloc);
+    patch("_strdup", &Strdup);
+    patch("free", &Free);
+    patch("TlsAlloc", &MakeSlot);
+    patch("TlsFree", &FreeSlot);
+  }
+
+  static void* Taken(void* block, std::size_t bytes) {
+    const std::lock_guard lock(s_current->m_mutex);
+    if (block != nullptr) s_current->m_blocks[block] = bytes;
+    return block;
+  }
+  static void* Given(void* block) {
+    const std::lock_guard lock(s_current->m_mutex);
+    s_current->m_blocks.erase(block);
+    return block;
+  }
+  static void* Malloc(std::size_t bytes) { return Taken(std::malloc(bytes), bytes); }
+  static void* Calloc(std::size_t count, std::size_t bytes) { return Taken(std::calloc(count, bytes), count * bytes); }
+  static void* Realloc(void* block, std::size_t bytes) { return Taken(std::realloc(Given(block), bytes), bytes); }
+  static char* Strdup(const char* text) {
+    return static_cast<char*>(Taken(::_strdup(text), std::string_view(text).size() + 1));
+  }
+  static void Free(void* block) { std::free(Given(block)); }
+  static DWORD WINAPI MakeSlot() {
+    ++s_current->m_slots;
+    return ::TlsAlloc();
+  }
+  static BOOL WINAPI FreeSlot(DWORD slot) {
+    --s_current->m_slots;
+    return ::TlsFree(slot);
+  }
+
+  static inline LoadWatch* s_current = nullptr;
+  std::mutex m_mutex;
+  std::map<void*, std::size_t> m_blocks;
+  std::atomic<int> m_slots{0};
+  int m_loads = 0;
+  void* m_cookie = nullptr;
+  std::vector<std::unique_ptr<ImportPatch>> m_patches;
+};
+
+bool IsLoaded() { return ::GetModuleHandleW(L"QeLaLib.dll") != nullptr; }
+
+class LoadUnload : public ::testing::Test {
+ protected:
+  // The system's libraries that ours imports stay loaded, as they do in a service: what they keep is theirs.
+  static std::vector<HMODULE> LoadImports() {
+    const ServiceLibrary library;
+    const auto* base = reinterpret_cast<const std::byte*>(library.Module());
+    const auto* headers =
+        reinterpret_cast<const IMAGE_NT_HEADERS*>(base + reinterpret_cast<const IMAGE_DOS_HEADER*>(base)->e_lfanew);
+    const DWORD imports = headers->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT].VirtualAddress;
+    std::vector<HMODULE> modules;
+    for (const auto* import = reinterpret_cast<const IMAGE_IMPORT_DESCRIPTOR*>(base + imports); import->Name != 0;
+         ++import)
+      modules.push_back(::LoadLibraryA(reinterpret_cast<const char*>(base + import->Name)));
+    return modules;
+  }
+  LoadUnload() : m_imports(LoadImports()) {}
+  ~LoadUnload() override {
+    for (HMODULE module : m_imports) ::FreeLibrary(module);
+  }
+
+  LogRecorder m_log;
+  RedirectedMachineHive m_registry;
+  const std::vector<HMODULE> m_imports;
+};
+
+// What a host may do with the library between loading and unloading it.
+struct Visit {
+  const char* name;
+  void (*use)(ServiceLibrary& library);
+};
+const Visit kVisits[] = {
+    {"WithoutAnyCall", [](ServiceLibrary&) {}},
+    {"WithTheSharedInstance",
+     [](ServiceLibrary& library) { library.SmartApi()->AddLocation(library.SmartApi()->CreateLocation()); }},
+    {"WithTheCountedInstance",
+     [](ServiceLibrary& library) {
+       library.Api()->RemoveAllLocations();
+       EXPECT_EQ(library.Api()->Release(), 0u);
+     }},
+    {"WithDiscovery", [](ServiceLibrary& library) {
+       const std::shared_ptr<_IQeLaApiSmart> service = library.SmartApi();
+       EXPECT_TRUE(service->StartDiscovery(&HostCallback::First));
+       EXPECT_TRUE(service->StopDiscovery());
+     }}};
+
+class LoadUnloadAfter : public LoadUnload, public ::testing::WithParamInterface<Visit> {};
+
+TEST_P(LoadUnloadAfter, ThousandTimesNothingGrows) {
+  constexpr int kTimes = 1000;
+  constexpr int kWarmUp = 20;  // what the system makes once and keeps
+  // Two locks of the runtime's, which nobody can reach.
+  constexpr std::size_t kBytesKept = 48;
+  const auto visit = [this] {
+    {
+      ServiceLibrary library;
+      GetParam().use(library);
+    }
+    m_log.Clear();
+    ASSERT_FALSE(IsLoaded());
+  };
+  for (int i = 0; i < kWarmUp; ++i) visit();
+  const std::size_t handles = CountHandles();
+  const LoadWatch watch;
+  for (int i = 0; i < kTimes && !HasFailure(); ++i) visit();
+  EXPECT_EQ(watch.Loads(), kTimes);
+  EXPECT_EQ(CountHandles(), handles);
+  EXPECT_EQ(watch.SlotsLeft(), 0);
+  EXPECT_LE(watch.BytesLeft(), kBytesKept * kTimes);
+}
+
+INSTANTIATE_TEST_SUITE_P(Visits, LoadUnloadAfter, ::testing::ValuesIn(kVisits),
+                         [](const auto& visit) { return visit.param.name; });
+
+// The events and the thread of one start of discovery, seen while the library is loaded.
+class UnloadWithThread : public LoadUnload {
+ protected:
+  void StartDiscovery() {
+    static HANDLE stop;
+    static HANDLE(WINAPI * realEvent)(SECURITY_ATTRIBUTES*, BOOL, BOOL, const wchar_t*);
+    stop = nullptr;
+    const ImportPatch event(
+        m_library.Module(), "CreateEventW",
+        +[](SECURITY_ATTRIBUTES* security, BOOL manual, BOOL set, const wchar_t* name) -> HANDLE {
+          HANDLE made = realEvent(security, manual, set, name);
+          if (stop == nullptr) stop = made;
+          return made;
+        });
+    realEvent = event.Original<HANDLE WINAPI(SECURITY_ATTRIBUTES*, BOOL, BOOL, const wchar_t*)>();
+    static HANDLE thread;
+    static HANDLE(WINAPI * realThread)(SECURITY_ATTRIBUTES*, SIZE_T, LPTHREAD_START_ROUTINE, void*, DWORD, DWORD*);
+    const ImportPatch create(
+        m_library.Module(), "CreateThread",
+        +[](SECURITY_ATTRIBUTES* security, SIZE_T stack, LPTHREAD_START_ROUTINE start, void* argument, DWORD flags,
+            DWORD* id) -> HANDLE {
+          HANDLE made = realThread(security, stack, start, argument, flags, id);
+          ::DuplicateHandle(::GetCurrentProcess(), made, ::GetCurrentProcess(), &thread, 0, FALSE,
+                            DUPLICATE_SAME_ACCESS);
+          return made;
+        });
+    realThread =
+        create.Original<HANDLE WINAPI(SECURITY_ATTRIBUTES*, SIZE_T, LPTHREAD_START_ROUTINE, void*, DWORD, DWORD*)>();
+    EXPECT_TRUE(m_library.SmartApi()->StartDiscovery(&HostCallback::First));
+    m_stop = stop;
+    m_thread = thread;
+  }
+  bool ThreadEnds() const { return ::WaitForSingleObject(m_thread, 10'000) == WAIT_OBJECT_0; }
+  ~UnloadWithThread() override { ::CloseHandle(m_thread); }
+
+  ServiceLibrary m_library;
+  HANDLE m_stop = nullptr;
+  HANDLE m_thread = nullptr;
+};
+
+TEST_F(UnloadWithThread, LibraryStaysAsLongAsItsThreadAndWorksOn) {
+  StartDiscovery();
+  const std::shared_ptr<_IQeLaApiSmart> service = m_library.SmartApi();
+  m_library.Unload();
+  EXPECT_TRUE(IsLoaded());
+  EXPECT_TRUE(service->Save());
+  EXPECT_TRUE(m_log.WaitFor(L"The location discovery thread received a refresh notification"));
+  {
+    // Held while it is told to stop, since the host's own call must return into it.
+    const ServiceLibrary again;
+    EXPECT_TRUE(service->StopDiscovery());
+    EXPECT_TRUE(ThreadEnds());
+    const_cast<std::shared_ptr<_IQeLaApiSmart>&>(service).reset();
+  }
+  EXPECT_FALSE(IsLoaded());
+}
+
+// Nobody else holds the library when the thread ends: the thread takes it away and destroys the service with it.
+TEST_F(UnloadWithThread, ThreadThatEndsLastUnloadsTheLibrary) {
+  StartDiscovery();
+  m_library.Unload();
+  EXPECT_TRUE(IsLoaded());
+  ::SetEvent(m_stop);
+  EXPECT_TRUE(ThreadEnds());
+  EXPECT_FALSE(IsLoaded());
+  EXPECT_EQ(m_log.Count(L"Location discovery thread stopping..."), 1u);
+}
+
+TEST_F(UnloadWithThread, StopLetsTheLibraryGo) {
+  StartDiscovery();
+  EXPECT_TRUE(m_library.SmartApi()->StopDiscovery());
+  EXPECT_TRUE(IsLoaded());
+  m_library.Unload();
+  EXPECT_FALSE(IsLoaded());
+}
+
+// A process that ends while both instances discover: the system has ended their threads by then, wherever they were.
+TEST(ProcessEnd, DoesNotWaitForThreadsThatAreNoMore) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  double seconds = 0;
+  seconds = Seconds([] {
+    EXPECT_EXIT(
+        {
+          ServiceLibrary library;
+          const LogRecorder log;
+          const RedirectedMachineHive registry;
+          library.SmartApi()->StartDiscovery(&HostCallback::First);
+          library.Api()->StartDiscovery(&HostCallback::Second);
+          std::exit(0);
+        },
+        ::testing::ExitedWithCode(0), "");
+  });
+  EXPECT_LT(seconds, 5);
+}
+
+}  // namespace
