@@ -83,7 +83,7 @@ struct _IQeLaApiSmart {
   // A copy of the whole stored set. Lock: no; a host that edits from several threads holds Lock() around the call.
   virtual std::shared_ptr<_IEnumQeLocations> GetLocations() = 0;
 
-  // Whether any of the numeric address texts satisfies the specification: a FirewallAddressType and one or two
+  // Whether any of the numeric address texts satisfies an address specification: a FirewallAddressType and one or two
   // texts. A null kind matches nothing. Lock: no.
   virtual bool MatchAddressSpecification(const std::vector<std::wstring>& addresses, const std::uint32_t* kind,
                                          const std::wstring& first, const std::wstring& second) = 0;
