@@ -184,6 +184,25 @@ TEST_F(Failing, RefusedFirstRequestEndsTheThreadAndTheNextStartMakesAnother) {
   EXPECT_TRUE(m_changes.WaitForRequests(2));
 }
 
+TEST_F(Failing, ThreadThatEndsBeforeStartReturnsDoesNotBlockTheNextStart) {
+  static HANDLE(WINAPI * real)(SECURITY_ATTRIBUTES*, SIZE_T, LPTHREAD_START_ROUTINE, void*, DWORD, DWORD*);
+  {
+    const ImportPatch patch(
+        Module(), "CreateThread",
+        +[](SECURITY_ATTRIBUTES* security, SIZE_T stack, LPTHREAD_START_ROUTINE start, void* argument, DWORD flags,
+            DWORD* id) -> HANDLE {
+          HANDLE thread = real(security, stack, start, argument, flags, id);
+          EXPECT_EQ(::WaitForSingleObject(thread, 10'000), WAIT_OBJECT_0);
+          return thread;
+        });
+    real = patch.Original<HANDLE WINAPI(SECURITY_ATTRIBUTES*, SIZE_T, LPTHREAD_START_ROUTINE, void*, DWORD, DWORD*)>();
+    m_changes.Script({{ERROR_INVALID_PARAMETER, ERROR_INVALID_PARAMETER, false}});
+    EXPECT_TRUE(Service().StartDiscovery(&HostCallback::First));
+  }
+  StartDiscovery();
+  EXPECT_EQ(m_threads.Count(), 2u);
+}
+
 TEST_F(Failing, RequestThatIsRefusedLaterEndsTheThreadAndStopStillSucceeds) {
   Store(L"A", kOfficeGateway);
   StartDiscovery();
