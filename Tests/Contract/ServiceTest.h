@@ -5,43 +5,15 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <string>
-#include <thread>
-#include <utility>
 #include <vector>
 
 #include "Tests/Support/AdapterList.h"
 #include "Tests/Support/LocationBlob.h"
 #include "Tests/Support/LogRecorder.h"
+#include "Tests/Support/OtherThread.h"
 #include "Tests/Support/ServiceLibrary.h"
-
-// Runs `act` on a thread of its own; waits for its end at the latest when it goes out of scope.
-class OtherThread {
- public:
-  explicit OtherThread(std::function<void()> act)
-      : m_thread([this, act = std::move(act)] {
-          act();
-          ::SetEvent(m_ended);
-        }) {}
-  ~OtherThread() {
-    Join();
-    ::CloseHandle(m_ended);
-  }
-  OtherThread(const OtherThread&) = delete;
-  OtherThread& operator=(const OtherThread&) = delete;
-
-  void Join() {
-    if (m_thread.joinable()) m_thread.join();
-  }
-  // False when `act` takes over 10 seconds.
-  bool HasEnded() const { return ::WaitForSingleObject(m_ended, 10000) == WAIT_OBJECT_0; }
-
- private:
-  HANDLE m_ended = ::CreateEventW(nullptr, TRUE, FALSE, nullptr);
-  std::thread m_thread;
-};
 
 class ServiceTest : public ::testing::Test {
  protected:
