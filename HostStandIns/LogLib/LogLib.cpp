@@ -8,32 +8,39 @@
 
 namespace LogUtils {
 
+namespace {
+
+// Gives the record its text and writes it. Catches everything, which is running out of memory: an event is then lost,
+// but its caller goes on.
+template <typename Character>
+void Write(LogRecord record, const Character* format, va_list arguments) noexcept {
+  try {
+    const std::wstring text = FormatEventText(format, arguments);
+    record.text = text.c_str();
+    EventLog::Instance().Write(record);
+  } catch (...) {
+  }
+}
+
+}  // namespace
+
 // The library only hands the manager back, so an empty object will do.
 class LogManager {};
 
 LogEvent::LogEvent(const char* file, int line, int severity, const char* source, LogManager* manager, int, int) noexcept
     : m_file(file), m_line(line), m_severity(severity), m_source(source), m_manager(manager) {}
 
-// Both catch everything, which is running out of memory: an event is then lost, but its caller goes on.
 void LogEvent::operator()(const char* component, const wchar_t* format, ...) const noexcept {
   va_list arguments;
   va_start(arguments, format);
-  try {
-    const std::wstring text = FormatEventText(format, arguments);
-    EventLog::Instance().Write({m_file, m_line, m_severity, m_source, component, text.c_str()});
-  } catch (...) {
-  }
+  Write({m_file, m_line, m_severity, m_source, component, nullptr}, format, arguments);
   va_end(arguments);
 }
 
 void LogEvent::operator()(const char* component, const char* format, ...) const noexcept {
   va_list arguments;
   va_start(arguments, format);
-  try {
-    const std::wstring text = FormatEventText(format, arguments);
-    EventLog::Instance().Write({m_file, m_line, m_severity, m_source, component, text.c_str()});
-  } catch (...) {
-  }
+  Write({m_file, m_line, m_severity, m_source, component, nullptr}, format, arguments);
   va_end(arguments);
 }
 

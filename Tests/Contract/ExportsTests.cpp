@@ -112,13 +112,8 @@ TEST_F(Exports, LaterCallsDoNotLoadAgain) {
 TEST_F(Exports, LogEventsCarryTheirPlaceInTheProduct) {
   m_library.Api();
   ASSERT_FALSE(m_log.Events().empty());
-  for (const LoggedEvent& event : m_log.Events()) {
-    EXPECT_THAT(event.file, StartsWith("FwClient/Service/QeLaLib/"));
-    EXPECT_GT(event.line, 0);
-    EXPECT_EQ(event.severity, 8);
-    EXPECT_EQ(event.source, "FirewallBL");
-    EXPECT_EQ(event.component, "FIREWALL");
-  }
+  for (const LoggedEvent& event : m_log.Events())
+    ExpectFirewallEvent(event, 8, StartsWith("FwClient/Service/QeLaLib/"));
 }
 
 }  // namespace

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "Tests/Contract/ServiceTest.h"
-#include "Tests/Support/FailingAllocations.h"
+#include "Tests/Support/HeapWatch.h"
 
 namespace {
 
@@ -40,26 +40,26 @@ class FailureInjection : public ServiceTest {
   // with memory as usual.
   void FailEveryAllocation(const std::function<void()>& act, const std::function<void()>& before,
                            const std::function<void()>& after) {
-    FailingAllocations failing(Module());
-    for (std::size_t nth = 1; nth < kEnough; ++nth) {
+    HeapWatch heap(Module());
+    for (std::size_t n = 0; n < kEnough; ++n) {
       before();
-      failing.Arm(nth);
+      heap.FailAt(n, HeapWatch::Failing::Once);
       bool failed = false;
       try {
         act();
-        failed = failing.Disarm();
+        failed = heap.StopFailing();
       } catch (const std::bad_alloc&) {
-        failed = failing.Disarm();
+        failed = heap.StopFailing();
         EXPECT_TRUE(failed) << "bad_alloc without a cause";
       } catch (...) {
-        failing.Disarm();
-        ADD_FAILURE() << "another exception at allocation " << nth;
+        heap.StopFailing();
+        ADD_FAILURE() << "another exception at allocation " << n;
         return;
       }
       after();
       if (!failed) return;
       if (HasFailure()) {
-        ADD_FAILURE() << "at allocation " << nth;
+        ADD_FAILURE() << "at allocation " << n;
         return;
       }
     }
@@ -212,11 +212,11 @@ TEST_F(FailureInjection, FailedEditLeavesTheSetWholeOrUnchanged) {
 
 TEST_F(FailureInjection, ConstructionInGetQeLaApiIsTriedAgainByTheNextCall) {
   m_registry.Put(StoredSet());
-  FailingAllocations failing(Module());
+  HeapWatch heap(Module());
   // The first exception of a process makes the runtime initialise locks of its own.
-  failing.Arm(1);
+  heap.FailAt(0, HeapWatch::Failing::Once);
   EXPECT_THROW(m_library.SmartApi(), std::bad_alloc);
-  failing.Disarm();
+  heap.StopFailing();
   const ImportPatch initialize(Module(), "InitializeCriticalSection", &CountInitialize);
   const ImportPatch remove(Module(), "DeleteCriticalSection", &CountDelete);
   g_initialize = initialize.Original<void WINAPI(CRITICAL_SECTION*)>();
@@ -225,17 +225,17 @@ TEST_F(FailureInjection, ConstructionInGetQeLaApiIsTriedAgainByTheNextCall) {
   const HandleLedger ledger(Module());
   _IQeLaApi* service = nullptr;
   std::size_t failures = 0;
-  for (std::size_t nth = 1; nth < kEnough && service == nullptr; ++nth) {
-    failing.Arm(nth);
+  for (std::size_t n = 0; n < kEnough && service == nullptr; ++n) {
+    heap.FailAt(n, HeapWatch::Failing::Once);
     try {
       service = m_library.Api();
     } catch (const std::bad_alloc&) {
       ++failures;
     }
-    failing.Disarm();
+    heap.StopFailing();
     EXPECT_EQ(ledger.Leaks(), std::vector<std::string>{});
     EXPECT_EQ(m_registry.OpenKeys(), 0u);
-    EXPECT_EQ(g_initialised - g_deleted, service != nullptr ? 1 : 0) << "own locks alive after try " << nth;
+    EXPECT_EQ(g_initialised - g_deleted, service != nullptr ? 1 : 0) << "own locks alive after try " << n;
   }
   EXPECT_GE(failures, 2u);
   ASSERT_NE(service, nullptr);
@@ -251,15 +251,15 @@ TEST_F(FailureInjection, ConstructionInGetQeLaApiSmartIsTriedAgainByTheNextCall)
   const HandleLedger ledger(Module());
   std::shared_ptr<_IQeLaApiSmart> service;
   std::size_t failures = 0;
-  FailingAllocations failing(Module());
-  for (std::size_t nth = 1; nth < kEnough && service == nullptr; ++nth) {
-    failing.Arm(nth);
+  HeapWatch heap(Module());
+  for (std::size_t n = 0; n < kEnough && service == nullptr; ++n) {
+    heap.FailAt(n, HeapWatch::Failing::Once);
     try {
       service = m_library.SmartApi(&g_lock);
     } catch (const std::bad_alloc&) {
       ++failures;
     }
-    failing.Disarm();
+    heap.StopFailing();
     EXPECT_EQ(ledger.Leaks(), std::vector<std::string>{});
     EXPECT_TRUE(OtherThreadCanEnter(g_lock));
   }

@@ -184,7 +184,7 @@ TEST_F(OperationTables, CollectionSlotsDoWhatTheirNumberSays) {
   EXPECT_EQ((Call<std::shared_ptr<_IQeLocation>, const std::wstring&>(locations, 4, L"B")), nullptr);
   Bytes bytes;
   EXPECT_TRUE((Call<bool, Bytes&>(locations, 0, bytes)));
-  EXPECT_EQ(PackedArray({bytes}), m_registry.Value());
+  EXPECT_EQ(Blob::Array({bytes}), m_registry.Value());
   EXPECT_TRUE((Call<bool, const Bytes&>(locations, 1, {0x91, 0x90})));
   EXPECT_EQ(Call<std::uint64_t>(locations, 2), 0u);
 }

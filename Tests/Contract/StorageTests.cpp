@@ -262,8 +262,8 @@ TEST_F(Storage, LoadOfBytesThatAreNoSetLeavesTheSetAndStillCalculates) {
 
 TEST_F(Storage, LoadThatMeetsAWrongTypeKeepsWhatItReadBefore) {
   const std::shared_ptr<_IQeLaApiSmart> service = Service();
-  const Bytes second = PackedArray({PackedArray({}), PackedNumber(7)});
-  m_registry.Put(PackedArray({PackedArray({PackedArray({LocationBlob{.id = "A"}.Pack(), second})})}));
+  const Bytes second = Blob::Array({Blob::Array({}), Blob::Number(7)});
+  m_registry.Put(Blob::Array({Blob::Array({Blob::Array({LocationBlob{.id = "A"}.Pack(), second})})}));
   EXPECT_FALSE(service->Load());
   const Ids ids = StoredIds(*service);
   ASSERT_EQ(ids.size(), 2u);
@@ -289,8 +289,9 @@ TEST_F(Storage, FurtherElementsAndBytesAreIgnored) {
   const std::shared_ptr<_IQeLaApiSmart> service = Service();
   Bytes nested(200, 0x91);
   nested.push_back(0x90);
-  m_registry.Put(Joined({PackedArray({PackedArray({PackedArray({LocationBlob{.id = "A"}.Pack()}), nested}), nested}),
-                         Bytes{0xc1, 0xc1}}));
+  m_registry.Put(
+      Blob::Join({Blob::Array({Blob::Array({Blob::Array({LocationBlob{.id = "A"}.Pack()}), nested}), nested}),
+                  Bytes{0xc1, 0xc1}}));
   EXPECT_TRUE(service->Load());
   EXPECT_EQ(StoredIds(*service), Ids{L"A"});
 }
@@ -300,7 +301,7 @@ TEST_F(Storage, LoadOverwritesInPlaceSoThatShortRecordsKeepTheRest) {
   const std::shared_ptr<_IQeLocation> location = NewLocation(*service, L"A");
   location->SetNote(L"kept");
   service->AddLocation(location);
-  m_registry.Put(PackedArray({PackedArray({PackedArray({PackedArray({PackedArray({}), PackedText("B")})})})}));
+  m_registry.Put(Blob::Array({Blob::Array({Blob::Array({Blob::Array({Blob::Array({}), Blob::Str("B")})})})}));
   EXPECT_TRUE(service->Load());
   EXPECT_EQ(StoredIds(*service), Ids{L"B"});
   EXPECT_EQ(service->GetLocation(L"B")->GetNote(), L"kept");

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Tests/Contract/ServiceTest.h"
+#include "Tests/Support/HostLocation.h"
 
 namespace {
 
@@ -291,36 +292,15 @@ TEST_F(Store, CurrentLocationThatCannotBeCopiedIsLeftOut) {
   EXPECT_EQ(StoredIds(*service), (Ids{L"A", L"B"}));
 }
 
-// A location of the host's own making.
-class HostLocation final : public _IQeLocation {
- public:
-  bool SerializeToBytes(std::vector<std::uint8_t>&) const override { return false; }
-  bool DeserializeFromBytes(const std::vector<std::uint8_t>&) override { return false; }
-  std::shared_ptr<_IEnumQeLocationCriterias> GetCriterias() const override { return nullptr; }
-  std::wstring GetId() const override { return L"host"; }
-  bool IsEnabled() const override { return false; }
-  std::wstring GetName() const override { return L"name"; }
-  std::wstring GetNote() const override { return L"note"; }
-  std::uint32_t AddCriteria(const LOCATION_CRITERIA_TYPE*, const std::wstring&) override { return 1; }
-  std::uint32_t RemoveCriteria(const LOCATION_CRITERIA_TYPE*, const std::wstring&) override { return 1; }
-  bool ClearCriterias() override { return true; }
-  void SetEnabled(const bool*) override {}
-  void SetName(const std::wstring&) override {}
-  void SetNote(const std::wstring&) override {}
-  void SetId(const std::wstring&) override {}
-  void GetAdapterIndexes(std::vector<std::uint32_t>& indexes) const override { indexes = {1, 2}; }
-  void SetAdapterIndexes(const std::vector<std::uint32_t>&) override {}
-};
-
 TEST_F(Store, HostsOwnLocationIsCopiedThroughItsInterface) {
   _IQeLaApi* const service = m_library.Api();
   EXPECT_EQ(service->AddLocation(std::make_shared<HostLocation>()), LSR_OK);
-  const std::shared_ptr<_IQeLocation> stored = service->GetLocation(L"host");
+  const std::shared_ptr<_IQeLocation> stored = service->GetLocation(L"host id");
   ASSERT_NE(stored, nullptr);
-  EXPECT_EQ(stored->GetName(), L"name");
-  EXPECT_EQ(stored->GetNote(), L"note");
+  EXPECT_EQ(stored->GetName(), L"host name");
+  EXPECT_EQ(stored->GetNote(), L"host note");
   EXPECT_FALSE(stored->IsEnabled());
-  EXPECT_EQ(MatchedAdapters(*service, L"host"), (std::vector<std::uint32_t>{1, 2}));
+  EXPECT_EQ(MatchedAdapters(*service, L"host id"), (std::vector<std::uint32_t>{1, 2}));
 }
 
 }  // namespace

@@ -154,9 +154,6 @@ class FakeAdapters {
   std::size_t CallCount() const;
   void ClearCalls();
 
-  // Waits until that many calls have been answered since the last ClearCalls. False when it takes over 10 seconds.
-  bool WaitForCalls(std::size_t count) const;
-
  private:
   struct State;
   static ULONG WINAPI GetAdapters(ULONG family, ULONG flags, void* reserved, IP_ADAPTER_ADDRESSES* buffer,

@@ -2,37 +2,43 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
+#include <atomic>
 #include <limits>
 
 namespace {
 
 constexpr std::size_t kNever = std::numeric_limits<std::size_t>::max();
 
-// The heap itself, past the program's import table.
+// The heap itself, past every import table.
 template <typename Function>
-Function* FromRuntime(const char* name) {
-  return reinterpret_cast<Function*>(
-      reinterpret_cast<void*>(::GetProcAddress(::GetModuleHandleW(L"ucrtbase.dll"), name)));
+Function* FromModule(const wchar_t* module, const char* name) {
+  return reinterpret_cast<Function*>(reinterpret_cast<void*>(::GetProcAddress(::GetModuleHandleW(module), name)));
 }
-auto* const g_malloc = FromRuntime<void*(std::size_t)>("malloc");
-auto* const g_calloc = FromRuntime<void*(std::size_t, std::size_t)>("calloc");
-auto* const g_realloc = FromRuntime<void*(void*, std::size_t)>("realloc");
-auto* const g_free = FromRuntime<void(void*)>("free");
+auto* const g_malloc = FromModule<void*(std::size_t)>(L"ucrtbase.dll", "malloc");
+auto* const g_calloc = FromModule<void*(std::size_t, std::size_t)>(L"ucrtbase.dll", "calloc");
+auto* const g_realloc = FromModule<void*(void*, std::size_t)>(L"ucrtbase.dll", "realloc");
+auto* const g_free = FromModule<void(void*)>(L"ucrtbase.dll", "free");
+auto* const g_heapAlloc = FromModule<decltype(::HeapAlloc)>(L"kernel32.dll", "HeapAlloc");
+auto* const g_heapFree = FromModule<decltype(::HeapFree)>(L"kernel32.dll", "HeapFree");
+
+// The thread that is watched; no thread has the ID 0. Others only read it.
+std::atomic<DWORD> g_thread = 0;
 
 // The replacements are plain functions, so the state is global. They must not allocate.
 struct State {
-  DWORD thread = 0;  // no thread has this ID
   std::size_t allocations = 0;
   std::size_t bytes = 0;
   std::ptrdiff_t blocks = 0;
   std::size_t succeeding = kNever;  // allocations until failures begin
   HeapWatch::Failing failing = HeapWatch::Failing::Once;
   bool failed = false;
+  int pauses = 0;
 };
 State g_state;
 
-bool Watched() { return ::GetCurrentThreadId() == g_state.thread; }
+bool OnWatchedThread() { return ::GetCurrentThreadId() == g_thread; }
+
+bool Watched() { return OnWatchedThread() && g_state.pauses == 0; }
 
 // Counts an allocation and tells whether it is to fail.
 bool Fails(std::size_t bytes) {
@@ -75,18 +81,31 @@ void WatchedFree(void* block) {
   g_free(block);
 }
 
-}  // namespace
-
-HeapWatch::HeapWatch()
-    : m_malloc(::GetModuleHandleW(nullptr), "malloc", &WatchedMalloc),
-      m_calloc(::GetModuleHandleW(nullptr), "calloc", &WatchedCalloc),
-      m_realloc(::GetModuleHandleW(nullptr), "realloc", &WatchedRealloc),
-      m_free(::GetModuleHandleW(nullptr), "free", &WatchedFree) {
-  g_state = {};
-  g_state.thread = ::GetCurrentThreadId();
+void* WINAPI WatchedHeapAlloc(HANDLE heap, DWORD flags, SIZE_T bytes) {
+  if (!Watched()) return g_heapAlloc(heap, flags, bytes);
+  return Fails(bytes) ? nullptr : Counted(g_heapAlloc(heap, flags, bytes));
 }
 
-HeapWatch::~HeapWatch() { g_state.thread = 0; }
+BOOL WINAPI WatchedHeapFree(HANDLE heap, DWORD flags, void* block) {
+  if (Watched() && block != nullptr) --g_state.blocks;
+  return g_heapFree(heap, flags, block);
+}
+
+}  // namespace
+
+HeapWatch::HeapWatch(HMODULE module)
+    : m_malloc(module, "malloc", &WatchedMalloc),
+      m_calloc(module, "calloc", &WatchedCalloc),
+      m_realloc(module, "realloc", &WatchedRealloc),
+      m_free(module, "free", &WatchedFree),
+      m_heapAlloc(module, "HeapAlloc", &WatchedHeapAlloc),
+      m_heapFree(module, "HeapFree", &WatchedHeapFree) {
+  EXPECT_EQ(g_thread, 0u) << "there is a heap watch already";
+  g_state = {};
+  g_thread = ::GetCurrentThreadId();
+}
+
+HeapWatch::~HeapWatch() { g_thread = 0; }
 
 void HeapWatch::FailAt(std::size_t n, Failing failing) {
   g_state.succeeding = n;
@@ -104,6 +123,14 @@ std::size_t HeapWatch::Allocations() const { return g_state.allocations; }
 std::size_t HeapWatch::BytesAskedFor() const { return g_state.bytes; }
 
 std::ptrdiff_t HeapWatch::BlocksLeft() const { return g_state.blocks; }
+
+HeapWatch::Pause::Pause() noexcept : m_paused(OnWatchedThread()) {
+  if (m_paused) ++g_state.pauses;
+}
+
+HeapWatch::Pause::~Pause() {
+  if (m_paused) --g_state.pauses;
+}
 
 void ExpectNothingLeft(std::ptrdiff_t blocks, std::size_t n) {
   EXPECT_EQ(blocks, 0) << "blocks left on the heap when allocation " << n << " failed";

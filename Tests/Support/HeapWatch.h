@@ -1,4 +1,4 @@
-// Counts what the running program allocates on one thread, and lets allocations fail.
+// Counts what one module allocates on one thread, and lets allocations fail.
 #pragma once
 
 #include <windows.h>
@@ -8,12 +8,12 @@
 
 #include "Tests/Support/ImportPatch.h"
 
-// Watches malloc, calloc, realloc and free (and so operator new and delete) of the running program's own code for the
-// thread that makes it. One watch at a time. Objects that are made under a watch must be destroyed under it, or
-// BlocksLeft() counts them.
+// Watches the module's own code, by default the running program's, for the thread that makes it: malloc, calloc,
+// realloc and free (and so operator new and delete), HeapAlloc and HeapFree. One watch at a time. Objects that are made
+// under a watch must be destroyed under it, or BlocksLeft() counts them.
 class HeapWatch {
  public:
-  HeapWatch();
+  explicit HeapWatch(HMODULE module = ::GetModuleHandleW(nullptr));
   ~HeapWatch();
   HeapWatch(const HeapWatch&) = delete;
   HeapWatch& operator=(const HeapWatch&) = delete;
@@ -31,11 +31,26 @@ class HeapWatch {
   std::size_t BytesAskedFor() const;  // the sum over all allocations, freed or not
   std::ptrdiff_t BlocksLeft() const;  // allocated and not freed
 
+  // While one lives on the watched thread, nothing is counted and nothing fails: for fakes in the same module, which
+  // need memory too. Does nothing on other threads and without a watch.
+  class Pause {
+   public:
+    Pause() noexcept;
+    ~Pause();
+    Pause(const Pause&) = delete;
+    Pause& operator=(const Pause&) = delete;
+
+   private:
+    bool m_paused;
+  };
+
  private:
   ImportPatch m_malloc;
   ImportPatch m_calloc;
   ImportPatch m_realloc;
   ImportPatch m_free;
+  ImportPatch m_heapAlloc;
+  ImportPatch m_heapFree;
 };
 
 // Calls `scenario(attempt)` again and again. The scenario makes its objects, calls `attempt(operation)` once, which

@@ -3,21 +3,13 @@
 #pragma once
 
 #include <array>
-#include <cstddef>
 #include <cstdint>
-#include <initializer_list>
 #include <string>
 #include <vector>
 
-using Bytes = std::vector<std::uint8_t>;
+#include "Tests/Support/Blob.h"
 
-Bytes Joined(std::initializer_list<Bytes> parts);
-
-// MessagePack: up to 15 elements, texts below 65536 bytes (ASCII as given), any unsigned number.
-Bytes PackedArray(const std::vector<Bytes>& elements);
-Bytes PackedText(const std::string& utf8);
-Bytes PackedBool(bool value);
-Bytes PackedNumber(std::uint32_t value);
+using Blob::Bytes;
 
 // One location as it is stored. The defaults make one without criteria, which every adapter matches.
 struct LocationBlob {

@@ -5,10 +5,13 @@
 #include <algorithm>
 #include <chrono>
 
+#include "Tests/Support/HeapWatch.h"
+
 LogRecorder::LogRecorder() {
   LogUtils::setConsoleLogging(false);
   LogUtils::setLogSink(
       [](const LogUtils::LogRecord& record, void* context) {
+        const HeapWatch::Pause pause;
         auto& self = *static_cast<LogRecorder*>(context);
         const std::lock_guard lock(self.m_mutex);
         self.m_events.push_back(
@@ -61,4 +64,12 @@ bool LogRecorder::WaitFor(const std::wstring& text, std::size_t times) const {
              return event.text == text;
            })) >= times;
   });
+}
+
+void ExpectFirewallEvent(const LoggedEvent& event, int severity, const testing::Matcher<std::string>& file) {
+  EXPECT_THAT(event.file, file);
+  EXPECT_GT(event.line, 0);
+  EXPECT_EQ(event.severity, severity);
+  EXPECT_EQ(event.source, "FirewallBL");
+  EXPECT_EQ(event.component, "FIREWALL");
 }

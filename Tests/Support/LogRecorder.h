@@ -1,5 +1,7 @@
-// Records the log events of the process while it lives.
+// Records the log events of the process, and tells the form that all of the library share.
 #pragma once
+
+#include <gmock/gmock.h>
 
 #include <condition_variable>
 #include <cstddef>
@@ -16,6 +18,7 @@ struct LoggedEvent {
   std::wstring text;
 };
 
+// While it lives. One at a time.
 class LogRecorder {
  public:
   LogRecorder();
@@ -40,3 +43,6 @@ class LogRecorder {
   mutable std::condition_variable m_changed;
   std::vector<LoggedEvent> m_events;
 };
+
+// Fails the test unless the event came from that place, at that severity, in the firewall's name.
+void ExpectFirewallEvent(const LoggedEvent& event, int severity, const testing::Matcher<std::string>& file);

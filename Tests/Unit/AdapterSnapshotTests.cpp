@@ -409,13 +409,7 @@ TEST_F(AdapterSnapshot, LogsAsTheFirewallDoes) {
   EXPECT_TRUE(m_service.CalculateCurrentAdapterProps());
   const auto events = m_log.Events();
   ASSERT_EQ(events.size(), 4u);
-  for (const LoggedEvent& event : events) {
-    EXPECT_EQ(event.file, "FwClient/Service/QeLaLib/AdapterSnapshot.cpp");
-    EXPECT_GT(event.line, 0);
-    EXPECT_EQ(event.severity, 8);
-    EXPECT_EQ(event.source, "FirewallBL");
-    EXPECT_EQ(event.component, "FIREWALL");
-  }
+  for (const LoggedEvent& event : events) ExpectFirewallEvent(event, 8, "FwClient/Service/QeLaLib/AdapterSnapshot.cpp");
 }
 
 TEST_F(AdapterSnapshot, TheReportListsEveryAdapterAndASeparator) {
@@ -446,21 +440,6 @@ TEST_F(AdapterSnapshot, EverySnapshotReplacesTheLast) {
   EXPECT_EQ(m_service.m_adapters[0].description, L"Home");
 }
 
-// A recorder would need the memory that runs out.
-class NoLog {
- public:
-  NoLog() {
-    LogUtils::setConsoleLogging(false);
-    LogUtils::setLogSink([](const LogUtils::LogRecord&, void*) {}, nullptr);
-  }
-  ~NoLog() {
-    LogUtils::setLogSink(nullptr, nullptr);
-    LogUtils::setConsoleLogging(true);
-  }
-  NoLog(const NoLog&) = delete;
-  NoLog& operator=(const NoLog&) = delete;
-};
-
 // Nothing leaves the snapshot: whichever allocation fails, there is a whole snapshot or none.
 TEST(AdapterSnapshotMemory, RunningOutOfItLeavesAWholeSnapshotOrNone) {
   AdapterList list;
@@ -470,8 +449,7 @@ TEST(AdapterSnapshotMemory, RunningOutOfItLeavesAWholeSnapshotOrNone) {
         .DnsServer("10.0.0.3")
         .Mac({1, 2, 3, 4, 5, 6});
   const FakeAdapters adapters(::GetModuleHandleW(nullptr), list);
-  const NoLog noLog;
-  EXPECT_TRUE(Service().CalculateCurrentAdapterProps());  // the fake's locks allocate when they are first used
+  const LogRecorder log;
   FailEveryAllocation([](auto attempt) {
     Service service;
     bool result = false;

@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "FwClient/Common/Utilities/StlStringUtfConv.h"
+#include "Tests/Support/Blob.h"
 #include "Tests/Support/HeapWatch.h"
-#include "Tests/Unit/Blob.h"
 #include "Tests/Unit/PrintedErrors.h"
 
 namespace {

@@ -431,13 +431,8 @@ TEST_F(LocationMatching, LogsAsTheFirewallDoes) {
   Check();
   const auto events = m_log.Events();
   ASSERT_EQ(events.size(), 6u);
-  for (const LoggedEvent& event : events) {
-    EXPECT_EQ(event.file, "FwClient/Service/QeLaLib/LocationMatching.cpp");
-    EXPECT_GT(event.line, 0);
-    EXPECT_EQ(event.severity, 8);
-    EXPECT_EQ(event.source, "FirewallBL");
-    EXPECT_EQ(event.component, "FIREWALL");
-  }
+  for (const LoggedEvent& event : events)
+    ExpectFirewallEvent(event, 8, "FwClient/Service/QeLaLib/LocationMatching.cpp");
 }
 
 TEST_F(LocationMatching, IndexesAreLoggedAsSignedNumbers) {

@@ -86,10 +86,7 @@ class ManagementServerProbe : public testing::Test {
     EXPECT_EQ(m_registry.WrongCloses(), 0);
     for (const LoggedEvent& event : log.Events()) {
       if (event.text.starts_with(L"(")) continue;
-      EXPECT_EQ(event.severity, kLogInfo);
-      EXPECT_EQ(event.component, "FIREWALL");
-      EXPECT_EQ(event.source, "FirewallBL");
-      EXPECT_EQ(event.file, "FwClient/Service/QeLaLib/QeLaLib.cpp");
+      ExpectFirewallEvent(event, kLogInfo, "FwClient/Service/QeLaLib/QeLaLib.cpp");
     }
   }
 

@@ -156,12 +156,7 @@ TEST_F(NtDllExportsTest, LogsAsTheFirewallWithItsOwnSourcePath) {
     const NtDllExports ntDll;
   }
   ASSERT_EQ(m_log.Events().size(), 1u);
-  const LoggedEvent event = m_log.Events()[0];
-  EXPECT_EQ(event.file, "FwClient/Common/Utilities/NtDllExports.cpp");
-  EXPECT_GT(event.line, 0);
-  EXPECT_EQ(event.severity, 3);
-  EXPECT_EQ(event.source, "FirewallBL");
-  EXPECT_EQ(event.component, "FIREWALL");
+  ExpectFirewallEvent(m_log.Events()[0], 3, "FwClient/Common/Utilities/NtDllExports.cpp");
 }
 
 TEST_F(NtDllExportsTest, TheInstanceIsMadeBeforeItIsAskedFor) {

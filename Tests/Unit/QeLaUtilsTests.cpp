@@ -510,33 +510,31 @@ class ParserFailureTest : public testing::Test {
            std::to_wstring(error);
   }
 
+  static void ExpectAskedForOneAndTwo(INT family, INT length) {
+    ASSERT_EQ(g_calls.size(), 2u);
+    EXPECT_EQ(g_calls[0].text, L"one");
+    EXPECT_EQ(g_calls[1].text, L"two");
+    for (const StringToAddressCall& call : g_calls) {
+      EXPECT_EQ(call.family, family);
+      EXPECT_FALSE(call.hasProtocol);
+      EXPECT_EQ(call.length, length);
+      EXPECT_TRUE(call.cleared);
+    }
+  }
+
   const WinsockGuard m_winsock;
 };
 
 TEST_F(ParserFailureTest, WinsockIsAskedForIPv4WithAClearedAddressOfItsSize) {
   const ImportPatch patch(::GetModuleHandleW(nullptr), "WSAStringToAddressW", &RecordAddress);
   IpCompareIPv4(L"one", L"two");
-  ASSERT_EQ(g_calls.size(), 2u);
-  EXPECT_EQ(g_calls[0].text, L"one");
-  EXPECT_EQ(g_calls[1].text, L"two");
-  for (const StringToAddressCall& call : g_calls) {
-    EXPECT_EQ(call.family, kIPv4);
-    EXPECT_FALSE(call.hasProtocol);
-    EXPECT_EQ(call.length, 16);
-    EXPECT_TRUE(call.cleared);
-  }
+  ExpectAskedForOneAndTwo(kIPv4, 16);
 }
 
 TEST_F(ParserFailureTest, WinsockIsAskedForIPv6WithAClearedAddressOfItsSize) {
   const ImportPatch patch(::GetModuleHandleW(nullptr), "WSAStringToAddressW", &RecordAddress);
   IpCompareIPv6(L"one", L"two");
-  ASSERT_EQ(g_calls.size(), 2u);
-  for (const StringToAddressCall& call : g_calls) {
-    EXPECT_EQ(call.family, kIPv6);
-    EXPECT_FALSE(call.hasProtocol);
-    EXPECT_EQ(call.length, 28);
-    EXPECT_TRUE(call.cleared);
-  }
+  ExpectAskedForOneAndTwo(kIPv6, 28);
 }
 
 TEST_F(ParserFailureTest, NtDllParsesTheIPv4TextsThatWinsockRefuses) {

@@ -13,9 +13,10 @@
 #include <type_traits>
 #include <vector>
 
+#include "Tests/Support/Blob.h"
 #include "Tests/Support/HeapWatch.h"
+#include "Tests/Support/HostLocation.h"
 #include "Tests/Support/ImportPatch.h"
-#include "Tests/Unit/Blob.h"
 #include "Tests/Unit/PrintedErrors.h"
 
 namespace {
@@ -298,34 +299,6 @@ TEST(QeLocation, AssigningDuplicateCriteriaFailsButCopiesTheRest) {
   EXPECT_FALSE(target.IsEnabled());
   EXPECT_EQ(IndexesOf(target), Indexes{5});
 }
-
-// A location of the host's own making; it notes the order of the calls.
-struct HostLocation final : _IQeLocation {
-  bool SerializeToBytes(Bytes&) const override { return false; }
-  bool DeserializeFromBytes(const Bytes&) override { return false; }
-  std::shared_ptr<_IEnumQeLocationCriterias> GetCriterias() const override { return Noted('c', nullptr); }
-  std::wstring GetId() const override { return Noted('i', L"host id"); }
-  bool IsEnabled() const override { return Noted('e', false); }
-  std::wstring GetName() const override { return Noted('n', L"host name"); }
-  std::wstring GetNote() const override { return Noted('o', L"host note"); }
-  std::uint32_t AddCriteria(const LOCATION_CRITERIA_TYPE*, const std::wstring&) override { return 1; }
-  std::uint32_t RemoveCriteria(const LOCATION_CRITERIA_TYPE*, const std::wstring&) override { return 1; }
-  bool ClearCriterias() override { return true; }
-  void SetEnabled(const bool*) override {}
-  void SetName(const std::wstring&) override {}
-  void SetNote(const std::wstring&) override {}
-  void SetId(const std::wstring&) override {}
-  void GetAdapterIndexes(Indexes& indexes) const override { indexes = Noted('a', Indexes{1, 2}); }
-  void SetAdapterIndexes(const Indexes&) override {}
-
-  template <typename Value>
-  Value Noted(char call, Value value) const {
-    calls += call;
-    return value;
-  }
-
-  mutable std::string calls;
-};
 
 TEST(QeLocation, AssignsThroughTheInterfaceInAFixedOrder) {
   const HostLocation host;

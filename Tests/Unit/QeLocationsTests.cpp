@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "FwClient/Service/QeLaLib/Include/QeLaApi.h"
+#include "Tests/Support/Blob.h"
 #include "Tests/Support/HeapWatch.h"
-#include "Tests/Unit/Blob.h"
 #include "Tests/Unit/PrintedErrors.h"
 
 namespace {

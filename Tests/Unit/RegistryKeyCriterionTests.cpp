@@ -104,10 +104,8 @@ class RegistryKeyCriterionTest : public testing::Test {
     EXPECT_EQ(m_spy.OpenKeys(), 0u);
     EXPECT_EQ(m_spy.WrongCloses(), 0);
     EXPECT_EQ(log.Texts(), lines);
-    for (const LoggedEvent& event : log.Events()) {
-      EXPECT_EQ(event.severity, kLogInfo);
-      EXPECT_EQ(event.component, "FIREWALL");
-    }
+    for (const LoggedEvent& event : log.Events())
+      ExpectFirewallEvent(event, kLogInfo, "FwClient/Service/QeLaLib/RegistryKeyCriterion.cpp");
   }
 
   RegistrySpy m_spy{::GetModuleHandleW(nullptr)};
