@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "Tests/Contract/DiscoveryTest.h"
-#include "Tests/Support/FailingAllocations.h"
+#include "Tests/Support/HeapWatch.h"
 
 namespace {
 
@@ -116,19 +116,19 @@ TEST_F(FailingStart, AfterAnEarlierRunReleaseStillFreesTheService) {
 TEST_F(FailingStart, WithoutMemoryItThrowsOrFailsAndLeavesNoReferenceToTheLibrary) {
   Service();
   bool failed = true;
-  for (std::size_t nth = 1; failed; ++nth) {
-    SCOPED_TRACE(nth);
-    ASSERT_LT(nth, 20u);
-    FailingAllocations failing(Module());
+  for (std::size_t n = 0; failed; ++n) {
+    SCOPED_TRACE(n);
+    ASSERT_LT(n, 20u);
+    HeapWatch heap(Module());
     g_failures.createThread = true;  // what a thread allocates would count as well
-    failing.Arm(nth);
+    heap.FailAt(n);
     bool thrown = false;
     try {
       EXPECT_FALSE(Service().StartDiscovery(&HostCallback::First));
     } catch (const std::bad_alloc&) {
       thrown = true;
     }
-    failed = failing.Disarm();
+    failed = heap.StopFailing();
     EXPECT_EQ(thrown, failed);
     EXPECT_EQ(m_ledger.Open("GetModuleHandleExW"), 0u);
   }
@@ -332,17 +332,17 @@ TEST_F(Failing, CallbackThatThrowsCostsNothingButItsOwnCall) {
 // Every allocation that the thread makes for a change in turn.
 class ThreadWithoutMemory : public DiscoveryTest {
  protected:
-  ThreadWithoutMemory() { s_failing = &m_failing; }
+  ThreadWithoutMemory() { s_heap = &m_heap; }
   ~ThreadWithoutMemory() override { EndDiscovery(Service()); }
 
   // The host has memory.
   static void Callback(std::shared_ptr<_IEnumQeLocations> locations) {
-    s_failing->Disarm();
+    s_heap->StopFailing();
     HostCallback::First(std::move(locations));
   }
 
-  static inline FailingAllocations* s_failing;
-  FailingAllocations m_failing{Module()};
+  static inline HeapWatch* s_heap;
+  HeapWatch m_heap{Module()};
 };
 
 // Whatever is not raised now is raised by the next change.
@@ -352,9 +352,9 @@ TEST_F(ThreadWithoutMemory, LosesThePassButNeitherTheEventNorTheLockNorTheThread
   StartDiscovery(&Callback);
   std::size_t nth = 0;
   m_adapters.OnCall([&] {
-    if (nth > 0) m_failing.Arm(nth);
+    if (nth > 0) m_heap.FailAt(nth - 1);
   });
-  m_changes.OnRequest([this] { m_failing.Disarm(); });
+  m_changes.OnRequest([this] { m_heap.StopFailing(); });
   bool failed = true;
   std::size_t rounds = 0;
   while (failed) {
@@ -363,7 +363,7 @@ TEST_F(ThreadWithoutMemory, LosesThePassButNeitherTheEventNorTheLockNorTheThread
     Join({kOffice});
     nth = rounds;
     FireAddressChange();
-    failed = m_failing.Disarm();
+    failed = m_heap.StopFailing();
     nth = 0;
     FireAddressChange();
     ExpectCallbackWith(office);

@@ -599,10 +599,7 @@ TEST_F(Discovery, LinesAreInformationOfTheFirewall) {
     if (event.text != kChange && event.text != kRaising && event.text != kRefresh && event.text != kSkipped &&
         event.text != kStopping)
       continue;
-    EXPECT_EQ(event.file, "FwClient/Service/QeLaLib/QeLaLibDiscovery.cpp");
-    EXPECT_EQ(event.severity, 8);
-    EXPECT_EQ(event.source, "FirewallBL");
-    EXPECT_EQ(event.component, "FIREWALL");
+    ExpectFirewallEvent(event, 8, "FwClient/Service/QeLaLib/QeLaLibDiscovery.cpp");
   }
 }
 

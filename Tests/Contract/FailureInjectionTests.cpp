@@ -43,7 +43,7 @@ class FailureInjection : public ServiceTest {
     HeapWatch heap(Module());
     for (std::size_t n = 0; n < kEnough; ++n) {
       before();
-      heap.FailAt(n, HeapWatch::Failing::Once);
+      heap.FailAt(n);
       bool failed = false;
       try {
         act();
@@ -214,7 +214,7 @@ TEST_F(FailureInjection, ConstructionInGetQeLaApiIsTriedAgainByTheNextCall) {
   m_registry.Put(StoredSet());
   HeapWatch heap(Module());
   // The first exception of a process makes the runtime initialise locks of its own.
-  heap.FailAt(0, HeapWatch::Failing::Once);
+  heap.FailAt(0);
   EXPECT_THROW(m_library.SmartApi(), std::bad_alloc);
   heap.StopFailing();
   const ImportPatch initialize(Module(), "InitializeCriticalSection", &CountInitialize);
@@ -226,7 +226,7 @@ TEST_F(FailureInjection, ConstructionInGetQeLaApiIsTriedAgainByTheNextCall) {
   _IQeLaApi* service = nullptr;
   std::size_t failures = 0;
   for (std::size_t n = 0; n < kEnough && service == nullptr; ++n) {
-    heap.FailAt(n, HeapWatch::Failing::Once);
+    heap.FailAt(n);
     try {
       service = m_library.Api();
     } catch (const std::bad_alloc&) {
@@ -253,7 +253,7 @@ TEST_F(FailureInjection, ConstructionInGetQeLaApiSmartIsTriedAgainByTheNextCall)
   std::size_t failures = 0;
   HeapWatch heap(Module());
   for (std::size_t n = 0; n < kEnough && service == nullptr; ++n) {
-    heap.FailAt(n, HeapWatch::Failing::Once);
+    heap.FailAt(n);
     try {
       service = m_library.SmartApi(&g_lock);
     } catch (const std::bad_alloc&) {

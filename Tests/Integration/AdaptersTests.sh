@@ -3,15 +3,7 @@
 . "$(dirname "$0")/lab.sh"
 
 set_dns_suffix lab.example
-add_adapter wifi0
-add_adapter virtual0
-add_adapter unplugged0
-ip link set wifi0 address 0a:1b:2c:3d:4e:5f
-ip address add 10.77.0.1/24 dev unplugged0
-ip link set virtual0 up
-ip address add 172.16.5.4/16 dev virtual0
-ip address add fd00:77::4/64 dev wifi0 nodad
-join_network wifi0 10.20.0.15/24 10.20.0.1
+three_adapters
 
 adapters=$(qela adapters --json)
 of() { jq -c --arg name "$1" "[.adapters[] | select(.description == \$name)][0] | $2" <<<"$adapters"; }

@@ -2,16 +2,7 @@
 # The library's answers about addresses and adapters of a real machine, as the console host shows them.
 . "$(dirname "$0")/lab.sh"
 
-add_adapter wifi0
-add_adapter virtual0
-add_adapter unplugged0
-ip link set wifi0 address 0a:1b:2c:3d:4e:5f
-ip link set virtual0 address 02:00:00:00:00:07
-ip address add 10.77.0.1/24 dev unplugged0
-ip link set virtual0 up
-ip address add 172.16.5.4/16 dev virtual0
-ip address add fd00:77::4/64 dev wifi0 nodad
-join_network wifi0 10.20.0.15/24 10.20.0.1
+three_adapters
 
 # answer ARGUMENT...: what qela prints, and its exit code.
 answer() {

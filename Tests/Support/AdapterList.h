@@ -55,7 +55,7 @@ class FakeAdapter {
   FakeAdapter& Gateway(FakeAddress address);
   FakeAdapter& DnsServer(FakeAddress address);
   FakeAdapter& Wins(FakeAddress address);
-  // Sets the DHCP flag as well; the servers without it are stale ones: StaleDhcpServer.
+  // Sets the DHCP flag as well; servers without it are stale (StaleDhcpServers).
   FakeAdapter& Dhcp(FakeAddress server);
   FakeAdapter& DhcpV6(FakeAddress server);
   FakeAdapter& StaleDhcpServers(FakeAddress server, FakeAddress serverV6);

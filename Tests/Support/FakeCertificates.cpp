@@ -38,7 +38,7 @@ FakeCertificates::~FakeCertificates() {
 
 HCERTSTORE WINAPI FakeCertificates::OpenStore(LPCSTR provider, DWORD encoding, HCRYPTPROV_LEGACY cryptography,
                                               DWORD flags, const void* name) {
-  const InsideFake inside;
+  const HeapWatch::Pause pause;
   WindowsScript& script = Current().m_script;
   EXPECT_EQ(provider, CERT_STORE_PROV_SYSTEM_W);
   EXPECT_EQ(encoding, 0u);
@@ -50,7 +50,7 @@ HCERTSTORE WINAPI FakeCertificates::OpenStore(LPCSTR provider, DWORD encoding, H
 }
 
 BOOL WINAPI FakeCertificates::CloseStore(HCERTSTORE store, DWORD flags) {
-  const InsideFake inside;
+  const HeapWatch::Pause pause;
   WindowsScript& script = Current().m_script;
   script.Note("CertCloseStore", std::format("{}, {}", script.Name(store), flags));
   script.Close("store", store);
@@ -59,7 +59,7 @@ BOOL WINAPI FakeCertificates::CloseStore(HCERTSTORE store, DWORD flags) {
 
 PCCERT_CHAIN_CONTEXT WINAPI FakeCertificates::FindChain(HCERTSTORE store, DWORD encoding, DWORD flags, DWORD type,
                                                         const void* parameters, PCCERT_CHAIN_CONTEXT previous) {
-  const InsideFake inside;
+  const HeapWatch::Pause pause;
   FakeCertificates& self = Current();
   WindowsScript& script = self.m_script;
   const auto& by = *static_cast<const CERT_CHAIN_FIND_BY_ISSUER_PARA*>(parameters);
@@ -94,14 +94,14 @@ PCCERT_CHAIN_CONTEXT WINAPI FakeCertificates::FindChain(HCERTSTORE store, DWORD 
 }
 
 void WINAPI FakeCertificates::FreeChain(PCCERT_CHAIN_CONTEXT chain) {
-  const InsideFake inside;
+  const HeapWatch::Pause pause;
   WindowsScript& script = Current().m_script;
   script.Note("CertFreeCertificateChain", script.Name(chain));
   script.Close("chain", chain);
 }
 
 PCCERT_CONTEXT WINAPI FakeCertificates::DuplicateCertificate(PCCERT_CONTEXT certificate) {
-  const InsideFake inside;
+  const HeapWatch::Pause pause;
   FakeCertificates& self = Current();
   EXPECT_EQ(certificate, &self.m_chains.back().certificate) << "the first element of the first simple chain is taken";
   self.m_script.Note("CertDuplicateCertificateContext");
@@ -110,7 +110,7 @@ PCCERT_CONTEXT WINAPI FakeCertificates::DuplicateCertificate(PCCERT_CONTEXT cert
 }
 
 BOOL WINAPI FakeCertificates::FreeCertificate(PCCERT_CONTEXT certificate) {
-  const InsideFake inside;
+  const HeapWatch::Pause pause;
   WindowsScript& script = Current().m_script;
   script.Note("CertFreeCertificateContext", script.Name(certificate));
   script.Close("certificate", certificate);
@@ -118,7 +118,7 @@ BOOL WINAPI FakeCertificates::FreeCertificate(PCCERT_CONTEXT certificate) {
 }
 
 DWORD WINAPI FakeCertificates::NameToText(DWORD encoding, PCERT_NAME_BLOB name, DWORD type, LPWSTR text, DWORD size) {
-  const InsideFake inside;
+  const HeapWatch::Pause pause;
   FakeCertificates& self = Current();
   EXPECT_EQ(name, &self.m_issuer);
   if (!self.m_script.Enter("CertNameToStrW", std::format("{}, {}, {}", encoding, type, size))) return 1;
@@ -129,7 +129,7 @@ DWORD WINAPI FakeCertificates::NameToText(DWORD encoding, PCERT_NAME_BLOB name, 
 }
 
 BOOL WINAPI FakeCertificates::QueryOption(HINTERNET request, DWORD option, LPVOID value, LPDWORD size) {
-  const InsideFake inside;
+  const HeapWatch::Pause pause;
   FakeCertificates& self = Current();
   EXPECT_EQ(*size, 8u);
   const bool enters =

@@ -39,7 +39,7 @@ FakeHttps::~FakeHttps() {
 }
 
 HINTERNET WINAPI FakeHttps::Open(LPCWSTR agent, DWORD access, LPCWSTR proxy, LPCWSTR bypass, DWORD flags) {
-  const InsideFake inside;
+  const HeapWatch::Pause pause;
   WindowsScript& script = Current().m_script;
   if (!script.Enter("WinHttpOpen", std::format("{}, {}, {}, {}, {}", Text(agent), access, Text(proxy), Text(bypass),
                                                WindowsScript::Hex(flags))))
@@ -49,7 +49,7 @@ HINTERNET WINAPI FakeHttps::Open(LPCWSTR agent, DWORD access, LPCWSTR proxy, LPC
 }
 
 HINTERNET WINAPI FakeHttps::Connect(HINTERNET session, LPCWSTR host, INTERNET_PORT port, DWORD) {
-  const InsideFake inside;
+  const HeapWatch::Pause pause;
   WindowsScript& script = Current().m_script;
   if (!script.Enter("WinHttpConnect", std::format("{}, {}, {}", script.Name(session), Text(host), port)))
     return nullptr;
@@ -58,7 +58,7 @@ HINTERNET WINAPI FakeHttps::Connect(HINTERNET session, LPCWSTR host, INTERNET_PO
 
 HINTERNET WINAPI FakeHttps::OpenRequest(HINTERNET connection, LPCWSTR verb, LPCWSTR object, LPCWSTR version,
                                         LPCWSTR referrer, LPCWSTR* types, DWORD flags) {
-  const InsideFake inside;
+  const HeapWatch::Pause pause;
   WindowsScript& script = Current().m_script;
   EXPECT_EQ(types, nullptr);
   if (!script.Enter("WinHttpOpenRequest",
@@ -74,7 +74,7 @@ HINTERNET WINAPI FakeHttps::OpenRequest(HINTERNET connection, LPCWSTR verb, LPCW
 
 WINHTTP_STATUS_CALLBACK WINAPI FakeHttps::SetStatusCallback(HINTERNET request, WINHTTP_STATUS_CALLBACK callback,
                                                             DWORD flags, DWORD_PTR) {
-  const InsideFake inside;
+  const HeapWatch::Pause pause;
   WindowsScript& script = Current().m_script;
   if (!script.Enter("WinHttpSetStatusCallback", std::format("{}, {}", script.Name(request), WindowsScript::Hex(flags))))
     return WINHTTP_INVALID_STATUS_CALLBACK;
@@ -84,14 +84,14 @@ WINHTTP_STATUS_CALLBACK WINAPI FakeHttps::SetStatusCallback(HINTERNET request, W
 }
 
 BOOL WINAPI FakeHttps::SetTimeouts(HINTERNET request, int resolve, int connect, int send, int receive) {
-  const InsideFake inside;
+  const HeapWatch::Pause pause;
   WindowsScript& script = Current().m_script;
   return script.Enter("WinHttpSetTimeouts",
                       std::format("{}, {}, {}, {}, {}", script.Name(request), resolve, connect, send, receive));
 }
 
 BOOL WINAPI FakeHttps::SetOption(HINTERNET request, DWORD option, LPVOID value, DWORD size) {
-  const InsideFake inside;
+  const HeapWatch::Pause pause;
   WindowsScript& script = Current().m_script;
   std::string text;
   switch (option) {
@@ -122,7 +122,7 @@ BOOL WINAPI FakeHttps::SetOption(HINTERNET request, DWORD option, LPVOID value, 
 
 BOOL WINAPI FakeHttps::SetCredentials(HINTERNET request, DWORD target, DWORD scheme, LPCWSTR user, LPCWSTR password,
                                       LPVOID parameters) {
-  const InsideFake inside;
+  const HeapWatch::Pause pause;
   WindowsScript& script = Current().m_script;
   EXPECT_EQ(parameters, nullptr);
   return script.Enter("WinHttpSetCredentials", std::format("{}, {}, {}, {}, {}", script.Name(request), target, scheme,
@@ -131,7 +131,7 @@ BOOL WINAPI FakeHttps::SetCredentials(HINTERNET request, DWORD target, DWORD sch
 
 BOOL WINAPI FakeHttps::SendRequest(HINTERNET request, LPCWSTR headers, DWORD headersLength, LPVOID body,
                                    DWORD bodyLength, DWORD totalLength, DWORD_PTR context) {
-  const InsideFake inside;
+  const HeapWatch::Pause pause;
   FakeHttps& self = Current();
   EXPECT_EQ(headers, nullptr);
   EXPECT_EQ(body, nullptr);
@@ -146,7 +146,7 @@ BOOL WINAPI FakeHttps::SendRequest(HINTERNET request, LPCWSTR headers, DWORD hea
 }
 
 BOOL WINAPI FakeHttps::ReceiveResponse(HINTERNET request, LPVOID reserved) {
-  const InsideFake inside;
+  const HeapWatch::Pause pause;
   FakeHttps& self = Current();
   EXPECT_EQ(reserved, nullptr);
   if (!self.m_script.Enter("WinHttpReceiveResponse", self.m_script.Name(request))) return FALSE;
@@ -155,7 +155,7 @@ BOOL WINAPI FakeHttps::ReceiveResponse(HINTERNET request, LPVOID reserved) {
 
 BOOL WINAPI FakeHttps::QueryHeaders(HINTERNET request, DWORD level, LPCWSTR name, LPVOID buffer, LPDWORD size,
                                     LPDWORD index) {
-  const InsideFake inside;
+  const HeapWatch::Pause pause;
   FakeHttps& self = Current();
   EXPECT_EQ(name, nullptr);
   EXPECT_EQ(index, nullptr);
@@ -169,7 +169,7 @@ BOOL WINAPI FakeHttps::QueryHeaders(HINTERNET request, DWORD level, LPCWSTR name
 }
 
 BOOL WINAPI FakeHttps::QueryAuthSchemes(HINTERNET request, LPDWORD supported, LPDWORD first, LPDWORD target) {
-  const InsideFake inside;
+  const HeapWatch::Pause pause;
   FakeHttps& self = Current();
   const bool enters = self.m_script.Enter("WinHttpQueryAuthSchemes", self.m_script.Name(request));
   if (!enters || !self.m_answer.schemes) return FALSE;
@@ -181,7 +181,7 @@ BOOL WINAPI FakeHttps::QueryAuthSchemes(HINTERNET request, LPDWORD supported, LP
 
 BOOL WINAPI FakeHttps::GetProxyForUrl(HINTERNET session, LPCWSTR url, WINHTTP_AUTOPROXY_OPTIONS* options,
                                       WINHTTP_PROXY_INFO* info) {
-  const InsideFake inside;
+  const HeapWatch::Pause pause;
   FakeHttps& self = Current();
   const bool enters =
       self.m_script.Enter("WinHttpGetProxyForUrl",
@@ -201,7 +201,7 @@ BOOL WINAPI FakeHttps::GetProxyForUrl(HINTERNET session, LPCWSTR url, WINHTTP_AU
 }
 
 BOOL WINAPI FakeHttps::CloseHandle(HINTERNET handle) {
-  const InsideFake inside;
+  const HeapWatch::Pause pause;
   FakeHttps& self = Current();
   const std::string name = self.m_script.Name(handle);
   self.m_script.Note("WinHttpCloseHandle", name);

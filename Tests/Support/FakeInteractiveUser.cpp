@@ -65,7 +65,7 @@ void FakeInteractiveUser::SetShell(const std::wstring& text, bool terminated) {
 }
 
 LSTATUS WINAPI FakeInteractiveUser::RegOpenKeyEx(HKEY hive, LPCWSTR path, DWORD options, REGSAM access, PHKEY key) {
-  const InsideFake inside;
+  const HeapWatch::Pause pause;
   FakeInteractiveUser& self = Current();
   if (path == nullptr || std::wcscmp(path, kWinlogon) != 0)
     return self.m_patches.at("RegOpenKeyExW").Original<decltype(RegOpenKeyEx)>()(hive, path, options, access, key);
@@ -77,7 +77,7 @@ LSTATUS WINAPI FakeInteractiveUser::RegOpenKeyEx(HKEY hive, LPCWSTR path, DWORD 
 
 LSTATUS WINAPI FakeInteractiveUser::RegQueryValueEx(HKEY key, LPCWSTR name, LPDWORD reserved, LPDWORD type, LPBYTE data,
                                                     LPDWORD size) {
-  const InsideFake inside;
+  const HeapWatch::Pause pause;
   FakeInteractiveUser& self = Current();
   if (!self.m_script.Knows(key))
     return self.m_patches.at("RegQueryValueExW")
@@ -93,7 +93,7 @@ LSTATUS WINAPI FakeInteractiveUser::RegQueryValueEx(HKEY key, LPCWSTR name, LPDW
 }
 
 LSTATUS WINAPI FakeInteractiveUser::RegCloseKey(HKEY key) {
-  const InsideFake inside;
+  const HeapWatch::Pause pause;
   FakeInteractiveUser& self = Current();
   if (!self.m_script.Knows(key)) return self.m_patches.at("RegCloseKey").Original<decltype(RegCloseKey)>()(key);
   self.m_script.Note("RegCloseKey", self.m_script.Name(key));
@@ -102,7 +102,7 @@ LSTATUS WINAPI FakeInteractiveUser::RegCloseKey(HKEY key) {
 }
 
 BOOL WINAPI FakeInteractiveUser::GetVersionEx(LPOSVERSIONINFOW version) {
-  const InsideFake inside;
+  const HeapWatch::Pause pause;
   FakeInteractiveUser& self = Current();
   EXPECT_EQ(version->dwOSVersionInfoSize, sizeof(OSVERSIONINFOW));
   if (!self.m_script.Enter("GetVersionExW")) return FALSE;
@@ -112,7 +112,7 @@ BOOL WINAPI FakeInteractiveUser::GetVersionEx(LPOSVERSIONINFOW version) {
 }
 
 HMODULE WINAPI FakeInteractiveUser::LoadLibrary(LPCWSTR name) {
-  const InsideFake inside;
+  const HeapWatch::Pause pause;
   FakeInteractiveUser& self = Current();
   if (std::wcscmp(name, L"kernel32.dll") != 0) {
     self.m_script.Note("LoadLibraryW", Text(name));
@@ -123,7 +123,7 @@ HMODULE WINAPI FakeInteractiveUser::LoadLibrary(LPCWSTR name) {
 }
 
 FARPROC WINAPI FakeInteractiveUser::GetProcAddress(HMODULE module, LPCSTR name) {
-  const InsideFake inside;
+  const HeapWatch::Pause pause;
   FakeInteractiveUser& self = Current();
   if (!self.m_script.Knows(module))
     return self.m_patches.at("GetProcAddress").Original<decltype(GetProcAddress)>()(module, name);
@@ -134,7 +134,7 @@ FARPROC WINAPI FakeInteractiveUser::GetProcAddress(HMODULE module, LPCSTR name) 
 }
 
 BOOL WINAPI FakeInteractiveUser::FreeLibrary(HMODULE module) {
-  const InsideFake inside;
+  const HeapWatch::Pause pause;
   FakeInteractiveUser& self = Current();
   if (!self.m_script.Knows(module)) return self.m_patches.at("FreeLibrary").Original<decltype(FreeLibrary)>()(module);
   self.m_script.Note("FreeLibrary", self.m_script.Name(module));
@@ -143,14 +143,14 @@ BOOL WINAPI FakeInteractiveUser::FreeLibrary(HMODULE module) {
 }
 
 UINT WINAPI FakeInteractiveUser::GetSystemWow64Directory(LPWSTR, UINT size) {
-  const InsideFake inside;
+  const HeapWatch::Pause pause;
   EXPECT_EQ(size, 1u);
   if (!Current().m_script.Enter("GetSystemWow64DirectoryW")) return 0;
   return Current().wow64DirectoryLength;
 }
 
 UINT WINAPI FakeInteractiveUser::GetSystemDirectory(LPWSTR path, UINT size) {
-  const InsideFake inside;
+  const HeapWatch::Pause pause;
   const std::wstring& directory = Current().systemDirectory;
   if (!Current().m_script.Enter("GetSystemDirectoryW")) return 0;
   if (size <= directory.size()) return static_cast<UINT>(directory.size() + 1);
@@ -159,7 +159,7 @@ UINT WINAPI FakeInteractiveUser::GetSystemDirectory(LPWSTR path, UINT size) {
 }
 
 HANDLE WINAPI FakeInteractiveUser::CreateSnapshot(DWORD flags, DWORD) {
-  const InsideFake inside;
+  const HeapWatch::Pause pause;
   FakeInteractiveUser& self = Current();
   if (!self.m_script.Enter("CreateToolhelp32Snapshot", std::to_string(flags))) return INVALID_HANDLE_VALUE;
   self.m_nextProcess = 0;
@@ -167,14 +167,14 @@ HANDLE WINAPI FakeInteractiveUser::CreateSnapshot(DWORD flags, DWORD) {
 }
 
 BOOL WINAPI FakeInteractiveUser::ProcessFirst(HANDLE snapshot, LPPROCESSENTRY32W entry) {
-  const InsideFake inside;
+  const HeapWatch::Pause pause;
   FakeInteractiveUser& self = Current();
   EXPECT_EQ(entry->dwSize, sizeof(PROCESSENTRY32W));
   return self.m_script.Enter("Process32FirstW", self.m_script.Name(snapshot)) && self.GiveProcess(entry);
 }
 
 BOOL WINAPI FakeInteractiveUser::ProcessNext(HANDLE snapshot, LPPROCESSENTRY32W entry) {
-  const InsideFake inside;
+  const HeapWatch::Pause pause;
   FakeInteractiveUser& self = Current();
   return self.m_script.Enter("Process32NextW", self.m_script.Name(snapshot)) && self.GiveProcess(entry);
 }
@@ -191,7 +191,7 @@ BOOL FakeInteractiveUser::GiveProcess(LPPROCESSENTRY32W entry) {
 }
 
 BOOL WINAPI FakeInteractiveUser::CreatePipe(PHANDLE read, PHANDLE write, LPSECURITY_ATTRIBUTES attributes, DWORD) {
-  const InsideFake inside;
+  const HeapWatch::Pause pause;
   FakeInteractiveUser& self = Current();
   EXPECT_TRUE(attributes != nullptr && attributes->bInheritHandle);
   if (!self.m_script.Enter("CreatePipe")) return FALSE;
@@ -202,7 +202,7 @@ BOOL WINAPI FakeInteractiveUser::CreatePipe(PHANDLE read, PHANDLE write, LPSECUR
 }
 
 BOOL WINAPI FakeInteractiveUser::SetHandleInformation(HANDLE handle, DWORD mask, DWORD flags) {
-  const InsideFake inside;
+  const HeapWatch::Pause pause;
   FakeInteractiveUser& self = Current();
   EXPECT_EQ(mask, DWORD{HANDLE_FLAG_INHERIT});
   EXPECT_EQ(flags, 0u);
@@ -216,7 +216,7 @@ BOOL WINAPI FakeInteractiveUser::CreateProcess(LPCWSTR program, LPWSTR commandLi
                                                LPSECURITY_ATTRIBUTES thread, BOOL inherit, DWORD flags,
                                                LPVOID environment, LPCWSTR directory, LPSTARTUPINFOW startup,
                                                LPPROCESS_INFORMATION information) {
-  const InsideFake inside;
+  const HeapWatch::Pause pause;
   FakeInteractiveUser& self = Current();
   EXPECT_EQ(process, nullptr);
   EXPECT_EQ(thread, nullptr);
@@ -247,7 +247,7 @@ BOOL WINAPI FakeInteractiveUser::CreateProcess(LPCWSTR program, LPWSTR commandLi
 }
 
 BOOL WINAPI FakeInteractiveUser::PeekNamedPipe(HANDLE pipe, LPVOID, DWORD, LPDWORD, LPDWORD available, LPDWORD) {
-  const InsideFake inside;
+  const HeapWatch::Pause pause;
   FakeInteractiveUser& self = Current();
   self.m_script.Name(pipe);
   const std::size_t left = self.tasklistOutput.size() - self.m_read;
@@ -261,7 +261,7 @@ BOOL WINAPI FakeInteractiveUser::PeekNamedPipe(HANDLE pipe, LPVOID, DWORD, LPDWO
 
 BOOL WINAPI FakeInteractiveUser::ReadFile(HANDLE pipe, LPVOID buffer, DWORD size, LPDWORD count,
                                           LPOVERLAPPED overlapped) {
-  const InsideFake inside;
+  const HeapWatch::Pause pause;
   FakeInteractiveUser& self = Current();
   EXPECT_EQ(overlapped, nullptr);
   EXPECT_NE(size, 0u);
@@ -284,7 +284,7 @@ BOOL WINAPI FakeInteractiveUser::ReadFile(HANDLE pipe, LPVOID buffer, DWORD size
 }
 
 BOOL WINAPI FakeInteractiveUser::TerminateProcess(HANDLE process, UINT) {
-  const InsideFake inside;
+  const HeapWatch::Pause pause;
   Current().m_script.Note("TerminateProcess", Current().m_script.Name(process));
   return TRUE;
 }
@@ -300,7 +300,7 @@ void WINAPI FakeInteractiveUser::Sleep(DWORD milliseconds) {
 ULONGLONG WINAPI FakeInteractiveUser::GetTickCount64() { return 1000 + Current().sleptMs; }
 
 HANDLE WINAPI FakeInteractiveUser::OpenProcess(DWORD access, BOOL inherit, DWORD id) {
-  const InsideFake inside;
+  const HeapWatch::Pause pause;
   FakeInteractiveUser& self = Current();
   EXPECT_FALSE(inherit);
   self.openedProcess = id;
@@ -309,7 +309,7 @@ HANDLE WINAPI FakeInteractiveUser::OpenProcess(DWORD access, BOOL inherit, DWORD
 }
 
 BOOL WINAPI FakeInteractiveUser::OpenProcessToken(HANDLE process, DWORD access, PHANDLE token) {
-  const InsideFake inside;
+  const HeapWatch::Pause pause;
   FakeInteractiveUser& self = Current();
   if (!self.m_script.Enter("OpenProcessToken", std::format("{}, {}", self.m_script.Name(process), access)))
     return FALSE;
@@ -318,7 +318,7 @@ BOOL WINAPI FakeInteractiveUser::OpenProcessToken(HANDLE process, DWORD access, 
 }
 
 BOOL WINAPI FakeInteractiveUser::ImpersonateLoggedOnUser(HANDLE token) {
-  const InsideFake inside;
+  const HeapWatch::Pause pause;
   FakeInteractiveUser& self = Current();
   if (!self.m_script.Enter("ImpersonateLoggedOnUser", self.m_script.Name(token))) return FALSE;
   self.impersonating = true;
@@ -326,7 +326,7 @@ BOOL WINAPI FakeInteractiveUser::ImpersonateLoggedOnUser(HANDLE token) {
 }
 
 BOOL WINAPI FakeInteractiveUser::RevertToSelf() {
-  const InsideFake inside;
+  const HeapWatch::Pause pause;
   FakeInteractiveUser& self = Current();
   if (!self.m_script.Enter("RevertToSelf")) return FALSE;
   EXPECT_TRUE(self.impersonating);
@@ -335,7 +335,7 @@ BOOL WINAPI FakeInteractiveUser::RevertToSelf() {
 }
 
 BOOL WINAPI FakeInteractiveUser::GetIEProxyConfig(WINHTTP_CURRENT_USER_IE_PROXY_CONFIG* config) {
-  const InsideFake inside;
+  const HeapWatch::Pause pause;
   FakeInteractiveUser& self = Current();
   if (!self.m_script.Enter("WinHttpGetIEProxyConfigForCurrentUser", self.impersonating ? "as the user" : ""))
     return FALSE;

@@ -21,7 +21,7 @@ auto* const g_free = FromModule<void(void*)>(L"ucrtbase.dll", "free");
 auto* const g_heapAlloc = FromModule<decltype(::HeapAlloc)>(L"kernel32.dll", "HeapAlloc");
 auto* const g_heapFree = FromModule<decltype(::HeapFree)>(L"kernel32.dll", "HeapFree");
 
-// The thread that is watched; no thread has the ID 0. Others only read it.
+// The thread that is watched; no thread has the ID 0. What follows is its own while it runs.
 std::atomic<DWORD> g_thread = 0;
 
 // The replacements are plain functions, so the state is global. They must not allocate.
@@ -108,6 +108,7 @@ HeapWatch::HeapWatch(HMODULE module)
 HeapWatch::~HeapWatch() { g_thread = 0; }
 
 void HeapWatch::FailAt(std::size_t n, Failing failing) {
+  if (const DWORD thread = ::GetCurrentThreadId(); g_thread.exchange(thread) != thread) g_state.pauses = 0;
   g_state.succeeding = n;
   g_state.failing = failing;
   g_state.failed = false;
@@ -124,12 +125,12 @@ std::size_t HeapWatch::BytesAskedFor() const { return g_state.bytes; }
 
 std::ptrdiff_t HeapWatch::BlocksLeft() const { return g_state.blocks; }
 
-HeapWatch::Pause::Pause() noexcept : m_paused(OnWatchedThread()) {
-  if (m_paused) ++g_state.pauses;
+HeapWatch::Pause::Pause() noexcept : m_thread(OnWatchedThread() ? ::GetCurrentThreadId() : 0) {
+  if (m_thread != 0) ++g_state.pauses;
 }
 
 HeapWatch::Pause::~Pause() {
-  if (m_paused) --g_state.pauses;
+  if (m_thread != 0 && m_thread == g_thread) --g_state.pauses;
 }
 
 void ExpectNothingLeft(std::ptrdiff_t blocks, std::size_t n) {
@@ -147,6 +148,6 @@ void WarmUpExceptions() {
   // Once more, while the heap refuses the exception's memory: the runtime then takes it from a reserve, whose mutex is
   // made by malloc when it is first locked. That one failing as well would end the process.
   HeapWatch heap;
-  heap.FailAt(0, HeapWatch::Failing::Once);
+  heap.FailAt(0);
   throwOne();
 }

@@ -21,10 +21,11 @@ class HeapWatch {
   // Which allocations fail once a failure is due: that one alone, or it and all later ones, as when memory is gone.
   enum class Failing { Once, FromThenOn };
 
-  // The allocation number `n` from now on fails; 0 is the next.
-  void FailAt(std::size_t n, Failing failing);
+  // The allocation number `n` from now on fails; 0 is the next. The thread that calls this is the watched one from now
+  // on: a test that made the watch can let a thread of the module fail, in a fake that this thread calls.
+  void FailAt(std::size_t n, Failing failing = Failing::Once);
 
-  // Ends FailAt. Returns whether an allocation has failed.
+  // Ends FailAt, from any thread. Returns whether an allocation has failed.
   bool StopFailing();
 
   std::size_t Allocations() const;
@@ -41,7 +42,7 @@ class HeapWatch {
     Pause& operator=(const Pause&) = delete;
 
    private:
-    bool m_paused;
+    DWORD m_thread;  // that it pauses; 0 for none
   };
 
  private:

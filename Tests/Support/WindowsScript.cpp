@@ -185,7 +185,7 @@ std::string WindowsScript::Text(const wchar_t* text) {
 std::string WindowsScript::Hex(DWORD number) { return std::format("0x{:x}", number); }
 
 BOOL WINAPI WindowsScript::CloseHandle(HANDLE handle) {
-  const InsideFake inside;
+  const HeapWatch::Pause pause;
   WindowsScript& script = Current();
   if (!script.Knows(handle)) return realCloseHandle(handle);
   {
@@ -203,7 +203,7 @@ BOOL WINAPI WindowsScript::CloseHandle(HANDLE handle) {
 }
 
 HGLOBAL WINAPI WindowsScript::GlobalFree(HGLOBAL memory) {
-  const InsideFake inside;
+  const HeapWatch::Pause pause;
   WindowsScript& script = Current();
   if (!script.Knows(memory)) return realGlobalFree(memory);
   const CriticalSectionGuard lock(script.m_lock);
@@ -216,7 +216,7 @@ HGLOBAL WINAPI WindowsScript::GlobalFree(HGLOBAL memory) {
 // The events of the code under test are real ones that the script watches. The runtime's own, made on other threads or
 // named or in another state, are left alone.
 HANDLE WINAPI WindowsScript::CreateEventW(LPSECURITY_ATTRIBUTES attributes, BOOL manual, BOOL signalled, LPCWSTR name) {
-  const InsideFake inside;
+  const HeapWatch::Pause pause;
   WindowsScript& script = Current();
   const bool ours = ::GetCurrentThreadId() == script.m_thread && manual && !signalled && name == nullptr;
   if (ours && !script.Enter("CreateEventW")) return nullptr;
@@ -242,7 +242,7 @@ BOOL WINAPI WindowsScript::ResetEvent(HANDLE event) {
 
 DWORD WINAPI WindowsScript::WaitForSingleObject(HANDLE handle, DWORD milliseconds) {
   {
-    const InsideFake inside;
+    const HeapWatch::Pause pause;
     WindowsScript& script = Current();
     const CriticalSectionGuard lock(script.m_lock);
     if (script.m_events.contains(handle)) {

@@ -4,7 +4,6 @@
 #include <winsock2.h>
 #include <windows.h>
 
-#include <atomic>
 #include <cstddef>
 #include <deque>
 #include <map>
@@ -13,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "Tests/Support/HeapWatch.h"
 #include "Tests/Support/ImportPatch.h"
 
 // What the fakes of one test share. It checks the protocol of handles: each is used only while it is open and closed
@@ -105,19 +105,4 @@ class WindowsScript {
   std::vector<DWORD> m_waits;
   bool m_cutWaits = false;
   std::deque<ImportPatch> m_patches;
-};
-
-// Lets a fake run while memory is made to fail for the code under test (see FailingMemory.h): fakes need memory too.
-// Counted for the whole process: a thread-local count is made of the runtime's locks, and these are made of calls that
-// are replaced, so that a thread could wait for itself.
-class InsideFake {
- public:
-  InsideFake() noexcept { ++depth; }
-  ~InsideFake() { --depth; }
-  InsideFake(const InsideFake&) = delete;
-  InsideFake& operator=(const InsideFake&) = delete;
-  static bool Active() noexcept { return depth != 0; }
-
- private:
-  static inline std::atomic<int> depth = 0;
 };

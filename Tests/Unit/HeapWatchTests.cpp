@@ -34,7 +34,7 @@ TEST(HeapWatch, CountsAllocationsTheirBytesAndWhatIsLeft) {
 
 TEST(HeapWatch, FailsThatOneAllocation) {
   HeapWatch heap;
-  heap.FailAt(1, HeapWatch::Failing::Once);
+  heap.FailAt(1);
   void* const blocks[] = {Take(1), Take(1), TakeFromHeap(1)};
   EXPECT_TRUE(heap.StopFailing());
   EXPECT_NE(blocks[0], nullptr);
@@ -57,14 +57,14 @@ TEST(HeapWatch, FailsFromOneAllocationOnUntilItIsEnded) {
 
 TEST(HeapWatch, TellsThatNothingFailed) {
   HeapWatch heap;
-  heap.FailAt(1, HeapWatch::Failing::Once);
+  heap.FailAt(1);
   GiveBack(Take(1));
   EXPECT_FALSE(heap.StopFailing());
 }
 
 TEST(HeapWatch, LeavesOutWhatIsAllocatedInAPause) {
   HeapWatch heap;
-  heap.FailAt(0, HeapWatch::Failing::Once);
+  heap.FailAt(0);
   {
     const HeapWatch::Pause pause;
     void* const block = Take(1);

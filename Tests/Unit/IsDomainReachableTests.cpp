@@ -3,7 +3,7 @@
 #include <new>
 
 #include "FwClient/Service/QeLaLib/QeLaLib.h"
-#include "Tests/Support/FailingMemory.h"
+#include "Tests/Support/HeapWatch.h"
 #include "Tests/Support/ScriptedHttps.h"
 
 namespace {
@@ -23,9 +23,7 @@ TEST_F(DomainReachability, EndsWithTheFirstAttemptThatAnswers) {
   EXPECT_TRUE(IsDomainReachable(L"host.test"));
   EXPECT_THAT(Attempts(), ElementsAre(kDirect));
   EXPECT_EQ(log.Texts().back(), L"IsDomainReachable was able to match domain host.test");
-  const LoggedEvent event = log.Events().back();
-  EXPECT_EQ(event.severity, 8);
-  EXPECT_EQ(event.file, "FwClient/Service/QeLaLib/QeLaLib.cpp");
+  ExpectFirewallEvent(log.Events().back(), 8, "FwClient/Service/QeLaLib/QeLaLib.cpp");
 }
 
 TEST_F(DomainReachability, AsksThroughADiscoveredProxyNext) {
@@ -103,17 +101,19 @@ TEST_F(HardDomainReachability, SurvivesTheFailureOfEverySingleCall) {
 
 TEST_F(HardDomainReachability, LetsOnlyTheWantOfMemoryThroughAndNothingBehind) {
   std::size_t thrown = 0;
-  for (std::size_t number = 1;; ++number) {
-    SCOPED_TRACE(number);
+  WarmUpExceptions();
+  for (std::size_t n = 0;; ++n) {
+    SCOPED_TRACE(n);
     bool failed = false;
     {
-      FailingMemory memory(number);
+      HeapWatch heap;
+      heap.FailAt(n);
       try {
         Probe();
       } catch (const std::bad_alloc&) {
         ++thrown;
       }
-      failed = memory.Failed();
+      failed = heap.StopFailing();
     }
     if (!failed) break;
     ASSERT_FALSE(user.impersonating);

@@ -28,11 +28,7 @@ TEST_F(ValidateHttpsConnection, AsksInThisOrderAndReleasesInReverse) {
                   "WinHttpReceiveResponse(request)", "WinHttpQueryHeaders(request, 0x20000013)",
                   "WinHttpCloseHandle(request)", "WinHttpCloseHandle(connection)", "WinHttpCloseHandle(session)"));
   EXPECT_THAT(log.Texts(), ElementsAre(L"WinHttp Send Request status code for host.test 200"));
-  const LoggedEvent event = log.Events().front();
-  EXPECT_EQ(event.severity, 8);
-  EXPECT_EQ(event.source, "FirewallBL");
-  EXPECT_EQ(event.component, "FIREWALL");
-  EXPECT_EQ(event.file, "FwClient/Service/QeLaLib/ValidateHttpsConnection.cpp");
+  ExpectFirewallEvent(log.Events().front(), 8, "FwClient/Service/QeLaLib/ValidateHttpsConnection.cpp");
 }
 
 TEST_F(ValidateHttpsConnection, NamesTheProxyThatItIsGiven) {
