@@ -20,7 +20,6 @@ void HandleLedger::Patch(HMODULE module, const char* function, Function* replace
 
 void HandleLedger::Opened(const char* function, const char* closedBy, const void* handle) {
   const std::lock_guard lock(m_mutex);
-  m_calls.emplace_back(function);
   if (handle == nullptr || handle == INVALID_HANDLE_VALUE) return;
   ++m_counts[function];
   m_closed.erase(handle);  // the system uses the values of closed handles again
@@ -30,7 +29,6 @@ void HandleLedger::Opened(const char* function, const char* closedBy, const void
 // Noted before the handle is really closed: afterwards another thread may be given the same value.
 void HandleLedger::Closed(const char* function, const void* handle) {
   const std::lock_guard lock(m_mutex);
-  m_calls.emplace_back(function);
   ++m_counts[function];
   if (const auto open = m_open.find(handle); open != m_open.end()) {
     if (std::string(open->second.closedBy) != function)
@@ -44,7 +42,6 @@ void HandleLedger::Closed(const char* function, const void* handle) {
 
 void HandleLedger::Entered(const char* function, bool succeeded) {
   const std::lock_guard lock(m_mutex);
-  m_calls.emplace_back(function);
   if (!succeeded) return;
   ++m_counts[function];
   ++m_entered[function];
@@ -52,7 +49,6 @@ void HandleLedger::Entered(const char* function, bool succeeded) {
 
 void HandleLedger::Left(const char* function, const char* enteredBy) {
   const std::lock_guard lock(m_mutex);
-  m_calls.emplace_back(function);
   ++m_counts[function];
   if (m_entered[enteredBy] == 0)
     m_mistakes.push_back(std::string(function) + " without " + enteredBy);
@@ -199,14 +195,4 @@ std::vector<std::string> HandleLedger::Leaks() const {
 std::vector<std::string> HandleLedger::Mistakes() const {
   const std::lock_guard lock(m_mutex);
   return m_mistakes;
-}
-
-std::vector<std::string> HandleLedger::Calls() const {
-  const std::lock_guard lock(m_mutex);
-  return m_calls;
-}
-
-void HandleLedger::ClearCalls() {
-  const std::lock_guard lock(m_mutex);
-  m_calls.clear();
 }

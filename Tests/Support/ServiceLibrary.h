@@ -158,10 +158,6 @@ class HandleLedger {
   // before the ledger are not judged.
   std::vector<std::string> Mistakes() const;
 
-  // The calls in order, by function name.
-  std::vector<std::string> Calls() const;
-  void ClearCalls();
-
  private:
   struct Entry {
     const char* openedBy;
@@ -185,6 +181,5 @@ class HandleLedger {
   std::map<std::string, std::size_t> m_counts;
   std::map<std::string, std::size_t> m_entered;
   std::vector<std::string> m_mistakes;
-  std::vector<std::string> m_calls;
   std::map<std::string, std::unique_ptr<ImportPatch>> m_patches;
 };

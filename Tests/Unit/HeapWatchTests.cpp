@@ -3,7 +3,8 @@
 
 #include <gtest/gtest.h>
 
-#include <new>
+#include <cstddef>
+#include <cstdlib>
 
 #include "Tests/Support/OtherThread.h"
 
@@ -11,10 +12,10 @@ namespace {
 
 // Through a pointer that the compiler cannot see through, or it would leave unused memory out.
 void* Take(std::size_t bytes) {
-  void* (*volatile take)(std::size_t) = [](std::size_t size) { return ::operator new(size, std::nothrow); };
+  void* (*volatile take)(std::size_t) = &std::malloc;
   return take(bytes);
 }
-void GiveBack(void* block) { ::operator delete(block); }
+void GiveBack(void* block) { std::free(block); }
 
 void* TakeFromHeap(std::size_t bytes) { return ::HeapAlloc(::GetProcessHeap(), 0, bytes); }
 void GiveBackToHeap(void* block) { ::HeapFree(::GetProcessHeap(), 0, block); }
