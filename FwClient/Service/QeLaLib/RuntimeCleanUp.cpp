@@ -15,7 +15,7 @@
 #include <cstdlib>
 
 namespace __gnu_cxx {
-void __freeres();
+void __freeres();  // NOLINT(misc-use-internal-linkage): it is the runtime's own, which no header declares
 }
 
 extern "C" const IMAGE_TLS_DIRECTORY _tls_used;
