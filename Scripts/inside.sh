@@ -9,11 +9,12 @@ preset=mingw-release
 sources() { find FwClient HostStandIns Tools Tests \( -name '*.h' -o -name '*.cpp' \) -print0; }
 say() { printf 'dev: %s\n' "$*" >&2; }
 
+# build [TARGET]: everything, or one target and what it needs.
 build() {
   say "configuring ($preset)"
   cmake --preset "$preset" >build/configure.log 2>&1 || { cat build/configure.log >&2; exit 1; }
   say "building"
-  cmake --build --preset "$preset" || exit 1
+  cmake --build --preset "$preset" ${1:+--target "$1"} || exit 1
 }
 
 case $command in
@@ -24,7 +25,7 @@ case $command in
     Scripts/lab.sh ctest --preset "$preset" "$@" || exit 1
     ;;
   demo)
-    build
+    build qela
     say "starting the private network"
     Scripts/lab.sh --own-network Scripts/demo.sh "build/$preset" || exit 1
     ;;
