@@ -224,18 +224,20 @@ TEST_F(Discovery, RefreshAndChangeThatAreSignalledWhileTheThreadIsHeldUpAreBothS
 // Both are there when the thread comes to wait: the refresh wins the wait, and arming again would clear the change.
 TEST_F(Discovery, RefreshAndChangeThatAreSignalledTogetherAreBothServed) {
   Store(L"A", kOfficeGateway);
-  StartDiscovery();
   Gate gate;
-  // The pass of a first change ends, and before the thread waits again both are signalled.
+  // The pass of a first change ends, and before the thread waits for the second time both are signalled.
   static Gate* held;
   held = &gate;
+  static std::atomic<int> waits;
+  waits = 0;
   static DWORD(WINAPI * real)(DWORD, const HANDLE*, BOOL, DWORD);
   const ImportPatch patch(
       Module(), "WaitForMultipleObjects", +[](DWORD count, const HANDLE* handles, BOOL all, DWORD ms) -> DWORD {
-        held->Pass();
+        if (++waits > 1) held->Pass();
         return real(count, handles, all, ms);
       });
   real = patch.Original<DWORD WINAPI(DWORD, const HANDLE*, BOOL, DWORD)>();
+  StartDiscovery();
   m_changes.Fire();
   EXPECT_TRUE(gate.WaitUntilReached());
   EXPECT_TRUE(Service().Save());

@@ -96,9 +96,11 @@ check says 'Added "Büro 日"'
 check complains "it must load again"
 qela current
 check says "Büro 日 [$(index_of wifi0) wifi0]"
+check says "  --dns-suffix      *.example"
 qela current --json
 check json '.current | length == 1 and .[0].name == "Büro 日" and (.[0].id | length) == 36'
 check json '.current[0].adapters == [{"index": $index, "description": "wifi0"}]' --argjson index "$(index_of wifi0)"
+check json '.current[0].criteria | .dnsSuffixes == ["*.example"] and .gateways == ["10.20.0.1"] and .managementServer == false'
 qela locations --json
 check json '.locations | length == 1'
 check json '.locations[0] | .name == "Büro 日" and .enabled and .current and .note == "a \"note\"" and

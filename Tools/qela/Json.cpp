@@ -33,7 +33,7 @@ std::string MatchText(bool match, bool json) {
   return json ? ToLine({{"match", match}}) : match ? "match\n" : "no match\n";
 }
 
-Json LocationDetails(const _IQeLocation& location, bool current) {
+Json CriteriaDetails(const _IQeLocation& location) {
   const auto set = location.GetCriterias();
   const auto texts = [&](LOCATION_CRITERIA_TYPE kind) {
     std::vector<std::wstring> values;
@@ -42,17 +42,20 @@ Json LocationDetails(const _IQeLocation& location, bool current) {
   };
   bool managementServer = false;
   set->GetBoolCriteria(LCT_ZELT_REACHABLE, managementServer);
-  const Json criteria = {{"dnsSuffixes", texts(LCT_DNS_SUFFIX)},   {"gateways", texts(LCT_DEFAULT_GATEWAY)},
-                         {"dhcpServers", texts(LCT_DHCP_SERVER)},  {"dnsServers", texts(LCT_DNS_SERVER)},
-                         {"primaryWins", texts(LCT_PRIMARY_WINS)}, {"secondaryWins", texts(LCT_SECONDARY_WINS)},
-                         {"registry", texts(LCT_REGISTRY_KEY)},    {"httpsHosts", texts(LCT_DOMAIN_REACHABLE)},
-                         {"managementServer", managementServer}};
+  return {{"dnsSuffixes", texts(LCT_DNS_SUFFIX)},   {"gateways", texts(LCT_DEFAULT_GATEWAY)},
+          {"dhcpServers", texts(LCT_DHCP_SERVER)},  {"dnsServers", texts(LCT_DNS_SERVER)},
+          {"primaryWins", texts(LCT_PRIMARY_WINS)}, {"secondaryWins", texts(LCT_SECONDARY_WINS)},
+          {"registry", texts(LCT_REGISTRY_KEY)},    {"httpsHosts", texts(LCT_DOMAIN_REACHABLE)},
+          {"managementServer", managementServer}};
+}
+
+Json LocationDetails(const _IQeLocation& location, bool current) {
   return {{"id", ToUtf8(location.GetId())},
           {"name", ToUtf8(location.GetName())},
           {"enabled", location.IsEnabled()},
           {"note", ToUtf8(location.GetNote())},
           {"current", current},
-          {"criteria", criteria}};
+          {"criteria", CriteriaDetails(location)}};
 }
 
 Json AdapterDetails(const ReportedAdapter& adapter, const std::string& media) {

@@ -23,5 +23,7 @@ Json LocationReferences(const Locations& locations, const std::vector<ReportedAd
 // The answer to a question, as text or JSON.
 std::string MatchText(bool match, bool json);
 
+// The criteria by kind, those without a value included.
+Json CriteriaDetails(const _IQeLocation& location);
 Json LocationDetails(const _IQeLocation& location, bool current);
 Json AdapterDetails(const ReportedAdapter& adapter, const std::string& media);

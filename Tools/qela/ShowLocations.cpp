@@ -19,12 +19,9 @@ constexpr struct {
     {LCT_REGISTRY_KEY, "--registry"}, {LCT_DOMAIN_REACHABLE, "--https-host"},
 };
 
-std::string Describe(const _IQeLocation& location, bool current) {
-  std::string text = Printable(location.GetName());
-  if (!location.IsEnabled()) text += " (disabled)";
-  if (current) text += " (current)";
-  text += "\n  id                " + Printable(location.GetId()) + "\n";
-  if (!location.GetNote().empty()) text += "  note              " + Printable(location.GetNote()) + "\n";
+// One line a criterion, as the option that adds it.
+std::string CriteriaLines(const _IQeLocation& location) {
+  std::string text;
   const auto criteria = location.GetCriterias();
   for (const auto& [kind, option] : kTextCriteria) {
     std::vector<std::wstring> values;
@@ -38,6 +35,15 @@ std::string Describe(const _IQeLocation& location, bool current) {
     text += "  --management-server\n";
   if (criteria->GetCount() == 0) text += "  no criteria: current everywhere while enabled\n";
   return text;
+}
+
+std::string Describe(const _IQeLocation& location, bool current) {
+  std::string text = Printable(location.GetName());
+  if (!location.IsEnabled()) text += " (disabled)";
+  if (current) text += " (current)";
+  text += "\n  id                " + Printable(location.GetId()) + "\n";
+  if (!location.GetNote().empty()) text += "  note              " + Printable(location.GetNote()) + "\n";
+  return text + CriteriaLines(location);
 }
 
 }  // namespace
@@ -68,11 +74,17 @@ void ShowCurrent(const Options& options) {
   service.RequireReadableSet();
   const Locations current = ToVector(*service.Api().GetCurrentLocations());
   const std::vector<ReportedAdapter> adapters = service.Report().Adapters();
-  if (options.json) {
-    Print(ToLine({{"current", LocationReferences(current, adapters)}}));
-    return;
-  }
+  Json list = Json::array();
   std::string text;
-  for (const auto& location : current) text += LocationText(*location, adapters) + "\n";
-  Print(text.empty() ? "No location is current.\n" : text);
+  for (const auto& location : current) {
+    if (options.json)
+      list.emplace_back(LocationReference(*location, adapters)).emplace("criteria", CriteriaDetails(*location));
+    else
+      text += LocationText(*location, adapters) + "\n" + CriteriaLines(*location);
+  }
+  if (options.json)
+    text = ToLine({{"current", std::move(list)}});
+  else if (text.empty())
+    text = "No location is current.\n";
+  Print(text);
 }
