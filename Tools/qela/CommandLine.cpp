@@ -99,7 +99,7 @@ std::optional<Options> ParseCommandLine(const std::vector<std::wstring>& argumen
       ->type_name("ADDRESS")
       ->allow_extra_args(false);
   whose->add_flag("--adapters", options.ownAddresses, "The addresses of this machine's adapters");
-  CLI::App* specification = match->add_option_group("Specification")->require_option(1);
+  CLI::App* specification = match->add_option_group("Address specification")->require_option(1);
   const CLI::Option* isExact = specification->add_option("--exact", exact, "This address, in exactly this spelling");
   const CLI::Option* isSubnet =
       specification->add_option("--subnet", subnet, "A subnet, such as 192.168.1.0/24 or 2001:db8::/32");
