@@ -8,6 +8,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Tests/Contract/ServiceTest.h"
@@ -26,6 +27,7 @@ struct HostRecord {
 HostRecord g_record;
 HostRecord* g_handedOut = nullptr;
 int g_lookUps = 0;
+std::function<void()> g_onLookUp;
 
 }  // namespace
 
@@ -33,6 +35,7 @@ int g_lookUps = 0;
 extern "C" __declspec(dllexport) void* CisbMs();
 extern "C" __declspec(dllexport) void* CisbMs() {
   ++g_lookUps;
+  if (g_onLookUp) std::exchange(g_onLookUp, nullptr)();
   return g_handedOut;
 }
 
@@ -202,6 +205,52 @@ TEST_F(HostComRecord, IsLookedUpOnceInAProcess) {
   EXPECT_EQ(g_lookUps, 1);
   EXPECT_EQ(g_askedForExport, 1);
   EXPECT_EQ(g_record.initCount, 3u) << "it belongs to all instances";
+}
+
+// The host's function may use the library, which then has no answer yet and asks again.
+TEST_F(HostComRecord, FunctionOfTheHostMayCallTheLibrary) {
+  g_onLookUp = [this] {
+    _IQeLaApi& raw = *m_library.Api();
+    EXPECT_EQ(raw.AddLocation(NewLocation(raw, L"A")), LSR_OK);
+    EXPECT_EQ(CurrentIds(raw), Ids{L"A"});
+  };
+  const std::shared_ptr<_IQeLaApiSmart> service = m_library.SmartApi();
+  EXPECT_EQ(g_lookUps, 2);
+  EXPECT_EQ(g_record.initCount, 3u);
+  EXPECT_EQ(g_record.uninitCount, 3u);
+  EXPECT_EQ(CallsOfASave(), (Calls{"init", "uninit"}));
+  EXPECT_EQ(g_lookUps, 2) << "the first answer holds";
+}
+
+// The one that is answered first decides for both.
+TEST_F(HostComRecord, LaterAnswerChangesNothing) {
+  g_onLookUp = [this] {
+    m_library.Api();
+    g_handedOut = nullptr;
+  };
+  m_library.SmartApi();
+  EXPECT_EQ(g_record.initCount, 2u);
+  CallsOfASave();
+  EXPECT_EQ(g_record.initCount, 3u);
+}
+
+TEST_F(HostComRecord, NoThreadWaitsForAnothersLookUp) {
+  HANDLE asked = ::CreateEventW(nullptr, TRUE, FALSE, nullptr);
+  HANDLE answered = ::CreateEventW(nullptr, TRUE, FALSE, nullptr);
+  g_onLookUp = [&] {
+    ::SetEvent(asked);
+    EXPECT_EQ(::WaitForSingleObject(answered, 10'000), WAIT_OBJECT_0) << "the other instance is held up";
+  };
+  {
+    const OtherThread first([this] { m_library.SmartApi(); });
+    EXPECT_EQ(::WaitForSingleObject(asked, 10'000), WAIT_OBJECT_0);
+    m_library.Api();
+    ::SetEvent(answered);
+  }
+  EXPECT_EQ(g_lookUps, 2);
+  EXPECT_EQ(g_record.initCount, 2u);
+  ::CloseHandle(asked);
+  ::CloseHandle(answered);
 }
 
 // The start is left out when COM is active and not forced, the end whenever COM is active then; both counts rise.

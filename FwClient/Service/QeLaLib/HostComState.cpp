@@ -2,6 +2,7 @@
 
 #include <objbase.h>
 
+#include <atomic>
 #include <cstddef>
 
 #include "FwClient/Common/Utilities/ScopeGuards.h"
@@ -25,12 +26,23 @@ HostComState* LookUpHostComState() noexcept {
   return reinterpret_cast<HostComStateFunction>(reinterpret_cast<void*>(function))();
 }
 
+// What the look-up found. Not a function-local static: the host's function may call the library, which would then wait
+// for itself, and other threads for both. Until there is an answer, each asks for itself.
+char g_noAnswer;
+void* const kNotLookedUp = &g_noAnswer;
+std::atomic<void*> g_answer{&g_noAnswer};
+
 }  // namespace
 
 HostComState* FindHostComState() noexcept {
-  // A failed look-up is as final as a successful one: the host's exports do not change while it runs.
-  static HostComState* const state = LookUpHostComState();
-  return state;
+  // A failed look-up is as final as a successful one: the host's exports do not change while it runs. The first answer
+  // stays.
+  void* answer = g_answer.load();
+  if (answer == kNotLookedUp) {
+    void* const found = LookUpHostComState();
+    if (g_answer.compare_exchange_strong(answer, found)) answer = found;
+  }
+  return static_cast<HostComState*>(answer);
 }
 
 ComBracket::ComBracket() noexcept {

@@ -15,7 +15,9 @@ struct HostComState {
   std::uint32_t uninitCount;  // raised by the library whenever a calculation ends
 };
 
-// The host's record, or null when it has none. It is looked up once in the life of the process.
+// The host's record, or null when it has none. It is looked up until there is an answer, which holds for the life of
+// the process. The host's function may call the library; no thread waits for another's look-up, so two that come first
+// together both ask.
 HostComState* FindHostComState() noexcept;
 
 // Initialises COM for one calculation on the calling thread and ends it again.
