@@ -18,6 +18,18 @@ class CriticalSectionGuard {
   CRITICAL_SECTION& m_section;
 };
 
+// Holds a slim lock for itself alone. Such a lock needs no memory, and is not recursive.
+class SlimLockGuard {
+ public:
+  explicit SlimLockGuard(SRWLOCK& lock) noexcept : m_lock(lock) { ::AcquireSRWLockExclusive(&m_lock); }
+  ~SlimLockGuard() { ::ReleaseSRWLockExclusive(&m_lock); }
+  SlimLockGuard(const SlimLockGuard&) = delete;
+  SlimLockGuard& operator=(const SlimLockGuard&) = delete;
+
+ private:
+  SRWLOCK& m_lock;
+};
+
 // Starts Winsock (version 2.2) and cleans up when it had started. WSAStartup counts, so guards may nest.
 class WinsockGuard {
  public:
