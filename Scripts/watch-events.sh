@@ -3,8 +3,6 @@
 # Waits are for events, each with a deadline; nothing sleeps.
 
 readonly kEventDeadlineSeconds=20
-readonly kNudgeSeconds=4
-nudges=0
 
 # start_watch QELA_COMMAND...: starts the command in the background and waits for its first event.
 start_watch() {
@@ -18,16 +16,9 @@ start_watch() {
 }
 
 # Reads the next event into $event.
-#
-# Wine loses a change of address that comes between the thread's wake-up and its next request, which on a busy machine
-# may be long apart. Where nothing comes, one more address, on the loopback device, makes the thread look again.
 next_event() {
-  local begun=$SECONDS
-  until IFS= read -r -t "$kNudgeSeconds" event <&3; do
-    [ $((SECONDS - begun)) -lt "$kEventDeadlineSeconds" ] || { echo "no event within $kEventDeadlineSeconds seconds" >&2; return 1; }
-    nudges=$((nudges + 1))
-    ip address add "127.0.2.$nudges/8" dev lo
-  done
+  IFS= read -r -t "$kEventDeadlineSeconds" event <&3 ||
+    { echo "no event within $kEventDeadlineSeconds seconds" >&2; return 1; }
 }
 
 # next_change NAME...: the next event must be a change whose current locations are exactly these, in this order.

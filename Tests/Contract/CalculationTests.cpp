@@ -2,7 +2,9 @@
 #include <gmock/gmock.h>
 
 #include <cstdint>
+#include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Tests/Contract/ServiceTest.h"
@@ -210,6 +212,142 @@ TEST_F(Calculation, ReadingDoesNotCalculate) {
   m_service->GetLocation(L"A");
   m_service->GetMacAddresses();
   EXPECT_EQ(m_adapters.CallCount(), 0u);
+}
+
+// The host's own code runs inside a calculation, on the thread that holds the recursive lock: in its log sink, in a
+// registry filter, in the function that hands out its COM record. It may edit and save there.
+class EditsDuringACalculation : public Calculation {
+ protected:
+  static constexpr char kKey[] = "HKEY_LOCAL_MACHINE\\SOFTWARE\\Site\\";
+
+  ~EditsDuringACalculation() override {
+    m_log.OnEvent(nullptr);
+    m_registry.OnCall(nullptr);
+  }
+
+  // Runs once, when the calculation that follows asks the registry for a criterion.
+  void WhenTheRegistryIsAsked(std::function<void()> act) {
+    m_registry.OnCall([this, act = std::move(act)](const char* function) {
+      if (std::string(function) != "RegOpenKeyExW") return;
+      m_registry.OnCall(nullptr);
+      act();
+    });
+  }
+  void AddForty(_IQeLaApiSmart& service) {
+    for (int i = 0; i < 40; ++i)
+      EXPECT_EQ(service.AddLocation(NewLocation(service, L"added " + std::to_wstring(i))), LSR_OK);
+  }
+  static std::shared_ptr<_IQeLocation> Renamed(_IQeLaApiSmart& service, const std::wstring& id) {
+    const std::shared_ptr<_IQeLocation> location = service.GetLocation(id);
+    location->SetName(L"renamed");
+    return location;
+  }
+};
+
+TEST_F(EditsDuringACalculation, LocationsThatAreAddedAreKeptAndCountFromTheNextOneOn) {
+  LoadSet({WithTexts("A", LCT_REGISTRY_KEY, {kKey}), {.id = "B"}, {.id = "C"}});
+  WhenTheRegistryIsAsked([this] { AddForty(*m_service); });
+  m_service->Save();
+  EXPECT_EQ(StoredIds(*m_service).size(), 43u);
+  EXPECT_EQ(CurrentIds(*m_service), (Ids{L"B", L"C"}));
+  m_service->Save();
+  EXPECT_EQ(CurrentIds(*m_service).size(), 42u);
+}
+
+TEST_F(EditsDuringACalculation, EditsOfTheInstanceThatSavesByItselfAreKeptAndStored) {
+  m_registry.Put(PackedSet({WithTexts("A", LCT_REGISTRY_KEY, {kKey}), {.id = "B"}}));
+  _IQeLaApi& raw = *m_library.Api();
+  WhenTheRegistryIsAsked([&] { AddForty(raw); });
+  raw.Save();
+  EXPECT_EQ(StoredIds(raw).size(), 42u);
+  m_service->Load();
+  EXPECT_EQ(StoredIds(*m_service).size(), 42u) << "all of them reached the registry";
+  raw.Save();
+  EXPECT_EQ(CurrentIds(raw).size(), 41u);
+}
+
+TEST_F(EditsDuringACalculation, LocationThatIsReplacedKeepsTheEditAndTakesTheMatchedAdapters) {
+  LoadSet({{.id = "A", .name = "before"}});
+  m_log.OnEvent([this](const LoggedEvent& event) {
+    if (event.text != L"IsCurrentLocation checking location before") return;
+    m_log.OnEvent(nullptr);
+    EXPECT_EQ(m_service->UpdateLocation(Renamed(*m_service, L"A")), LSR_OK);
+    AdapterList elsewhere;
+    elsewhere.Add(L"Cafe").Index(6);
+    m_adapters.Set(elsewhere);
+  });
+  m_service->Save();
+  EXPECT_EQ(m_service->GetLocation(L"A")->GetName(), L"renamed");
+  EXPECT_EQ(MatchedAdapters(*m_service, L"A"), Indexes{kOfficeIndex});
+  m_service->Save();
+  EXPECT_EQ(MatchedAdapters(*m_service, L"A"), Indexes{6});
+}
+
+TEST_F(EditsDuringACalculation, LocationThatIsRemovedIsNotBroughtBack) {
+  LoadSet({{.id = "A", .name = "first"}, {.id = "B", .name = "second"}});
+  m_log.Clear();
+  m_log.OnEvent([this](const LoggedEvent& event) {
+    if (event.text != L"IsCurrentLocation checking location first") return;
+    m_log.OnEvent(nullptr);
+    EXPECT_EQ(m_service->RemoveLocation(L"A"), LSR_OK);
+  });
+  m_service->Save();
+  EXPECT_EQ(StoredIds(*m_service), Ids{L"B"});
+  EXPECT_EQ(AddedLines(), (Ids{L"Adding current location ID A", L"Adding current location ID B"}));
+  EXPECT_EQ(CurrentIds(*m_service), Ids{L"B"});
+}
+
+// At every single line of the log: the set grows, shrinks, is loaded anew, and calculated inside the calculation.
+TEST_F(EditsDuringACalculation, AreSafeAtEveryLineOfTheLog) {
+  AdapterList list;
+  for (int i = 0; i < 5; ++i) list.Add(L"an adapter with a description that needs memory").Gateway("10.0.0.1");
+  const std::vector<LocationBlob> set{WithTexts("A", LCT_DEFAULT_GATEWAY, {"10.0.0.1"}),
+                                      WithTexts("B", LCT_DNS_SUFFIX, {"c*rp.example"}),
+                                      WithTexts("C", LCT_REGISTRY_KEY, {kKey}),
+                                      {.id = "D"}};
+  m_adapters.Set(list);
+  LoadSet(set);
+  m_log.Clear();
+  m_service->Save();
+  const std::size_t lines = m_log.Events().size();
+  ASSERT_GT(lines, 30u);
+  for (std::size_t line = 0; line < lines; ++line) {
+    SCOPED_TRACE(line);
+    LoadSet(set);
+    std::size_t logged = 0;
+    m_log.OnEvent([&](const LoggedEvent&) {
+      if (logged++ != line) return;
+      AddForty(*m_service);
+      m_adapters.Set(OfficeNetwork());
+      m_service->Save();
+      m_service->RemoveAllLocations();
+      m_adapters.Set(list);
+      LoadSet(set);
+      AddForty(*m_service);
+    });
+    m_service->Save();
+    m_log.OnEvent(nullptr);
+    EXPECT_EQ(StoredIds(*m_service).size(), 44u);
+    m_service->Save();
+    EXPECT_EQ(CurrentIds(*m_service).size(), 42u) << "all but those that look for a suffix and a key";
+    ASSERT_FALSE(HasFailure());
+  }
+}
+
+TEST_F(EditsDuringACalculation, QuestionAboutMediaTypesSurvivesASaveInsideTheLog) {
+  AdapterList list;
+  for (int i = 0; i < 5; ++i) list.Add(L"an adapter with a description that needs memory");
+  m_adapters.Set(list);
+  m_service->Save();
+  m_log.Clear();
+  m_log.OnEvent([this](const LoggedEvent& event) {
+    if (!event.text.starts_with(L"The Adapter ")) return;
+    m_log.OnEvent(nullptr);
+    m_adapters.Set(OfficeNetwork());
+    m_service->Save();
+  });
+  EXPECT_FALSE(m_service->IsAdapterMediaType(1, {99}));
+  EXPECT_EQ(m_log.Count(L"The Adapter an adapter with a description that needs memory has Media Type as 1."), 5u);
 }
 
 }  // namespace

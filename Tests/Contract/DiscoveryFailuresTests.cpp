@@ -25,6 +25,7 @@ struct Failures {
   int eventsLeft = -1;  // how many events can still be made; -1 for any number
   bool getModuleHandle = false;
   bool createThread = false;
+  int duplicatesLeft = -1;  // as eventsLeft
 };
 Failures g_failures;
 
@@ -45,12 +46,26 @@ HANDLE WINAPI CreateThreadOrFail(SECURITY_ATTRIBUTES* security, SIZE_T stack, LP
   return g_failures.createThread ? nullptr : g_createThread(security, stack, start, argument, flags, id);
 }
 
+BOOL(WINAPI* g_duplicate)(HANDLE, HANDLE, HANDLE, HANDLE*, DWORD, BOOL, DWORD);
+BOOL WINAPI DuplicateOrFail(HANDLE from, HANDLE handle, HANDLE to, HANDLE* copy, DWORD access, BOOL inherit,
+                            DWORD options) {
+  // The runtime's records of threads use the call too.
+  if (handle == ::GetCurrentThread()) return g_duplicate(from, handle, to, copy, access, inherit, options);
+  if (g_failures.duplicatesLeft == 0) {
+    *copy = INVALID_HANDLE_VALUE;  // what a failed call leaves there is nobody's
+    return FALSE;
+  }
+  if (g_failures.duplicatesLeft > 0) --g_failures.duplicatesLeft;
+  return g_duplicate(from, handle, to, copy, access, inherit, options);
+}
+
 class FailingStart : public DiscoveryTest {
  protected:
   FailingStart() {
     g_failures = {};
     g_createEvent = m_createEvent.Original<HANDLE WINAPI(SECURITY_ATTRIBUTES*, BOOL, BOOL, const wchar_t*)>();
     g_getModuleHandle = m_getModuleHandle.Original<BOOL WINAPI(DWORD, const wchar_t*, HMODULE*)>();
+    g_duplicate = m_duplicate.Original<BOOL WINAPI(HANDLE, HANDLE, HANDLE, HANDLE*, DWORD, BOOL, DWORD)>();
     g_createThread =
         m_createThread
             .Original<HANDLE WINAPI(SECURITY_ATTRIBUTES*, SIZE_T, LPTHREAD_START_ROUTINE, void*, DWORD, DWORD*)>();
@@ -79,6 +94,7 @@ class FailingStart : public DiscoveryTest {
   ImportPatch m_createEvent{Module(), "CreateEventW", &CreateEventOrFail};
   ImportPatch m_getModuleHandle{Module(), "GetModuleHandleExW", &GetModuleHandleOrFail};
   ImportPatch m_createThread{Module(), "CreateThread", &CreateThreadOrFail};
+  ImportPatch m_duplicate{Module(), "DuplicateHandle", &DuplicateOrFail};
 };
 
 TEST_F(FailingStart, WithoutAStopEventThereIsNoRefreshEventEither) {
@@ -89,6 +105,16 @@ TEST_F(FailingStart, WithoutAStopEventThereIsNoRefreshEventEither) {
 TEST_F(FailingStart, WithoutARefreshEventThereIsNoThread) {
   g_failures.eventsLeft = 1;
   ExpectFailure({"CreateEventW x1"});
+}
+
+TEST_F(FailingStart, WithoutAHandleOfItsOwnForTheStopThereIsNoThread) {
+  g_failures.duplicatesLeft = 0;
+  ExpectFailure({"CreateEventW x2"});
+}
+
+TEST_F(FailingStart, WithoutAHandleOfItsOwnForTheRefreshThereIsNoThread) {
+  g_failures.duplicatesLeft = 1;
+  ExpectFailure({"CreateEventW x2"});
 }
 
 TEST_F(FailingStart, WithoutAReferenceToTheLibraryThereIsNoThread) {
@@ -220,6 +246,7 @@ TEST_F(Failing, RequestThatIsRefusedLaterEndsTheThreadAndStopStillSucceeds) {
 
 // A request of an earlier pass still pends when a later one is refused.
 TEST_F(Failing, EarlierRequestsAreWithdrawnWhenALaterOneIsRefused) {
+  m_changes.LeaveUnmarked();
   StartDiscovery();
   m_changes.Script({{ERROR_INVALID_PARAMETER, ERROR_INVALID_PARAMETER, false}});
   EXPECT_TRUE(Service().Save());
@@ -255,23 +282,40 @@ INSTANTIATE_TEST_SUITE_P(
                       Accepted{"Success", {NO_ERROR, ERROR_INVALID_PARAMETER, true}}),
     [](const auto& accepted) { return accepted.param.name; });
 
-// A wait that answers out of turn, a number of times, and then as usual.
+// A wait that answers out of turn, a number of times, and then as usual. The pauses between them, of 100 ms on the stop
+// event, take no time here.
 class OddWait : public DiscoveryTest {
  protected:
-  OddWait() { s_real = m_wait.Original<DWORD WINAPI(DWORD, const HANDLE*, BOOL, DWORD)>(); }
-
-  static DWORD WINAPI Wait(DWORD count, const HANDLE* handles, BOOL all, DWORD ms) {
-    if (s_times == 0) return s_real(count, handles, all, ms);
-    --s_times;
-    ::SetLastError(s_error);
-    return s_result;
+  OddWait() {
+    s_pauses = 0;
+    s_sleeps = 0;
+    s_pauseResult = WAIT_TIMEOUT;
+    s_onPause = nullptr;
+    s_waitForOne = m_waitForOne.Original<DWORD WINAPI(HANDLE, DWORD)>();
+  }
+  ~OddWait() override {
+    if (m_service != nullptr) EndDiscovery(*m_service);
   }
 
-  static inline DWORD(WINAPI* s_real)(DWORD, const HANDLE*, BOOL, DWORD);
-  static inline int s_times = 0;
-  static inline DWORD s_result = 0;
-  static inline DWORD s_error = 0;
-  ImportPatch m_wait{Module(), "WaitForMultipleObjects", &Wait};
+  static DWORD WINAPI WaitForOne(HANDLE handle, DWORD ms) {
+    if (ms != 100) return s_waitForOne(handle, ms);
+    ++s_pauses;
+    if (s_onPause) s_onPause();
+    if (s_pauseResult != WAIT_TIMEOUT) return s_pauseResult;
+    return s_waitForOne(handle, 0);
+  }
+  static void WINAPI Sleep(DWORD ms) {
+    EXPECT_EQ(ms, 100u);
+    ++s_sleeps;
+  }
+
+  static inline std::atomic<std::size_t> s_pauses;
+  static inline std::atomic<std::size_t> s_sleeps;
+  static inline DWORD s_pauseResult;
+  static inline std::function<void()> s_onPause;
+  static inline DWORD(WINAPI* s_waitForOne)(HANDLE, DWORD);
+  ImportPatch m_waitForOne{Module(), "WaitForSingleObject", &WaitForOne};
+  ImportPatch m_sleep{Module(), "Sleep", &Sleep};
 };
 
 TEST_F(OddWait, IsLoggedWithItsResultAndErrorAndTheThreadGoesOn) {
@@ -289,12 +333,10 @@ TEST_F(OddWait, IsLoggedWithItsResultAndErrorAndTheThreadGoesOn) {
   for (const auto& odd : cases) {
     SCOPED_TRACE(odd.line);
     m_log.Clear();
-    s_result = odd.result;
-    s_error = odd.error;
-    s_times = 2;
-    const std::size_t requests = m_changes.Requests();
+    const std::size_t waits = m_waits.Count();
+    m_waits.Answer(2, odd.result, odd.error);
     EXPECT_TRUE(Service().StartDiscovery(&HostCallback::First));
-    EXPECT_TRUE(m_changes.WaitForRequests(requests + 3)) << "every pass arms anew";
+    EXPECT_TRUE(m_waits.WaitForCount(waits + 3));
     EXPECT_EQ(m_adapters.CallCount(), 0u) << "nothing is calculated";
     EXPECT_TRUE(Service().StopDiscovery());
     EXPECT_THAT(DiscoveryLines(), ElementsAre(odd.line, odd.line, kStopping));
@@ -304,7 +346,63 @@ TEST_F(OddWait, IsLoggedWithItsResultAndErrorAndTheThreadGoesOn) {
   Join({kOffice});
   FireAddressChange();
   ExpectCallbackWith({L"A"});
-  EndDiscovery(Service());
+}
+
+TEST_F(OddWait, MakesNoSecondRequestWhileOnePends) {
+  m_waits.Answer(50, WAIT_FAILED, ERROR_INVALID_HANDLE);
+  EXPECT_TRUE(Service().StartDiscovery(&HostCallback::First));
+  EXPECT_TRUE(m_waits.WaitForCount(51));
+  EXPECT_EQ(m_changes.Requests(), 1u);
+}
+
+TEST_F(OddWait, ArmsAnewOnEveryPassWhereNothingShowsAsPending) {
+  m_changes.LeaveUnmarked();
+  m_waits.Answer(5, WAIT_FAILED, ERROR_INVALID_HANDLE);
+  EXPECT_TRUE(Service().StartDiscovery(&HostCallback::First));
+  EXPECT_TRUE(m_waits.WaitForCount(6));
+  EXPECT_EQ(m_changes.Requests(), 6u);
+}
+
+TEST_F(OddWait, ThatFailsForGoodIsTriedAfterAPauseEachTime) {
+  m_waits.Answer(1000, WAIT_FAILED, ERROR_INVALID_HANDLE);
+  EXPECT_TRUE(Service().StartDiscovery(&HostCallback::First));
+  EXPECT_TRUE(m_waits.WaitForCount(1001));
+  EXPECT_EQ(s_pauses, 1000u);
+  EXPECT_EQ(s_sleeps, 0u);
+}
+
+TEST_F(OddWait, PauseThatFailsAsWellIsSlept) {
+  s_pauseResult = WAIT_FAILED;
+  m_waits.Answer(10, WAIT_FAILED, ERROR_INVALID_HANDLE);
+  EXPECT_TRUE(Service().StartDiscovery(&HostCallback::First));
+  EXPECT_TRUE(m_waits.WaitForCount(11));
+  EXPECT_EQ(s_sleeps, 10u);
+}
+
+TEST_F(OddWait, StopEndsThePause) {
+  Gate gate;
+  s_onPause = [&] { gate.Pass(); };
+  m_waits.Answer(1, WAIT_FAILED, ERROR_INVALID_HANDLE);
+  EXPECT_TRUE(Service().StartDiscovery(&HostCallback::First));
+  EXPECT_TRUE(gate.WaitUntilReached());
+  // Signalled while the thread pauses; the host waits its time, since the gate stays shut that long.
+  EXPECT_TRUE(Service().StopDiscovery());
+  gate.Open();
+  EXPECT_TRUE(m_threads.WaitForEnd());
+  EXPECT_EQ(m_waits.Count(), 1u) << "no further wait";
+}
+
+// A change that comes while the wait fails is still served.
+TEST_F(OddWait, ChangeIsServedAllTheSame) {
+  Store(L"A", kOfficeGateway);
+  s_onPause = [this] {
+    s_onPause = nullptr;
+    Join({kOffice});
+    m_changes.Fire();
+  };
+  m_waits.Answer(3, WAIT_FAILED, ERROR_INVALID_HANDLE);
+  EXPECT_TRUE(Service().StartDiscovery(&HostCallback::First));
+  ExpectCallbackWith({L"A"});
 }
 
 TEST_F(Failing, CallbackThatThrowsCostsNothingButItsOwnCall) {
@@ -329,10 +427,18 @@ TEST_F(Failing, CallbackThatThrowsCostsNothingButItsOwnCall) {
   EXPECT_TRUE(Service().StopDiscovery());
 }
 
-// Every allocation that the thread makes for a change in turn.
+// Every allocation that the thread makes for a pass in turn. What it could not do it tries again after 500 ms, which
+// take no time here.
 class ThreadWithoutMemory : public DiscoveryTest {
  protected:
-  ThreadWithoutMemory() { s_heap = &m_heap; }
+  ThreadWithoutMemory() {
+    s_heap = &m_heap;
+    m_waits.CutBoundedWaitsShort();
+    // Stored texts are too long to do without memory.
+    Store(kHere[0].c_str(), kOfficeGateway);
+    Store(kThere[0].c_str(), L"192.168.1.1");
+    StartDiscovery(&Callback);
+  }
   ~ThreadWithoutMemory() override { EndDiscovery(Service()); }
 
   // The host has memory.
@@ -341,39 +447,128 @@ class ThreadWithoutMemory : public DiscoveryTest {
     HostCallback::First(std::move(locations));
   }
 
+  // The n-th allocation after the line fails, on the thread that logs it.
+  void FailAfter(const wchar_t* line, std::size_t n) {
+    m_log.OnEvent([=, this](const LoggedEvent& event) {
+      if (event.text != line) return;
+      m_log.OnEvent(nullptr);
+      m_heap.FailAt(n);
+    });
+  }
+  // What the host was told since, until the thread waits without an end. Sets `failed`.
+  std::vector<Ids> Told(bool& failed) {
+    while (m_waits.Waits().back().ms != INFINITE) EXPECT_TRUE(m_waits.WaitForCount(m_waits.Count() + 1));
+    failed = m_heap.StopFailing();
+    m_log.OnEvent(nullptr);
+    std::vector<Ids> told;
+    while (HostCallback::Untaken() > 0) told.push_back(HostCallback::Take()->ids);
+    return told;
+  }
+
+  static inline const Ids kHere{L"a location whose identifier is too long for a string without memory"};
+  static inline const Ids kThere{L"another location whose identifier is too long for a string without memory"};
+  // Which allocation of a calculation is the buffer for the adapters; before it comes the address table.
+  static constexpr std::size_t kAdapterBuffer = 1;
   static inline HeapWatch* s_heap;
   HeapWatch m_heap{Module()};
 };
 
-// Whatever is not raised now is raised by the next change.
-TEST_F(ThreadWithoutMemory, LosesThePassButNeitherTheEventNorTheLockNorTheThread) {
-  const Ids office{L"a location whose identifier is too long for a string without memory"};
-  Store(office[0].c_str(), kOfficeGateway);
-  StartDiscovery(&Callback);
-  std::size_t nth = 0;
-  m_adapters.OnCall([&] {
-    if (nth > 0) m_heap.FailAt(nth - 1);
-  });
-  m_changes.OnRequest([this] { m_heap.StopFailing(); });
+// A snapshot without memory is a failed one, and as such may be reported first.
+TEST_F(ThreadWithoutMemory, TellsTheHostOfAChangeWithoutAFurtherOne) {
+  Join({kOffice});
+  FireAddressChange();
+  ExpectCallbackWith(kHere);
   bool failed = true;
-  std::size_t rounds = 0;
-  while (failed) {
-    SCOPED_TRACE(++rounds);
-    ASSERT_LT(rounds, 2000u);
-    Join({kOffice});
-    nth = rounds;
+  std::size_t failures = 0;
+  std::size_t reportedFirst = 0;
+  for (std::size_t n = 0; failed; ++n) {
+    SCOPED_TRACE(n);
+    ASSERT_LT(n, 2000u);
+    const bool here = n % 2 != 0;
+    Join({here ? kOffice : "192.168.1.1"});
+    FailAfter(kChange, n);
     FireAddressChange();
-    failed = m_heap.StopFailing();
-    nth = 0;
-    FireAddressChange();
-    ExpectCallbackWith(office);
-    Join({});
-    FireAddressChange();
-    ExpectCallbackWith({});
-    ExpectNoCallback();
+    std::vector<Ids> told = Told(failed);
+    ASSERT_FALSE(told.empty());
+    EXPECT_EQ(told.back(), here ? kHere : kThere);
+    told.pop_back();
+    if (!told.empty()) {
+      EXPECT_EQ(told, std::vector<Ids>{Ids{}});
+      ++reportedFirst;
+    }
+    if (failed) ++failures;
     ASSERT_FALSE(HasFailure());
   }
-  EXPECT_GT(rounds, 10u);
+  EXPECT_GT(failures, 50u);
+  EXPECT_GT(reportedFirst, 5u);
+  EXPECT_LT(reportedFirst, failures / 2);
+}
+
+TEST_F(ThreadWithoutMemory, RaisesWhatASaveFoundWithoutAFurtherOneAndWithoutACalculation) {
+  bool failed = true;
+  std::size_t failures = 0;
+  for (std::size_t n = 0; failed; ++n) {
+    SCOPED_TRACE(n);
+    ASSERT_LT(n, 2000u);
+    const bool here = n % 2 == 0;
+    Join({here ? kOffice : "192.168.1.1"});
+    FailAfter(kRefresh, n);
+    m_adapters.ClearCalls();
+    Save();
+    EXPECT_EQ(Told(failed), std::vector<Ids>{here ? kHere : kThere});
+    EXPECT_EQ(m_adapters.CallCount(), 1u);
+    if (failed) ++failures;
+    ASSERT_FALSE(HasFailure());
+  }
+  EXPECT_GT(failures, 5u);
+}
+
+TEST_F(ThreadWithoutMemory, TriesAgainAfterHalfASecondUntilThereIsMemory) {
+  constexpr std::size_t kTries = 5;
+  std::size_t tries = 0;
+  m_log.OnEvent([&](const LoggedEvent& event) {
+    if (event.text == kCalculating && ++tries <= kTries) m_heap.FailAt(kAdapterBuffer);
+  });
+  m_waits.OnWait([this] { m_heap.StopFailing(); });
+  Join({kOffice});
+  m_changes.Fire();
+  ExpectCallbackWith(kHere);
+  EXPECT_TRUE(m_waits.WaitForCount(kTries + 2));
+  EXPECT_EQ(tries, kTries + 1);
+  std::vector<DWORD> times;
+  for (const WaitWatch::Wait& wait : m_waits.Waits()) times.push_back(wait.ms);
+  EXPECT_THAT(times, ElementsAre(INFINITE, 500u, 500u, 500u, 500u, 500u, INFINITE));
+  EXPECT_EQ(m_changes.Requests(), 2u) << "the request that pends serves on";
+  EXPECT_EQ(m_log.Count(kChange), 1u);
+}
+
+TEST_F(ThreadWithoutMemory, StopEndsTheThreadWhileItWaitsForMemory) {
+  m_log.OnEvent([&](const LoggedEvent& event) {
+    if (event.text == kCalculating) m_heap.FailAt(kAdapterBuffer);
+  });
+  m_waits.OnWait([this] { m_heap.StopFailing(); });
+  m_changes.Fire();
+  EXPECT_TRUE(m_waits.WaitForCount(10));
+  EXPECT_TRUE(Service().StopDiscovery());
+  EXPECT_TRUE(m_threads.WaitForEnd());
+}
+
+// Only want of memory is tried again: a snapshot that the system refuses is an answer.
+TEST_F(ThreadWithoutMemory, SnapshotThatTheSystemRefusesIsNotTriedAgain) {
+  m_adapters.FailAlways(ERROR_NOT_SUPPORTED);
+  m_adapters.ClearCalls();
+  FireAddressChange();
+  EXPECT_EQ(m_adapters.CallCount(), 1u);
+  EXPECT_EQ(m_waits.Waits().back().ms, INFINITE);
+}
+
+TEST_F(ThreadWithoutMemory, CallbackThatThrowsIsNotCalledAgain) {
+  HostCallback::OnCall([] { throw std::bad_alloc(); });
+  Join({kOffice});
+  FireAddressChange();
+  ExpectCallbackWith(kHere);
+  EXPECT_EQ(m_waits.Waits().back().ms, INFINITE);
+  ExpectNoCallback();
 }
 
 }  // namespace

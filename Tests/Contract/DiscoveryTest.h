@@ -18,7 +18,9 @@
 
 #include "Tests/Contract/ServiceTest.h"
 #include "Tests/Support/FakeAddressChanges.h"
+#include "Tests/Support/FakeAddressTable.h"
 #include "Tests/Support/ThreadWatch.h"
+#include "Tests/Support/WaitWatch.h"
 
 // The host's callback, which has no context, and what it was called with.
 class HostCallback {
@@ -101,13 +103,6 @@ class Gate {
   HANDLE m_open = ::CreateEventW(nullptr, TRUE, FALSE, nullptr);
 };
 
-template <typename Act>
-double Seconds(Act act) {
-  const auto start = std::chrono::steady_clock::now();
-  act();
-  return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-}
-
 class DiscoveryTest : public ServiceTest {
  protected:
   static constexpr wchar_t kRefresh[] = L"The location discovery thread received a refresh notification";
@@ -125,6 +120,9 @@ class DiscoveryTest : public ServiceTest {
   }
   ~DiscoveryTest() override {
     HostCallback::Reset();
+    m_log.OnEvent(nullptr);
+    m_table.OnCall(nullptr);
+    m_waits.OnWait(nullptr);
     m_changes.OnRequest(nullptr);
     m_adapters.OnCall(nullptr);
     if (m_service != nullptr) EndDiscovery(*m_service);
@@ -152,19 +150,21 @@ class DiscoveryTest : public ServiceTest {
   // Each returns when the thread waits again.
   void StartDiscovery(QeLaLocationsChanged callback = &HostCallback::First) { StartDiscovery(Service(), callback); }
   void StartDiscovery(_IQeLaApiSmart& service, QeLaLocationsChanged callback = &HostCallback::First) {
-    const std::size_t requests = m_changes.Requests();
-    EXPECT_TRUE(service.StartDiscovery(callback));
-    EXPECT_TRUE(m_changes.WaitForRequests(requests + 1));
+    UntilTheThreadWaits([&] { EXPECT_TRUE(service.StartDiscovery(callback)); });
   }
   void FireAddressChange() {
-    const std::size_t requests = m_changes.Requests();
-    m_changes.Fire();
-    EXPECT_TRUE(m_changes.WaitForRequests(requests + 1));
+    UntilTheThreadWaits([&] { m_changes.Fire(); });
   }
   void Save() {
-    const std::size_t requests = m_changes.Requests();
-    EXPECT_TRUE(Service().Save());
-    EXPECT_TRUE(m_changes.WaitForRequests(requests + 1));
+    UntilTheThreadWaits([&] { EXPECT_TRUE(Service().Save()); });
+  }
+
+  // Returns when, after the act, the thread has begun another wait.
+  template <typename Act>
+  void UntilTheThreadWaits(Act act) {
+    const std::size_t waits = m_waits.Count();
+    act();
+    EXPECT_TRUE(m_waits.WaitForCount(waits + 1)) << "the thread does not come to wait";
   }
 
   void ExpectCallbackWith(const Ids& ids, int who = 0) {
@@ -192,6 +192,8 @@ class DiscoveryTest : public ServiceTest {
   }
 
   FakeAddressChanges m_changes{Module()};
+  FakeAddressTable m_table{Module()};
+  WaitWatch m_waits{Module()};
   HandleLedger m_ledger{Module()};
   ThreadWatch m_threads{Module()};
   std::shared_ptr<_IQeLaApiSmart> m_service;

@@ -34,23 +34,34 @@ FakeAddressChanges::~FakeAddressChanges() {
   g_current = nullptr;
 }
 
+std::vector<FakeAddressChanges::Request> FakeAddressChanges::Complete() {
+  std::vector<Request> completed = std::exchange(m_pending, {});
+  for (const Request& request : completed) {
+    request.overlapped->InternalHigh = 0;
+    static_cast<volatile ULONG_PTR&>(request.overlapped->Internal) = 0;
+  }
+  return completed;
+}
+
+// In the order of the system: first the result, then the event.
 void FakeAddressChanges::Fire() {
   const std::lock_guard lock(m_mutex);
-  for (const Request& request : std::exchange(m_pending, {})) {
-    request.overlapped->Internal = 0;
-    request.overlapped->InternalHigh = 0;
-    ::SetEvent(request.overlapped->hEvent);
-  }
+  for (const Request& request : Complete()) ::SetEvent(request.overlapped->hEvent);
+}
+
+void FakeAddressChanges::CompleteWithoutSignal() {
+  const std::lock_guard lock(m_mutex);
+  Complete();
+}
+
+void FakeAddressChanges::LeaveUnmarked() {
+  const std::lock_guard lock(m_mutex);
+  m_unmarked = true;
 }
 
 void FakeAddressChanges::Script(std::vector<Answer> answers) {
   const std::lock_guard lock(m_mutex);
   m_script.assign(answers.begin(), answers.end());
-}
-
-void FakeAddressChanges::WithdrawOneByOne() {
-  const std::lock_guard lock(m_mutex);
-  m_oneByOne = true;
 }
 
 void FakeAddressChanges::OnRequest(std::function<void()> hook) {
@@ -66,6 +77,11 @@ std::size_t FakeAddressChanges::Requests() const {
 std::size_t FakeAddressChanges::Pending() const {
   const std::lock_guard lock(m_mutex);
   return m_pending.size();
+}
+
+std::size_t FakeAddressChanges::MostPending() const {
+  const std::lock_guard lock(m_mutex);
+  return m_mostPending;
 }
 
 std::size_t FakeAddressChanges::Withdrawals() const {
@@ -104,6 +120,8 @@ DWORD WINAPI FakeAddressChanges::Notify(HANDLE* handle, OVERLAPPED* overlapped) 
     EXPECT_EQ(*handle, kHandle) << "a handle that nobody gave out";
   }
   Answer answer{ERROR_IO_PENDING, ERROR_IO_PENDING, true};
+  if (!self.m_unmarked && self.PendingOn(overlapped, false) != 0)
+    answer = {ERROR_INVALID_PARAMETER, ERROR_INVALID_PARAMETER, false};
   if (!self.m_script.empty()) {
     answer = self.m_script.front();
     self.m_script.pop_front();
@@ -111,8 +129,9 @@ DWORD WINAPI FakeAddressChanges::Notify(HANDLE* handle, OVERLAPPED* overlapped) 
   if (answer.pends) {
     *handle = kHandle;
     ::ResetEvent(overlapped->hEvent);
-    overlapped->Internal = kStatusPending;
+    if (!self.m_unmarked) overlapped->Internal = kStatusPending;
     self.m_pending.push_back({overlapped, false});
+    self.m_mostPending = std::max(self.m_mostPending, self.PendingOn(overlapped, false));
   }
   ++self.m_requests;
   self.m_requested.notify_all();
@@ -127,7 +146,6 @@ BOOL WINAPI FakeAddressChanges::Cancel(OVERLAPPED* overlapped) {
   for (Request& request : self.m_pending) {
     if (request.overlapped != overlapped || request.withdrawn) continue;
     request.withdrawn = found = true;
-    if (self.m_oneByOne) break;
   }
   if (!found) {
     ::SetLastError(ERROR_NOT_FOUND);

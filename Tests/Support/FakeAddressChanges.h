@@ -14,9 +14,10 @@
 
 #include "Tests/Support/ImportPatch.h"
 
-// While it lives, NotifyAddrChange, CancelIPChangeNotify and GetOverlappedResult of the module answer as Windows does:
-// a request resets the event and stays pending on its OVERLAPPED until a change completes it or it is withdrawn; a
-// withdrawal takes effect only when it has been waited for. Several requests may be pending on one OVERLAPPED.
+// While it lives, NotifyAddrChange, CancelIPChangeNotify and GetOverlappedResult of the module answer as Windows
+// documents it: a request resets the event and stays pending on its OVERLAPPED until a change completes it or it is
+// withdrawn; a withdrawal takes effect only when it has been waited for; a second request on an OVERLAPPED whose first
+// one pends is refused as an invalid parameter.
 //
 // Fails the test when the protocol is broken: other arguments than the documented ones, a first OVERLAPPED that is not
 // zero, an event that is closed while requests pend on it (a later change would be written into memory that is used for
@@ -36,21 +37,24 @@ class FakeAddressChanges {
 
   // An address changes: every pending request is completed.
   void Fire();
+  // The first half of it: the requests are completed, their events not yet signalled.
+  void CompleteWithoutSignal();
+
+  // From now on requests do not show as pending on their OVERLAPPED, and several may pend on one.
+  void LeaveUnmarked();
 
   // The next requests are answered so, one each.
   void Script(std::vector<Answer> answers);
 
-  // A withdrawal takes back one request at a time rather than all of its OVERLAPPED.
-  void WithdrawOneByOne();
-
   // Called at the start of each request, on the thread that makes it, without any lock of this object's.
   void OnRequest(std::function<void()> hook);
 
-  // How many requests were ever made, also those that were refused; and how many pend.
+  // How many requests were ever made, also those that were refused; how many pend, and ever did at a time.
   std::size_t Requests() const;
   std::size_t Pending() const;
+  std::size_t MostPending() const;
 
-  // Successful withdrawals, and how many of them were waited for.
+  // Successful withdrawals.
   std::size_t Withdrawals() const;
 
   // Waits until that many requests have been made in all. False when it takes over 10 seconds.
@@ -63,6 +67,7 @@ class FakeAddressChanges {
   };
   static FakeAddressChanges& Current();
   std::size_t PendingOn(const OVERLAPPED* overlapped, bool withdrawn) const;
+  std::vector<Request> Complete();
 
   static DWORD WINAPI Notify(HANDLE* handle, OVERLAPPED* overlapped);
   static BOOL WINAPI Cancel(OVERLAPPED* overlapped);
@@ -73,8 +78,9 @@ class FakeAddressChanges {
   mutable std::condition_variable m_requested;
   std::deque<Answer> m_script;
   std::function<void()> m_hook;
-  bool m_oneByOne = false;
+  bool m_unmarked = false;
   std::size_t m_requests = 0;
+  std::size_t m_mostPending = 0;
   std::size_t m_withdrawals = 0;
   std::vector<Request> m_pending;
   ImportPatch m_notify;

@@ -103,7 +103,7 @@ std::size_t FakeRegistry::OpenKeys() const {
 }
 
 LSTATUS FakeRegistry::Enter(const char* function, REGSAM access) {
-  if (m_hook) m_hook(function);
+  if (const auto hook = m_hook) hook(function);  // a copy: the hook may set another
   m_calls.push_back({function, access, ERROR_SUCCESS});
   const auto failure = m_failures.find(function);
   if (failure == m_failures.end()) return ERROR_SUCCESS;

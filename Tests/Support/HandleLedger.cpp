@@ -26,6 +26,11 @@ void HandleLedger::Opened(const char* function, const char* closedBy, const void
   m_open[handle] = {function, closedBy};
 }
 
+bool HandleLedger::IsOpen(const void* handle) const {
+  const std::lock_guard lock(m_mutex);
+  return m_open.contains(handle);
+}
+
 // Noted before the handle is really closed: afterwards another thread may be given the same value.
 void HandleLedger::Closed(const char* function, const void* handle) {
   const std::lock_guard lock(m_mutex);
@@ -108,6 +113,13 @@ struct HandleLedger::Replacements {
     Current().Closed("RegCloseKey", key);
     return Real(&RegCloseKey, "RegCloseKey")(key);
   }
+  static BOOL WINAPI DuplicateHandle(HANDLE from, HANDLE handle, HANDLE to, HANDLE* copy, DWORD access, BOOL inherit,
+                                     DWORD options) {
+    const BOOL result = Real(&DuplicateHandle, "DuplicateHandle")(from, handle, to, copy, access, inherit, options);
+    // Of what was opened here; the runtime's own records of threads are not meant.
+    if (result && Current().IsOpen(handle)) Current().Opened("DuplicateHandle", "CloseHandle", *copy);
+    return result;
+  }
   static BOOL WINAPI GetModuleHandleExW(DWORD flags, const wchar_t* name, HMODULE* found) {
     const BOOL result = Real(&GetModuleHandleExW, "GetModuleHandleExW")(flags, name, found);
     Current().Entered("GetModuleHandleExW", result != FALSE);
@@ -147,6 +159,7 @@ HandleLedger::HandleLedger(HMODULE module) {
   g_current = this;
   Patch(module, "CreateEventW", &Replacements::CreateEventW);
   Patch(module, "CreateThread", &Replacements::CreateThread);
+  Patch(module, "DuplicateHandle", &Replacements::DuplicateHandle);
   Patch(module, "CloseHandle", &Replacements::CloseHandle);
   Patch(module, "WSACreateEvent", &Replacements::WSACreateEvent);
   Patch(module, "WSACloseEvent", &Replacements::WSACloseEvent);

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <utility>
 
 #include "Tests/Support/HeapWatch.h"
 
@@ -13,10 +14,16 @@ LogRecorder::LogRecorder() {
       [](const LogUtils::LogRecord& record, void* context) {
         const HeapWatch::Pause pause;
         auto& self = *static_cast<LogRecorder*>(context);
-        const std::lock_guard lock(self.m_mutex);
-        self.m_events.push_back(
-            {record.file, record.line, record.severity, record.source, record.component, record.text});
-        self.m_changed.notify_all();
+        const LoggedEvent event{record.file,   record.line,      record.severity,
+                                record.source, record.component, record.text};
+        std::function<void(const LoggedEvent&)> hook;
+        {
+          const std::lock_guard lock(self.m_mutex);
+          self.m_events.push_back(event);
+          self.m_changed.notify_all();
+          hook = self.m_hook;
+        }
+        if (hook) hook(event);
       },
       this);
 }
@@ -55,6 +62,11 @@ std::size_t LogRecorder::Count(const std::wstring& text) const {
 void LogRecorder::Clear() {
   const std::lock_guard lock(m_mutex);
   m_events.clear();
+}
+
+void LogRecorder::OnEvent(std::function<void(const LoggedEvent&)> hook) {
+  const std::lock_guard lock(m_mutex);
+  m_hook = std::move(hook);
 }
 
 bool LogRecorder::WaitFor(const std::wstring& text, std::size_t times) const {

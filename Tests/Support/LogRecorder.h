@@ -5,6 +5,7 @@
 
 #include <condition_variable>
 #include <cstddef>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -35,6 +36,10 @@ class LogRecorder {
   std::size_t Count(const std::wstring& text) const;
   void Clear();
 
+  // Called for each event from inside the sink, on the thread that logs, when the event has been noted and without any
+  // lock of this object's.
+  void OnEvent(std::function<void(const LoggedEvent&)> hook);
+
   // Waits until `text` has been logged `times` times since the last Clear. False when that takes over 10 seconds.
   bool WaitFor(const std::wstring& text, std::size_t times = 1) const;
 
@@ -42,6 +47,7 @@ class LogRecorder {
   mutable std::mutex m_mutex;
   mutable std::condition_variable m_changed;
   std::vector<LoggedEvent> m_events;
+  std::function<void(const LoggedEvent&)> m_hook;
 };
 
 // Fails the test unless the event came from that place, at that severity, in the firewall's name.

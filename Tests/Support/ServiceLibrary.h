@@ -135,9 +135,10 @@ class RedirectedMachineHive {
   HKEY m_key = nullptr;
 };
 
-// Notes every handle that the module opens and closes while it lives: events, threads, registry keys, module
-// references, and the counted states of COM and Winsock. Declare it after other patches of the same calls (it forwards
-// to them) and read it before it ends. The module's runtime shares its import table; what that opens is noted as well.
+// Notes every handle that the module opens and closes while it lives: events, threads, copies of both, registry keys,
+// module references, and the counted states of COM and Winsock. Declare it after other patches of the same calls (it
+// forwards to them) and read it before it ends. The module's runtime shares its import table; what that opens is noted
+// as well.
 class HandleLedger {
  public:
   explicit HandleLedger(HMODULE module);
@@ -169,6 +170,7 @@ class HandleLedger {
   void* Original(const char* function) const;
   // What a replacement notes: a handle of its own; one of several equal references; a call that is only counted.
   void Opened(const char* function, const char* closedBy, const void* handle);
+  bool IsOpen(const void* handle) const;
   void Closed(const char* function, const void* handle);
   void Entered(const char* function, bool succeeded);
   void Left(const char* function, const char* enteredBy);

@@ -30,15 +30,18 @@ bool CQeLaLib::MatchAddressSpecification(const std::vector<std::wstring>& addres
   return ::MatchAddressSpecification(addresses, kind, first, second);
 }
 
+// The two that log, or ask what may be overridden, walk a copy: a host that saves from inside its log sink takes a new
+// snapshot.
 bool CQeLaLib::MatchAdapterAddresses(const std::uint32_t* kind, const std::wstring& first, const std::wstring& second) {
+  const std::vector<AdapterProps> adapters = m_adapters;
   // Through the interface, so that an override of the question decides here too.
-  return std::any_of(m_adapters.begin(), m_adapters.end(), [&](const AdapterProps& adapter) {
+  return std::any_of(adapters.begin(), adapters.end(), [&](const AdapterProps& adapter) {
     return MatchAddressSpecification(adapter.ipAddresses, kind, first, second);
   });
 }
 
 bool CQeLaLib::IsAdapterMediaType(std::uint8_t mask, const std::vector<std::uint32_t>& ifIndexes) {
-  return IsAnyAdapterOfMediaType(m_adapters, mask, ifIndexes);
+  return IsAnyAdapterOfMediaType(std::vector<AdapterProps>(m_adapters), mask, ifIndexes);
 }
 
 std::vector<std::wstring> CQeLaLib::GetMacAddresses() { return CollectMacAddresses(m_adapters); }

@@ -1,5 +1,6 @@
 #include "FwClient/Service/QeLaLib/AdapterSnapshot.h"
 
+#include <cstddef>
 #include <new>
 #include <string_view>
 #include <utility>
@@ -29,6 +30,8 @@ class AdapterBuffer {
     return m_memory != nullptr;
   }
   IP_ADAPTER_ADDRESSES* get() const noexcept { return static_cast<IP_ADAPTER_ADDRESSES*>(m_memory); }
+  // Whether the last Allocate failed.
+  bool LacksMemory() const noexcept { return m_memory == nullptr; }
 
  private:
   void Free() noexcept {
@@ -133,14 +136,22 @@ bool CQeLaLib::BuildAdapterSnapshot() {
     const CriticalSectionGuard lock(*m_lock);
     m_adapters.clear();
   }
+  // Before the adapters are asked for: an address that comes in between then shows as a difference later, and costs one
+  // calculation more, where the other way round it could be missed.
+  m_addressTable.Read();
   AdapterBuffer buffer;
-  if (!QueryAdapters(buffer)) return false;
+  const bool answered = QueryAdapters(buffer);
+  m_snapshotLacksMemory = buffer.LacksMemory();
+  if (!answered) return false;
   LA_LOG(kLogInfo, L"GetAdaptersAddresses succeeds, the return value is : %lu", static_cast<unsigned long>(NO_ERROR));
+  std::vector<AdapterProps> adapters;
   try {
-    AppendAdapters(buffer.get(), m_adapters);
+    AppendAdapters(buffer.get(), adapters);
   } catch (const std::bad_alloc&) {
-    m_adapters.clear();  // some of the adapters would be a wrong picture: better none
+    adapters.clear();  // some of the adapters would be a wrong picture: better none
+    m_snapshotLacksMemory = true;
   }
+  m_adapters = std::move(adapters);
   return !m_adapters.empty();
 }
 
@@ -148,8 +159,10 @@ bool CQeLaLib::CalculateCurrentAdapterProps() {
   const bool built = BuildAdapterSnapshot();
   LA_LOG(kLogInfo, L"Adapters List :");
   try {
-    for (const AdapterProps& adapter : m_adapters) {
-      LA_LOG(kLogInfo, L"Adapter properties:\n%s", RenderAdapterProps(adapter).c_str());
+    // By index, and nothing of the record is used once its line goes out: a host that saves from inside its log sink
+    // takes a snapshot of its own.
+    for (std::size_t i = 0; i < m_adapters.size(); ++i) {
+      LA_LOG(kLogInfo, L"Adapter properties:\n%s", RenderAdapterProps(m_adapters[i]).c_str());
       LA_LOG(kLogInfo, L"//---------------------------------------------\n");
     }
   } catch (const std::bad_alloc&) {

@@ -116,6 +116,11 @@ bool CQeLaLib::MatchAdapterCriteria(const AdapterProps& adapter, LOCATION_CRITER
 }
 
 std::uint32_t CQeLaLib::IsCurrentLocation(const _IQeLocation& location, std::vector<std::uint32_t>& matchedAdapters) {
+  return IsCurrentLocation(location, std::vector<AdapterProps>(m_adapters), matchedAdapters);
+}
+
+std::uint32_t CQeLaLib::IsCurrentLocation(const _IQeLocation& location, const std::vector<AdapterProps>& adapters,
+                                          std::vector<std::uint32_t>& matchedAdapters) {
   LA_LOG(kLogInfo, L"IsCurrentLocation checking location %s", location.GetName().c_str());
   const Criteria criteria(location);
   LA_LOG(kLogInfo, L"IsCurrentLocation bZeltReachabilityCriteria %d", static_cast<int>(criteria.zeltReachable));
@@ -124,11 +129,11 @@ std::uint32_t CQeLaLib::IsCurrentLocation(const _IQeLocation& location, std::vec
   if (criteria.count == (criteria.zeltReachable ? 1u : 0u)) {
     // Nothing to test an adapter against: every adapter matches.
     LA_LOG(kLogInfo, L"IsCurrentLocation criteria count is %d", static_cast<int>(criteria.count));
-    for (const AdapterProps& adapter : m_adapters) matchedAdapters.push_back(adapter.ifIndex);
+    for (const AdapterProps& adapter : adapters) matchedAdapters.push_back(adapter.ifIndex);
     result = 1;
   } else {
     std::vector<std::uint32_t> matches;
-    for (const AdapterProps& adapter : m_adapters) {
+    for (const AdapterProps& adapter : adapters) {
       const std::uint32_t index = adapter.ifIndex;
       const wchar_t* const description = adapter.description.c_str();
       LA_LOG(kLogInfo,

@@ -173,6 +173,7 @@ std::shared_ptr<_IEnumQeLocations> CQeLaLib::CreateLocations() { return std::mak
 template <typename Change>
 auto CQeLaLib::Edit(Change change) {
   const CriticalSectionGuard lock(*m_lock);
+  ++m_edits;
   const auto result = change();
   if (m_autoSave) Save();
   return result;

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "FwClient/Service/QeLaLib/AdapterProps.h"
+#include "FwClient/Service/QeLaLib/AddressTable.h"
 #include "FwClient/Service/QeLaLib/DnsSuffixMatch.h"
 #include "FwClient/Service/QeLaLib/Include/QeLaApi.h"
 #include "FwClient/Service/QeLaLib/LaMsgPack.h"
@@ -76,8 +77,9 @@ class CQeLaLib : public _IQeLaApi {
   ~CQeLaLib();
 
   // Rebuilds m_adapters and m_currentLocationIds, and the matched adapters of each current location. Takes the lock for
-  // its whole length.
-  void CalculateCurrentLocations();
+  // its whole length. Edits that the host makes meanwhile, on this thread, are kept and count from the next calculation
+  // on. False when the snapshot failed for want of memory, so that another try may find more.
+  bool CalculateCurrentLocations();
 
   // Takes a new snapshot of the adapters and writes it to the log. False when there is none, or no adapter. The caller
   // holds the lock; so it is for the next three.
@@ -86,6 +88,9 @@ class CQeLaLib : public _IQeLaApi {
 
   // Returns 1 when the location is current. The interface indexes of the adapters that match are appended.
   std::uint32_t IsCurrentLocation(const _IQeLocation& location, std::vector<std::uint32_t>& matchedAdapters);
+  // The same against these adapters rather than those of m_adapters.
+  std::uint32_t IsCurrentLocation(const _IQeLocation& location, const std::vector<AdapterProps>& adapters,
+                                  std::vector<std::uint32_t>& matchedAdapters);
 
   // Whether the adapter satisfies the kind for at least one of the values; false for no values.
   bool MatchAdapterCriteria(const AdapterProps& adapter, LOCATION_CRITERIA_TYPE kind,
@@ -118,10 +123,21 @@ class CQeLaLib : public _IQeLaApi {
   template <typename Change>
   auto Edit(Change change);
 
+  void WriteBackMatchedAdapters(const CQeLocation& location, std::uint64_t edits,
+                                const std::vector<std::uint32_t>& matchedAdapters);
+
+  // What a pass of the discovery thread does, the lesser first.
+  enum class Task { kNone, kRaise, kCalculateAndRaise };
+
   void RunDiscovery(const DiscoveryRun& run) noexcept;
+  // False when memory did not suffice, so that it must be tried again.
+  bool Perform(Task task) noexcept;
   static DWORD WINAPI DiscoveryThread(void* argument);
   static void Delete(CQeLaLib* service) noexcept;
 
-  std::shared_ptr<DiscoveryRun> m_run;  // of the newest discovery thread
-  DnsSuffixMatcher m_dnsSuffixes;       // of the calculation that is under way
+  std::shared_ptr<DiscoveryRun> m_run;    // of the newest discovery thread
+  DnsSuffixMatcher m_dnsSuffixes;         // of the calculation that is under way
+  std::uint64_t m_edits = 0;              // how often the stored set was edited or read
+  RememberedAddressTable m_addressTable;  // as it was just before the last snapshot
+  bool m_snapshotLacksMemory = false;     // why the last snapshot failed
 };

@@ -6,7 +6,8 @@
 #include <windows.h>
 #include <iphlpapi.h>
 
-#include <mutex>
+#include <algorithm>
+#include <cstdint>
 #include <tuple>
 #include <utility>
 
@@ -18,29 +19,55 @@
 namespace {
 
 constexpr DWORD kStopWaitMs = 1000;
+// Between two tries of what memory did not suffice for: short for a machine that has just moved, long for one that
+// runs out of memory.
+constexpr DWORD kRetryMs = 500;
+// After a wait that failed: it would fail again at once, some 70,000 times a second, each with a line in the log.
+constexpr DWORD kFailedWaitPauseMs = 100;
+
+constexpr ULONG_PTR kStatusPending = 0x103;
 
 // The IDs of the last raised event, one list for all instances: two that find the same locations report them once.
-// It has a lock of its own, since two instances have two service locks; it is always the inner one.
-struct LastRaised {
-  std::mutex lock;
-  std::vector<std::wstring> ids;
+// It has a lock of its own, since two instances have two service locks; it is always the innermost: nothing is logged
+// or called while it is held, since a log sink may ask the other instance.
+class LastRaisedLocationIds {
+ public:
+  // Makes the list this one, unless it is so already. The number of the claim, or 0 when there is nothing to raise.
+  std::uint64_t Claim(const std::vector<std::wstring>& ids) {
+    const SlimLockGuard lock(m_lock);
+    if (m_ids == ids) return 0;
+    std::vector<std::wstring> copy = ids;
+    m_before = std::exchange(m_ids, std::move(copy));
+    return ++m_claims;
+  }
+
+  // The event could not be raised after all: the list is as it was, unless a later one was claimed meanwhile.
+  void GiveBack(std::uint64_t claim) noexcept {
+    const SlimLockGuard lock(m_lock);
+    if (claim == m_claims) m_ids.swap(m_before);
+  }
+
+  static LastRaisedLocationIds& Instance() {
+    static LastRaisedLocationIds instance;
+    return instance;
+  }
+
+ private:
+  SRWLOCK m_lock = SRWLOCK_INIT;
+  std::vector<std::wstring> m_ids;
+  std::vector<std::wstring> m_before;
+  std::uint64_t m_claims = 0;
 };
 
-LastRaised& LastRaisedLocationIds() {
-  static LastRaised lastRaised;
-  return lastRaised;
-}
-
-// Requests for address-change notifications, on one event.
+// The request for address-change notifications: at most one, on one event.
 class AddressChangeListener {
  public:
   AddressChangeListener() noexcept : m_event(::WSACreateEvent()) { m_overlapped.hEvent = m_event.get(); }
 
-  // Every pass of the thread arms anew, so several requests may be pending on the one OVERLAPPED. All are withdrawn and
-  // waited for, until the system says that there is none: a later change must not be written into freed memory.
+  // A request that still pends is withdrawn and waited for: a later change must not be written into freed memory.
   ~AddressChangeListener() {
     DWORD bytes = 0;
-    while (m_armed-- > 0 && ::CancelIPChangeNotify(&m_overlapped))
+    if (m_requested && ::CancelIPChangeNotify(&m_overlapped))
       ::GetOverlappedResult(m_handle, &m_overlapped, &bytes, TRUE);
   }
   AddressChangeListener(const AddressChangeListener&) = delete;
@@ -48,31 +75,64 @@ class AddressChangeListener {
 
   HANDLE Event() const noexcept { return m_event.get(); }
 
-  // Requests the next notification, which takes back one that was signalled and not seen. False when the system
-  // refuses, or when there is no event: waiting on it would fail for ever.
-  bool Arm() noexcept {
-    if (!m_event) return false;
+  enum class Armed { kRefused, kServesOn, kAnew };
+
+  // Requests the next notification, which takes back one that was signalled and not seen. Not where a request still
+  // pends: Windows may refuse a second one, and the one that there is serves on. That one look decides: a request that
+  // is completed after it signals the event, which nobody takes back before the wait. Refused by the system, or where
+  // there is no event: waiting on it would fail for ever.
+  Armed Arm() noexcept {
+    if (!m_event) return Armed::kRefused;
+    if (m_requested && IsPending()) return Armed::kServesOn;
     const DWORD result = ::NotifyAddrChange(&m_handle, &m_overlapped);
     const int error = ::WSAGetLastError();
-    if (result != NO_ERROR && result != ERROR_IO_PENDING && error != WSA_IO_PENDING) return false;
-    ++m_armed;
+    if (result != NO_ERROR && result != ERROR_IO_PENDING && error != WSA_IO_PENDING) return Armed::kRefused;
+    m_requested = true;
+    m_wasSeenPending = IsPending();
+    return Armed::kAnew;
+  }
+
+  // The wait has seen the event.
+  void Take() noexcept { m_requested = false; }
+
+  // Whether a change came that no wait has seen, because the thread was busy or another handle won; it is taken then.
+  // A system that does not mark requests as pending is asked for the event instead.
+  bool TakeUnseen() noexcept {
+    if (!m_requested || IsPending()) return false;
+    if (!m_wasSeenPending && ::WaitForSingleObject(m_event.get(), 0) != WAIT_OBJECT_0) return false;
+    m_requested = false;
     return true;
   }
 
-  bool IsSignalled() const noexcept { return ::WaitForSingleObject(m_event.get(), 0) == WAIT_OBJECT_0; }
-
  private:
+  // Written by the system at any time.
+  bool IsPending() const noexcept {
+    return static_cast<const volatile ULONG_PTR&>(m_overlapped.Internal) == kStatusPending;
+  }
+
   UniqueWsaEvent m_event;
   OVERLAPPED m_overlapped{};
   HANDLE m_handle = nullptr;
-  int m_armed = 0;
+  bool m_requested = false;  // and its end was not seen
+  bool m_wasSeenPending = false;
 };
 
-// Nothing may leave the thread: it would end the process. Want of memory, or a callback that throws, costs one pass.
-template <typename Pass>
-void Guarded(Pass pass) noexcept {
+UniqueKernelHandle Duplicate(HANDLE handle) noexcept {
+  UniqueKernelHandle copy;
+  if (!::DuplicateHandle(::GetCurrentProcess(), handle, ::GetCurrentProcess(), copy.put(), 0, FALSE,
+                         DUPLICATE_SAME_ACCESS))
+    copy.release();
+  return copy;
+}
+
+bool IsSignalled(HANDLE handle) noexcept { return ::WaitForSingleObject(handle, 0) == WAIT_OBJECT_0; }
+
+// A log that fails, for want of memory most likely, costs its line and nothing else: what leaves the thread ends the
+// process.
+template <typename Write>
+void Logged(Write write) noexcept {
   try {
-    pass();
+    write();
   } catch (...) {
   }
 }
@@ -85,8 +145,10 @@ struct CQeLaLib::DiscoveryRun {
 
   CQeLaLib* service = nullptr;
   HMODULE module = nullptr;  // a reference: the thread's code must not be unloaded under it
-  HANDLE stopEvent = nullptr;
-  HANDLE refreshEvent = nullptr;
+  // Handles of the thread's own, which it closes when it ends. The service's may be closed before, and their numbers
+  // then belong to whatever is opened next.
+  UniqueKernelHandle stopEvent;
+  UniqueKernelHandle refreshEvent;
   std::atomic<bool> serviceIsGoing{false};
   // Who frees the service: whoever of its destroyer (which sets Inherited) and the thread (Ended) comes second.
   std::atomic<int> state{Running};
@@ -102,10 +164,13 @@ bool CQeLaLib::StartDiscovery(QeLaLocationsChanged callback) {
     auto run = std::make_shared<DiscoveryRun>();
     auto argument = std::make_unique<std::shared_ptr<DiscoveryRun>>(run);
     run->service = this;
-    run->stopEvent = m_stopEvent = ::CreateEventW(nullptr, FALSE, FALSE, nullptr);
+    m_stopEvent = ::CreateEventW(nullptr, FALSE, FALSE, nullptr);
     if (m_stopEvent == nullptr) return false;
-    run->refreshEvent = m_refreshEvent = ::CreateEventW(nullptr, FALSE, FALSE, nullptr);
+    m_refreshEvent = ::CreateEventW(nullptr, FALSE, FALSE, nullptr);
     if (m_refreshEvent == nullptr) return false;
+    run->stopEvent = Duplicate(m_stopEvent);
+    run->refreshEvent = Duplicate(m_refreshEvent);
+    if (!run->stopEvent || !run->refreshEvent) return false;
     if (!::GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS,
                               reinterpret_cast<const wchar_t*>(&CQeLaLib::DiscoveryThread), &run->module))
       return false;
@@ -140,18 +205,25 @@ bool CQeLaLib::StopDiscovery() {
 }
 
 void CQeLaLib::Destroy(CQeLaLib* service) noexcept {
-  // Copies, since the service may be gone as soon as the thread has been offered it.
+  // A copy, since the service may be gone as soon as the thread has been offered it.
   const std::shared_ptr<DiscoveryRun> run = service->m_run;
-  HANDLE thread = service->m_discoveryThread;
   if (run != nullptr) run->serviceIsGoing = true;
   if (!service->StopDiscovery() && service->m_discoveryRunning) {
     // Stopped earlier but still busy then, or started without a callback. Nobody waits for it, but it shall end.
     ::SetEvent(service->m_stopEvent);
   }
+  // Taken from the service first, so that the thread, which may own it from then on, neither closes nor signals them.
+  const HANDLE refreshEvent = std::exchange(service->m_refreshEvent, nullptr);
+  const HANDLE stopEvent = std::exchange(service->m_stopEvent, nullptr);
+  const HANDLE thread = std::exchange(service->m_discoveryThread, nullptr);
   if (run != nullptr && run->state.exchange(DiscoveryRun::Inherited) == DiscoveryRun::Running) {
-    ::CloseHandle(thread);
+    for (HANDLE handle : {refreshEvent, stopEvent, thread})
+      if (handle != nullptr) ::CloseHandle(handle);
     return;
   }
+  service->m_refreshEvent = refreshEvent;
+  service->m_stopEvent = stopEvent;
+  service->m_discoveryThread = thread;
   Delete(service);
 }
 
@@ -163,11 +235,10 @@ DWORD WINAPI CQeLaLib::DiscoveryThread(void* argument) {
     module = run.module;
     CQeLaLib* const service = run.service;
     service->RunDiscovery(run);
+    run.stopEvent.reset();
+    run.refreshEvent.reset();
     service->m_discoveryRunning = false;
-    if (run.state.exchange(DiscoveryRun::Ended) == DiscoveryRun::Inherited) {
-      service->m_discoveryThread = nullptr;  // closed by whoever gave up waiting
-      Delete(service);
-    }
+    if (run.state.exchange(DiscoveryRun::Ended) == DiscoveryRun::Inherited) Delete(service);
   }
   ::FreeLibraryAndExitThread(module, 0);
 }
@@ -176,31 +247,63 @@ void CQeLaLib::RunDiscovery(const DiscoveryRun& run) noexcept {
   // The event's functions are Winsock's, and no one else in the process may have started it.
   const WinsockGuard winsock;
   AddressChangeListener changes;
-  const HANDLE waits[] = {run.stopEvent, run.refreshEvent, changes.Event()};
-  while (!run.serviceIsGoing && changes.Arm()) {
-    const DWORD result = ::WaitForMultipleObjects(3, waits, FALSE, INFINITE);
-    const DWORD error = ::GetLastError();
-    if (result == WAIT_OBJECT_0) break;
-    bool addressesChanged = result == WAIT_OBJECT_0 + 2;
-    if (result == WAIT_OBJECT_0 + 1) {
-      // No calculation: the save that asked for the refresh has just made one.
-      LA_LOG(kLogInfo, L"The location discovery thread received a refresh notification");
-      Guarded([this] { RaiseLocationChanged(); });
-      // When both were signalled the refresh won, and arming again would take the change back unseen.
-      addressesChanged = changes.IsSignalled();
-    } else if (!addressesChanged) {
-      LA_LOG(kLogInfo, L"Location discovery thread got wait result %ld, %ld...", static_cast<long>(result),
-             static_cast<long>(error));
+  const HANDLE stopEvent = run.stopEvent.get();
+  const HANDLE waits[] = {stopEvent, run.refreshEvent.get(), changes.Event()};
+  Task owed = Task::kNone;  // what a pass could not do for want of memory
+  while (!run.serviceIsGoing) {
+    Task task = Task::kNone;
+    bool changed = changes.TakeUnseen();
+    if (!changed) {
+      const auto armed = changes.Arm();
+      if (armed == AddressChangeListener::Armed::kRefused) break;
+      // What happened between the last snapshot and this request, nobody was told of.
+      changed = armed == AddressChangeListener::Armed::kAnew && m_addressTable.DiffersFromNow();
     }
-    if (addressesChanged && !run.serviceIsGoing) {
-      LA_LOG(kLogInfo, L"The location discovery thread received an address change notification");
-      Guarded([this] {
-        CalculateCurrentLocations();
-        RaiseLocationChanged();
-      });
+    if (changed) {
+      // No wait has looked at it: a machine whose addresses never rest must not keep the thread from ending.
+      if (IsSignalled(stopEvent)) break;
+    } else {
+      const DWORD result = ::WaitForMultipleObjects(3, waits, FALSE, owed == Task::kNone ? INFINITE : kRetryMs);
+      const DWORD error = ::GetLastError();
+      if (result == WAIT_OBJECT_0) break;
+      if (result == WAIT_OBJECT_0 + 1) {
+        // No calculation: the save that asked for the refresh has just made one.
+        Logged([] { LA_LOG(kLogInfo, L"The location discovery thread received a refresh notification"); });
+        task = Task::kRaise;
+      } else if (result == WAIT_OBJECT_0 + 2) {
+        changes.Take();
+        changed = true;
+      } else if (result != WAIT_TIMEOUT || owed == Task::kNone) {
+        Logged([&] {
+          LA_LOG(kLogInfo, L"Location discovery thread got wait result %ld, %ld...", static_cast<long>(result),
+                 static_cast<long>(error));
+        });
+        const DWORD paused = ::WaitForSingleObject(stopEvent, kFailedWaitPauseMs);
+        if (paused == WAIT_OBJECT_0) break;
+        if (paused != WAIT_TIMEOUT) ::Sleep(kFailedWaitPauseMs);
+        continue;
+      }
     }
+    if (changed) {
+      if (run.serviceIsGoing) break;
+      Logged([] { LA_LOG(kLogInfo, L"The location discovery thread received an address change notification"); });
+      task = Task::kCalculateAndRaise;
+    }
+    task = std::max(task, owed);
+    owed = Perform(task) ? Task::kNone : task;
   }
-  LA_LOG(kLogInfo, L"Location discovery thread stopping...");
+  Logged([] { LA_LOG(kLogInfo, L"Location discovery thread stopping..."); });
+}
+
+bool CQeLaLib::Perform(Task task) noexcept {
+  try {
+    const bool enoughMemory = task != Task::kCalculateAndRaise || CalculateCurrentLocations();
+    RaiseLocationChanged();
+    return enoughMemory;
+  } catch (...) {
+    // Nothing may leave the thread: it would end the process.
+    return false;
+  }
 }
 
 void CQeLaLib::RaiseLocationChanged() {
@@ -208,18 +311,26 @@ void CQeLaLib::RaiseLocationChanged() {
   {
     const CriticalSectionGuard lock(*m_lock);
     if (m_locationChangedCallback == nullptr) return;
-    LastRaised& lastRaised = LastRaisedLocationIds();
-    const std::lock_guard inner(lastRaised.lock);
-    if (lastRaised.ids == m_currentLocationIds) {
+    LastRaisedLocationIds& lastRaised = LastRaisedLocationIds::Instance();
+    const std::uint64_t claim = lastRaised.Claim(m_currentLocationIds);
+    if (claim == 0) {
       LA_LOG(kLogInfo, L"Skipped raising a location changed event...");
       return;
     }
-    LA_LOG(kLogInfo, L"Raising a location changed event...");
-    // Recorded last: should memory run out, the event counts as not raised and the next pass tries again.
-    std::vector<std::wstring> ids = m_currentLocationIds;
-    current = GetCurrentLocations();
-    lastRaised.ids = std::move(ids);
+    try {
+      LA_LOG(kLogInfo, L"Raising a location changed event...");
+      current = GetCurrentLocations();
+    } catch (...) {
+      lastRaised.GiveBack(claim);  // so that the next try raises it
+      throw;
+    }
   }
   // Read again: the host may have stopped discovery or replaced its callback meanwhile.
-  if (const QeLaLocationsChanged callback = m_locationChangedCallback; callback != nullptr) callback(current);
+  const QeLaLocationsChanged callback = m_locationChangedCallback;
+  if (callback == nullptr) return;
+  try {
+    callback(current);
+  } catch (...) {
+    // The host was told; what it makes of it is its own affair.
+  }
 }

@@ -14,6 +14,7 @@ bool CQeLaLib::Load() {
   const CriticalSectionGuard lock(*m_lock);
   std::vector<std::uint8_t> bytes;
   ReadLaValue(kLaKey, kLaValue, bytes);  // whatever fails leaves no bytes, which load as nothing
+  ++m_edits;
   const bool loaded = DeserializeObject(*this, bytes);
   CalculateCurrentLocations();
   return loaded;

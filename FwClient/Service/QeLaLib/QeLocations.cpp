@@ -48,10 +48,13 @@ std::uint32_t CQeLocations::Add(const _IQeLocation* location) {
 
 std::uint32_t CQeLocations::Update(const _IQeLocation* location) {
   if (location == nullptr) return LSR_NO_LOCATION;
-  const auto found = FirstWithId(m_items, location->GetId());
-  if (found == m_items.end()) return LSR_FAILED;
+  const std::wstring id = location->GetId();
+  if (Find(id) == nullptr) return LSR_FAILED;
   CQeLocation copy;
   if (!copy.AssignFrom(*location)) return LSR_FAILED;
+  // Looked for again: the location may be the host's own, whose code has just run and may have edited the set.
+  const auto found = FirstWithId(m_items, id);
+  if (found == m_items.end()) return LSR_FAILED;
   *found = std::move(copy);
   return LSR_OK;
 }

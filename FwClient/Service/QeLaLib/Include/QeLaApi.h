@@ -4,6 +4,10 @@
 // recursive lock while it runs; the others do not touch it. The lock is held through whole calculations, network
 // probes included, so an operation that takes it can wait as long as the slowest probe.
 //
+// The host's own code that the library calls inside an operation (its log sink, the function that hands out its COM
+// record, a location that it implements itself) may call any operation too. What it edits during a calculation is kept,
+// and counts from the next calculation on.
+//
 // Errors: failures are answered by the results below. The only exception that leaves the library is std::bad_alloc;
 // locks and everything else are released on its way out.
 #pragma once
@@ -103,7 +107,9 @@ struct _IQeLaApiSmart {
   // Stores the callback and starts the discovery thread unless it runs. A running thread keeps running with the new
   // callback. Returns false when the thread could not be started; the callback stays stored. The process-wide list
   // of what was last reported decides whether a change is news, so a new callback hears nothing until the next
-  // change. The thread keeps the library loaded until it ends. Lock: no.
+  // change. A change of addresses since the last calculation counts as one, so none is missed between Load and the
+  // start. What the thread has no memory for it tries again every 500 ms. It keeps the library loaded until it ends.
+  // Lock: no.
   virtual bool StartDiscovery(QeLaLocationsChanged callback) = 0;
 
   // Tells the thread to end, waits for it at most 1000 ms (the full time when called from inside the callback, or
