@@ -25,9 +25,10 @@ INSTANTIATE_TEST_SUITE_P(
         Case{L"ftp=a:1;https=b:2;http=c:3", L"b:2;http=c:3"},
         // The separator's place in the list is the count: 12 characters here, 6 there, none of them meant.
         Case{L"https=p2:443;http=p1:80", L"p2:443;http="}, Case{L"https=;socks=long.name.test:1", L";socks"},
-        // No "=" behind the name: from the start of the list, up to the first separator behind the name.
-        Case{L"https://p:8080", L"https://p:8080"}, Case{L"a;https;b", L"a;https"}, Case{L"https;b", L"https"},
-        Case{L"http=p1:80;https", L"http=p1:80;https"},
+        // No "=" behind the name: nothing to look for a separator behind, so the list comes back whole.
+        Case{L"https://p:8080", L"https://p:8080"}, Case{L"https://p1:8080;p2:8080", L"https://p1:8080;p2:8080"},
+        Case{L"a;https;b", L"a;https;b"}, Case{L"https;b", L"https;b"}, Case{L"http=p1:80;https", L"http=p1:80;https"},
+        Case{L"http=p1:80;https;b", L"http=p1:80;https;b"},
         // The first "=" behind the name, whatever it belongs to.
         Case{L"https;ftp=p3:21", L"p3:21"}, Case{L"https=", L""}));
 

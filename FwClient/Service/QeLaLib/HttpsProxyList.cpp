@@ -9,9 +9,10 @@ std::wstring GetHttpsProxyFromList(const std::wstring& list) {
   if (list.size() < kScheme.size() || scheme == std::wstring::npos) return list;
 
   const std::size_t equals = list.find(L'=', scheme);
-  const std::size_t start = equals == std::wstring::npos ? 0 : equals + 1;
-  const std::size_t separator = list.find(L';', equals == std::wstring::npos ? scheme : equals);
+  // A text such as "https://p1:8080;p2:8080" has no entry of "scheme=proxy": it is not cut.
+  if (equals == std::wstring::npos) return list;
+  const std::size_t separator = list.find(L';', equals);
   // The separator's place in the whole list is how many characters are taken, although the piece starts later. Kept on
   // purpose: it decides which proxy text the system is given; guarded by HttpsProxyList.TakesTheHttpsEntry.
-  return list.substr(start, std::min(separator, list.size()));
+  return list.substr(equals + 1, std::min(separator, list.size()));
 }
