@@ -7,6 +7,7 @@
 
 #include <schannel.h>
 
+#include <algorithm>
 #include <cwchar>
 #include <format>
 
@@ -75,13 +76,20 @@ PCCERT_CHAIN_CONTEXT WINAPI FakeCertificates::FindChain(HCERTSTORE store, DWORD 
       script.Enter("CertFindChainInStore", std::format("{}, {}, {}, {}, after {}", script.Name(store), encoding,
                                                        WindowsScript::Hex(flags), type, script.Name(previous)));
   // Found or not, the search frees the chain that it continues from.
+  const auto from = std::ranges::find(self.m_chains, previous, [](const Chain& chain) { return &chain.context; });
   if (previous != nullptr) script.Close("chain", previous);
   if (!enters) return nullptr;
+  // As documented for searches that go on from an earlier find: it must be of the store that is searched.
+  if (from != self.m_chains.end() && from->store != store) {
+    ::SetLastError(static_cast<DWORD>(E_INVALIDARG));
+    return nullptr;
+  }
   if (self.m_chains.size() == self.matching) {
     ::SetLastError(static_cast<DWORD>(CRYPT_E_NOT_FOUND));
     return nullptr;
   }
   Chain& chain = self.m_chains.emplace_back();
+  chain.store = store;
   chain.element.pCertContext = &chain.certificate;
   chain.elements[0] = &chain.element;
   chain.simple.cElement = 1;

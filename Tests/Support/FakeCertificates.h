@@ -21,8 +21,9 @@ class FakeCertificates {
   std::wstring issuerName = L"CN=Test";
 
  private:
-  // A chain of one certificate.
+  // A chain of one certificate, and the store that it was found in.
   struct Chain {
+    HCERTSTORE store = nullptr;
     CERT_CONTEXT certificate{};
     CERT_CHAIN_ELEMENT element{};
     CERT_CHAIN_ELEMENT* elements[1]{};

@@ -63,22 +63,34 @@ TEST_F(ClientCertificates, TriesEachMatchingOneUntilNoneIsLeft) {
   EXPECT_FALSE(Probe());
   // One send without a certificate, three with one each, one after the search that found no more.
   EXPECT_EQ(windows.Count("WinHttpSendRequest"), 5u);
-  // What an earlier pass took goes before the next is taken; the search frees the chain that it goes on from.
+  // All in one store, since a search cannot go on from what another store held. The search frees the chain that it
+  // goes on from; the certificate of an earlier pass goes before the next is taken.
   EXPECT_THAT(
       windows.Calls({"CertOpenStore", "CertCloseStore", "CertFindChainInStore", "CertFreeCertificateChain",
                      "CertDuplicateCertificateContext", "CertFreeCertificateContext"}),
       ElementsAre("CertOpenStore(0x10000, My)", "CertFindChainInStore(store, 1, 0x8004, 1, after null)",
                   "CertDuplicateCertificateContext()",  //
-                  "CertCloseStore(store, 0)", "CertOpenStore(0x10000, My)",
-                  "CertFindChainInStore(store2, 1, 0x8004, 1, after chain)", "CertFreeCertificateContext(certificate)",
-                  "CertDuplicateCertificateContext()", "CertCloseStore(store2, 0)", "CertOpenStore(0x10000, My)",
-                  "CertFindChainInStore(store3, 1, 0x8004, 1, after chain2)",
-                  "CertFreeCertificateContext(certificate2)", "CertDuplicateCertificateContext()",
-                  "CertCloseStore(store3, 0)", "CertOpenStore(0x10000, My)",
-                  "CertFindChainInStore(store4, 1, 0x8004, 1, after chain3)",
-                  "CertFreeCertificateContext(certificate3)", "CertCloseStore(store4, 0)"));
+                  "CertFindChainInStore(store, 1, 0x8004, 1, after chain)", "CertFreeCertificateContext(certificate)",
+                  "CertDuplicateCertificateContext()",  //
+                  "CertFindChainInStore(store, 1, 0x8004, 1, after chain2)", "CertFreeCertificateContext(certificate2)",
+                  "CertDuplicateCertificateContext()",  //
+                  "CertFindChainInStore(store, 1, 0x8004, 1, after chain3)", "CertFreeCertificateContext(certificate3)",
+                  "CertCloseStore(store, 0)"));
   EXPECT_EQ(log.Count(L"Not able to locate client certificate -2146885628"), 1u);  // 0x80092004
+  EXPECT_EQ(log.Count(L"Searching cert in current user store"), 4u);
   EXPECT_EQ(log.Count(L"Reverted back successfully"), 4u);
+}
+
+TEST_F(ClientCertificates, EveryPassLogsItsSearch) {
+  AlwaysAskForCertificate();
+  EXPECT_FALSE(Probe());
+  const std::vector<std::wstring> texts = log.Texts();
+  ASSERT_GE(texts.size(), 8u);
+  EXPECT_THAT(std::vector(texts.end() - 8, texts.end()),
+              ElementsAre(L"Send Request failed for host.test errorCode 12044", L"Get client certificate issuer",
+                          L"Issuer id of required certifcate :CN=Test", L"Searching cert in current user store",
+                          L"Get client certificate chain", L"Not able to locate client certificate -2146885628",
+                          L"Reverted back successfully", L"Send Request failed for host.test errorCode 12044"));
 }
 
 TEST_F(ClientCertificates, NeverSendsMoreThanThirtyTimes) {
@@ -140,13 +152,38 @@ TEST_F(ClientCertificates, GoesOnWithoutAStoreAndFreesTheList) {
   EXPECT_EQ(windows.Count("GlobalFree"), 1u);
 }
 
+TEST_F(ClientCertificates, OpensTheStoreInALaterPassWhenItCouldNotBefore) {
+  // The certificate is wanted from the second pass on; a proxy keeps the passes going.
+  https.answers = {HttpsAnswer::SendFails(kCertificateNeeded), HttpsAnswer::ProxyAsks(std::nullopt),
+                   HttpsAnswer::ProxyAsks(std::nullopt), HttpsAnswer::Status(200)};
+  certificates.matching = 5;
+  windows.Fail("CertOpenStore", ERROR_ACCESS_DENIED);
+  EXPECT_TRUE(Probe());
+  EXPECT_THAT(windows.Calls({"CertOpenStore", "CertFindChainInStore", "CertCloseStore"}),
+              ElementsAre("CertOpenStore(0x10000, My)", "CertOpenStore(0x10000, My)",
+                          "CertFindChainInStore(store, 1, 0x8004, 1, after null)",
+                          "CertFindChainInStore(store, 1, 0x8004, 1, after chain)", "CertCloseStore(store, 0)"));
+  EXPECT_EQ(log.Count(L"Not able to open current user store"), 1u);
+}
+
+TEST_F(ClientCertificates, StayTheSameSearchWhenAPassInBetweenHasNoIssuerList) {
+  https.answers = {HttpsAnswer::SendFails(kCertificateNeeded), HttpsAnswer::ProxyAsks(std::nullopt),
+                   HttpsAnswer::ProxyAsks(std::nullopt), HttpsAnswer::Status(200)};
+  certificates.matching = 5;
+  windows.Fail("WinHttpQueryOption", ERROR_INVALID_PARAMETER, 2);
+  EXPECT_TRUE(Probe());
+  EXPECT_THAT(windows.Calls({"CertOpenStore", "CertFindChainInStore", "CertCloseStore"}),
+              ElementsAre("CertOpenStore(0x10000, My)", "CertFindChainInStore(store, 1, 0x8004, 1, after null)",
+                          "CertFindChainInStore(store, 1, 0x8004, 1, after chain)", "CertCloseStore(store, 0)"));
+}
+
 TEST_F(ClientCertificates, ReleasesTheListOfASearchInVainBeforeTheCertificate) {
   AlwaysAskForCertificate();
   EXPECT_FALSE(Probe());
   const auto calls =
       windows.Calls({"GlobalFree", "CertFreeCertificateContext", "CertFreeCertificateChain", "CertCloseStore"});
-  EXPECT_THAT(calls, ElementsAre("GlobalFree(issuers)", "CertCloseStore(store, 0)", "GlobalFree(issuers2)",
-                                 "CertFreeCertificateContext(certificate)", "CertCloseStore(store2, 0)"));
+  EXPECT_THAT(calls, ElementsAre("GlobalFree(issuers)", "GlobalFree(issuers2)",
+                                 "CertFreeCertificateContext(certificate)", "CertCloseStore(store, 0)"));
 }
 
 TEST_F(ClientCertificates, SendsAsTheServiceWhenTheUserCannotBeFound) {

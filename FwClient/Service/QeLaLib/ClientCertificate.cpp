@@ -25,8 +25,8 @@ void LogFirstIssuer(const SecPkgContext_IssuerListInfoEx& issuers) {
 }  // namespace
 
 bool ClientCertificate::SelectNext(HINTERNET request) {
-  m_store.reset();
-  m_store.reset(::CertOpenStore(CERT_STORE_PROV_SYSTEM_W, 0, 0, CERT_SYSTEM_STORE_CURRENT_USER, L"My"));
+  // One store for all calls: a search cannot go on from a chain that another store held, even if it is the same user's.
+  if (!m_store) m_store.reset(::CertOpenStore(CERT_STORE_PROV_SYSTEM_W, 0, 0, CERT_SYSTEM_STORE_CURRENT_USER, L"My"));
   if (!m_store) LA_LOG(kLogInfo, L"Not able to open current user store");
 
   if (!QueryIssuers(request)) {
