@@ -4,6 +4,8 @@
 
 #include <utility>
 
+#include "FwClient/Service/QeLaLib/HttpsLimits.h"
+
 std::shared_ptr<HttpsCompletion> HttpsCompletion::Create() {
   std::shared_ptr<HttpsCompletion> completion(new HttpsCompletion);
   completion->m_reported.reset(::CreateEventW(nullptr, TRUE, FALSE, nullptr));
@@ -24,11 +26,11 @@ HttpsCompletion* HttpsCompletion::FromContext(DWORD_PTR context) noexcept {
 void HttpsCompletion::Begin() noexcept { ::ResetEvent(m_reported.get()); }
 
 DWORD HttpsCompletion::Wait() noexcept {
-  if (::WaitForSingleObject(m_reported.get(), kCallLimitMs) != WAIT_OBJECT_0) return ERROR_WINHTTP_TIMEOUT;
+  if (::WaitForSingleObject(m_reported.get(), HttpsLimits::kReportMs) != WAIT_OBJECT_0) return ERROR_WINHTTP_TIMEOUT;
   return m_error.load();
 }
 
-void HttpsCompletion::WaitUntilClosed() noexcept { ::WaitForSingleObject(m_closed.get(), kCloseLimitMs); }
+void HttpsCompletion::WaitUntilClosed() noexcept { ::WaitForSingleObject(m_closed.get(), HttpsLimits::kCloseMs); }
 
 void HttpsCompletion::Failed(DWORD error) noexcept {
   // A failure without a code must not read as success.

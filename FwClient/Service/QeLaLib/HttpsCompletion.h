@@ -14,12 +14,6 @@
 // the request's handle is closed, however long the waiting side has been gone.
 class HttpsCompletion {
  public:
-  // Longest wait for one call. WinHTTP's own limits (10 s each to resolve, connect, send and receive) come first; this
-  // one, with a reserve, makes sure that a report that is never made cannot hold the service.
-  static constexpr DWORD kCallLimitMs = 45000;
-  // Longest wait for the last report of a closed request.
-  static constexpr DWORD kCloseLimitMs = 10000;
-
   // Null when Windows could not make the events.
   static std::shared_ptr<HttpsCompletion> Create();
 
@@ -31,7 +25,8 @@ class HttpsCompletion {
   static HttpsCompletion* FromContext(DWORD_PTR context) noexcept;
 
   // Waiting side. Begin stands before a call, since the report may come before the call returns; Wait stands after a
-  // call that returned TRUE and answers with the error that the system reported, 0 for success, or a time-out error.
+  // call that returned TRUE and answers with the error that the system reported, 0 for success, or a time-out error
+  // when no report came within HttpsLimits::kReportMs.
   void Begin() noexcept;
   DWORD Wait() noexcept;
   void WaitUntilClosed() noexcept;

@@ -1,13 +1,9 @@
 #include "FwClient/Service/QeLaLib/HttpsRequest.h"
 
+#include "FwClient/Service/QeLaLib/HttpsLimits.h"
 #include "FwClient/Service/QeLaLib/LaLog.h"
 
 namespace {
-
-constexpr int kResolveLimitMs = 10000;
-constexpr int kConnectLimitMs = 10000;
-constexpr int kSendLimitMs = 10000;
-constexpr int kReceiveLimitMs = 10000;
 
 // The first 32-bit word of the status information says what is wrong with the server's certificate. A null pointer is
 // logged as 0: that the connection failed on the certificate is worth the line by itself.
@@ -70,8 +66,8 @@ bool HttpsRequest::Prepare() {
     // Only a log line depends on it, so a failure changes nothing.
     ::WinHttpSetStatusCallback(m_request.get(), OnStatus, WINHTTP_CALLBACK_FLAG_SECURE_FAILURE, 0);
   }
-  return ::WinHttpSetTimeouts(m_request.get(), kResolveLimitMs, kConnectLimitMs, kSendLimitMs, kReceiveLimitMs) !=
-         FALSE;
+  return ::WinHttpSetTimeouts(m_request.get(), HttpsLimits::kResolveMs, HttpsLimits::kConnectMs, HttpsLimits::kSendMs,
+                              HttpsLimits::kReceiveMs) != FALSE;
 }
 
 // An asynchronous request without its reports could only wait in vain, so each failure is final.
