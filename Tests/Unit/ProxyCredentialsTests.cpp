@@ -12,6 +12,7 @@
 #include <new>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "Tests/Support/ImportPatch.h"
@@ -338,6 +339,77 @@ TEST_F(ProxyCredentials, LeaveNoCopyOnTheHeap) {
     const std::wstring unwiped(answers[1]);
   }
   EXPECT_EQ(spy.BlocksWithSecret(), 1);
+}
+
+// Looks into every block that is given back to the framework, before the framework may wipe it by itself.
+class ReturnedMemorySpy {
+ public:
+  explicit ReturnedMemorySpy(std::vector<std::wstring> secrets) : m_secrets(std::move(secrets)) { s_self = this; }
+  ~ReturnedMemorySpy() { s_self = nullptr; }
+  ReturnedMemorySpy(const ReturnedMemorySpy&) = delete;
+  ReturnedMemorySpy& operator=(const ReturnedMemorySpy&) = delete;
+
+  int Blocks() const { return m_blocks; }
+  const std::vector<std::wstring>& Found() const { return m_found; }
+
+ private:
+  static void Free(void* block) {
+    ++s_self->m_blocks;
+    const std::wstring_view units(static_cast<const wchar_t*>(block), ::_msize(block) / sizeof(wchar_t));
+    for (const std::wstring& secret : s_self->m_secrets)
+      if (units.find(secret) != std::wstring_view::npos) s_self->m_found.push_back(secret);
+    s_self->m_free.Original<decltype(BLFree)>()(block);
+  }
+
+  static inline ReturnedMemorySpy* s_self = nullptr;
+  const std::vector<std::wstring> m_secrets;
+  int m_blocks = 0;
+  std::vector<std::wstring> m_found;
+  ImportPatch m_free{::GetModuleHandleW(nullptr), "BLFree", &ReturnedMemorySpy::Free};
+};
+
+TEST_F(ProxyCredentials, AreWipedFromTheAnswerBeforeItIsGivenBack) {
+  // Texts of other names, and of none, as well: a later version of the product may name its secrets otherwise.
+  Answer({{L"userName", L"a user"},
+          {L"password", L"a secret"},
+          {L"PASSWORD", L"#"},
+          {L"domain", L"a domain"},
+          {nullptr, L"a nameless text"},
+          {L"password", L""},
+          {L"password", nullptr}});
+  const ReturnedMemorySpy spy({L"a user", L"a secret", L"#", L"a domain", L"a nameless text"});
+  ProxyContext context;
+  EXPECT_TRUE(GetProxyCredentials(context, L"host.example"));
+  EXPECT_EQ(context.userName, L"a user");
+  EXPECT_EQ(context.password, L"");
+  EXPECT_EQ(spy.Blocks(), 2);  // the answer and the argument
+  EXPECT_TRUE(spy.Found().empty());
+}
+
+TEST_F(ProxyCredentials, AreWipedFromAnAnswerThatIsNoList) {
+  BLFrameworkHost::setTextAnswer(L"a lonely secret");
+  const ReturnedMemorySpy spy({L"a lonely secret"});
+  ExpectFetched(L"", L"");
+  EXPECT_EQ(spy.Blocks(), 2);
+  EXPECT_TRUE(spy.Found().empty());
+}
+
+TEST_F(ProxyCredentials, AreWipedFromTheAnswerWhenMemoryRunsOut) {
+  const std::wstring huge(kHugeBytes, L'x');
+  Answer({{L"password", L"a secret"}, {L"userName", huge.c_str()}, {L"password", L"a later secret"}});
+  const ReturnedMemorySpy spy({L"a secret", L"a later secret", L"xxx"});
+  ProxyContext context;
+  {
+    static const ImportPatch* s_malloc;
+    const ImportPatch patch(
+        ::GetModuleHandleW(nullptr), "malloc", +[](std::size_t bytes) -> void* {
+          return bytes > kHugeBytes ? nullptr : s_malloc->Original<decltype(std::malloc)>()(bytes);
+        });
+    s_malloc = &patch;
+    EXPECT_THROW(GetProxyCredentials(context, L"host.example"), std::bad_alloc);
+  }
+  EXPECT_EQ(spy.Blocks(), 2);
+  EXPECT_TRUE(spy.Found().empty());
 }
 
 TEST_F(ProxyCredentials, ThatAreShortAreWipedFromTheContextItself) {

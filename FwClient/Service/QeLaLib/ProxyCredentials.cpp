@@ -5,6 +5,7 @@
 #include <KzVariantExport.h>
 
 #include <cstdint>
+#include <cwchar>
 #include <optional>
 
 #include "FwClient/Common/Utilities/AsciiCase.h"
@@ -55,12 +56,37 @@ class ObjectHandleGuard {
   bool m_opened = false;
 };
 
+// Wipes every text of an answer in place at the end of the scope, exceptions included: the framework frees the memory
+// as it gets it, and need not wipe it. Texts of all names, since only the product knows which are secret. The product
+// hands out its texts as constant, but the answer is the caller's own by then. An empty text is not written to: it may
+// be a constant of the product's.
+class AnswerWiper {
+ public:
+  explicit AnswerWiper(const KzVariant* answer) noexcept : m_answer(answer) {}
+  ~AnswerWiper() {
+    const KzvView answer(m_answer);
+    Wipe(answer);
+    const KzvList* const list = answer.List();
+    for (std::uint32_t i = 0; list != nullptr && i < list->count; ++i) Wipe(answer[i]);
+  }
+  AnswerWiper(const AnswerWiper&) = delete;
+  AnswerWiper& operator=(const AnswerWiper&) = delete;
+
+ private:
+  static void Wipe(const KzvView& variant) noexcept {
+    auto* const text = const_cast<wchar_t*>(variant.String());
+    if (text != nullptr && *text != L'\0') ::SecureZeroMemory(text, std::wcslen(text) * sizeof(wchar_t));
+  }
+
+  const KzVariant* m_answer;
+};
+
 bool HasName(const KzvView& element, const wchar_t* name) noexcept {
   const wchar_t* const elementName = element.Name();
   return elementName != nullptr && EqualsIgnoringAsciiCase(elementName, name);
 }
 
-// The texts go straight from the answer to the context, so that no copy stays behind. Elements that are not texts are
+// The texts go straight from the answer to the context, so that no other copy is made. Elements that are not texts are
 // passed over.
 void CopyCredentials(const KzvView& answer, ProxyContext& context) {
   const KzvList* const list = answer.List();
@@ -89,6 +115,7 @@ bool GetProxyCredentials(ProxyContext& context, const std::wstring&) {
   KzVariant* answer = nullptr;
   if (::BLInvokeMethod(object.Get(), kMethodName, argument->Get(), &answer) != 0) return true;
   const AutoPtr answerOwner(answer, &::BLFree);
+  const AnswerWiper answerWiper(answer);
   CopyCredentials(KzvView(answer), context);
   return true;
 }
