@@ -21,7 +21,7 @@ FakeCertificates& FakeCertificates::Current() { return *current; }
 
 FakeCertificates::FakeCertificates(WindowsScript& script) : m_script(script) {
   current = this;
-  const HMODULE module = ::GetModuleHandleW(nullptr);
+  const HMODULE module = script.Module();
   m_patches.emplace_back(module, "CertOpenStore", &FakeCertificates::OpenStore);
   m_patches.emplace_back(module, "CertCloseStore", &FakeCertificates::CloseStore);
   m_patches.emplace_back(module, "CertFindChainInStore", &FakeCertificates::FindChain);

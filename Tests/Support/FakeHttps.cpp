@@ -16,7 +16,7 @@ FakeHttps& FakeHttps::Current() { return *current; }
 
 FakeHttps::FakeHttps(WindowsScript& script) : m_script(script) {
   current = this;
-  const HMODULE module = ::GetModuleHandleW(nullptr);
+  const HMODULE module = script.Module();
   m_patches.emplace_back(module, "WinHttpOpen", &FakeHttps::Open);
   m_patches.emplace_back(module, "WinHttpConnect", &FakeHttps::Connect);
   m_patches.emplace_back(module, "WinHttpOpenRequest", &FakeHttps::OpenRequest);

@@ -22,7 +22,7 @@ FakeInteractiveUser& FakeInteractiveUser::Current() { return *current; }
 
 FakeInteractiveUser::FakeInteractiveUser(WindowsScript& script) : m_script(script) {
   current = this;
-  const HMODULE module = ::GetModuleHandleW(nullptr);
+  const HMODULE module = script.Module();
   const auto patch = [&](const char* name, auto* function) {
     m_patches.emplace(std::piecewise_construct, std::forward_as_tuple(name),
                       std::forward_as_tuple(module, name, function));
@@ -50,6 +50,7 @@ FakeInteractiveUser::FakeInteractiveUser(WindowsScript& script) : m_script(scrip
   patch("OpenProcessToken", &FakeInteractiveUser::OpenProcessToken);
   patch("ImpersonateLoggedOnUser", &FakeInteractiveUser::ImpersonateLoggedOnUser);
   patch("RevertToSelf", &FakeInteractiveUser::RevertToSelf);
+  patch("SetThreadToken", &FakeInteractiveUser::SetThreadToken);
   patch("WinHttpGetIEProxyConfigForCurrentUser", &FakeInteractiveUser::GetIEProxyConfig);
 }
 
@@ -62,6 +63,16 @@ FakeInteractiveUser::~FakeInteractiveUser() {
 void FakeInteractiveUser::SetShell(const std::wstring& text, bool terminated) {
   const auto* const bytes = reinterpret_cast<const BYTE*>(text.c_str());
   shell.emplace(bytes, bytes + (text.size() + (terminated ? 1 : 0)) * sizeof(wchar_t));
+}
+
+void FakeInteractiveUser::KeepIdentity() {
+  m_script.FailAlways("RevertToSelf", ERROR_INTERNAL_ERROR);
+  m_script.FailAlways("SetThreadToken", ERROR_ACCESS_DENIED);
+}
+
+void FakeInteractiveUser::LetGo() {
+  m_script.Heal("RevertToSelf");
+  m_script.Heal("SetThreadToken");
 }
 
 LSTATUS WINAPI FakeInteractiveUser::RegOpenKeyEx(HKEY hive, LPCWSTR path, DWORD options, REGSAM access, PHKEY key) {
@@ -331,6 +342,16 @@ BOOL WINAPI FakeInteractiveUser::RevertToSelf() {
   if (!self.m_script.Enter("RevertToSelf")) return FALSE;
   EXPECT_TRUE(self.impersonating);
   self.impersonating = false;
+  return TRUE;
+}
+
+BOOL WINAPI FakeInteractiveUser::SetThreadToken(PHANDLE thread, HANDLE token) {
+  const HeapWatch::Pause pause;
+  FakeInteractiveUser& self = Current();
+  EXPECT_EQ(thread, nullptr) << "only the calling thread's token is to be taken away";
+  if (!self.m_script.Enter("SetThreadToken", self.m_script.Name(token))) return FALSE;
+  EXPECT_TRUE(self.impersonating);
+  self.impersonating = token != nullptr;
   return TRUE;
 }
 

@@ -51,6 +51,10 @@ class FakeInteractiveUser {
 
   bool impersonating = false;
 
+  // Keeps the thread that is impersonating in the user's identity, whatever is tried; or lets it out again.
+  void KeepIdentity();
+  void LetGo();
+
  private:
   static FakeInteractiveUser& Current();
   static LSTATUS WINAPI RegOpenKeyEx(HKEY, LPCWSTR, DWORD, REGSAM, PHKEY);
@@ -78,6 +82,7 @@ class FakeInteractiveUser {
   static BOOL WINAPI OpenProcessToken(HANDLE, DWORD, PHANDLE);
   static BOOL WINAPI ImpersonateLoggedOnUser(HANDLE);
   static BOOL WINAPI RevertToSelf();
+  static BOOL WINAPI SetThreadToken(PHANDLE, HANDLE);
   static BOOL WINAPI GetIEProxyConfig(WINHTTP_CURRENT_USER_IE_PROXY_CONFIG*);
 
   BOOL GiveProcess(LPPROCESSENTRY32W entry);

@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "FwClient/Common/Utilities/ThreadIdentity.h"
 #include "Tests/Support/FakeCertificates.h"
 #include "Tests/Support/FakeHttps.h"
 #include "Tests/Support/FakeInteractiveUser.h"
@@ -14,6 +15,11 @@ class ScriptedHttps : public testing::Test {
  protected:
   ScriptedHttps() {
     https.impersonating = [this] { return user.impersonating; };
+  }
+  // Whatever a test did to the thread, the next one finds it as itself.
+  ~ScriptedHttps() override {
+    user.LetGo();
+    RestoreThreadIdentity();
   }
 
   // The server asks for a client certificate at every send.

@@ -21,11 +21,10 @@ decltype(&::WaitForSingleObject) realWait = nullptr;
 
 }  // namespace
 
-WindowsScript::WindowsScript() {
+WindowsScript::WindowsScript(HMODULE module) : m_module(module) {
   EXPECT_EQ(current, nullptr) << "one script lives at a time";
   current = this;
   ::InitializeCriticalSection(&m_lock);
-  const HMODULE module = ::GetModuleHandleW(nullptr);
   const HMODULE kernel = ::GetModuleHandleW(L"kernel32.dll");
   const auto real = [&]<typename Function>(Function*& function, const char* name) {
     function = reinterpret_cast<Function*>(reinterpret_cast<void*>(::GetProcAddress(kernel, name)));
@@ -55,6 +54,16 @@ WindowsScript& WindowsScript::Current() { return *current; }
 
 void WindowsScript::Fail(const std::string& function, DWORD error, std::size_t call) {
   m_failures.push_back({function, call, error});
+}
+
+void WindowsScript::FailAlways(const std::string& function, DWORD error) {
+  const CriticalSectionGuard lock(m_lock);
+  m_broken[function] = error;
+}
+
+void WindowsScript::Heal(const std::string& function) {
+  const CriticalSectionGuard lock(m_lock);
+  m_broken.erase(function);
 }
 
 void WindowsScript::FailCallNumber(std::size_t number) { m_failNumber = number; }
@@ -88,6 +97,10 @@ bool WindowsScript::Enter(const std::string& function, const std::string& argume
   const std::size_t call = ++m_counts[function];
   if (++m_fallible == m_failNumber) {
     ::SetLastError(ERROR_GEN_FAILURE);
+    return false;
+  }
+  if (const auto broken = m_broken.find(function); broken != m_broken.end()) {
+    ::SetLastError(broken->second);
     return false;
   }
   const auto failure = std::find_if(m_failures.begin(), m_failures.end(), [&](const PlannedFailure& planned) {

@@ -18,19 +18,24 @@
 // What the fakes of one test share. It checks the protocol of handles: each is used only while it is open and closed
 // exactly once, by the function of its kind, before the script ends.
 //
-// The fakes replace calls in the import table of the running program. One script lives at a time.
+// The fakes replace calls in the import table of one module, by default the running program. One script lives at a
+// time.
 class WindowsScript {
  public:
-  WindowsScript();
+  explicit WindowsScript(HMODULE module = ::GetModuleHandleW(nullptr));
   // Fails the test for every handle that is still open.
   ~WindowsScript();
   WindowsScript(const WindowsScript&) = delete;
   WindowsScript& operator=(const WindowsScript&) = delete;
 
   static WindowsScript& Current();
+  HMODULE Module() const { return m_module; }
 
   // For tests: makes one call of a function fail with this error; the first, unless told otherwise.
   void Fail(const std::string& function, DWORD error, std::size_t call = 1);
+  // Makes every call of a function fail from now on; until it is healed.
+  void FailAlways(const std::string& function, DWORD error);
+  void Heal(const std::string& function);
   // Makes the n-th of all calls fail (from 1), whatever it is, with ERROR_GEN_FAILURE.
   void FailCallNumber(std::size_t number);
 
@@ -89,12 +94,14 @@ class WindowsScript {
   static BOOL WINAPI ResetEvent(HANDLE event);
   static DWORD WINAPI WaitForSingleObject(HANDLE handle, DWORD milliseconds);
 
+  const HMODULE m_module;
   // A critical section, since the runtime's mutexes are made of the calls that are replaced here.
   mutable CRITICAL_SECTION m_lock;
   const DWORD m_thread = ::GetCurrentThreadId();
   std::vector<std::pair<std::string, std::string>> m_calls;
   std::map<std::string, std::size_t> m_counts;
   std::vector<PlannedFailure> m_failures;
+  std::map<std::string, DWORD> m_broken;
   std::size_t m_fallible = 0;
   std::size_t m_failNumber = 0;
   std::map<const void*, Entry> m_handles;

@@ -224,8 +224,40 @@ TEST_F(ClientCertificates, TriesAgainToRevertAndDoesNotClaimIt) {
   https.answers = {HttpsAnswer::SendFails(kCertificateNeeded), HttpsAnswer::Status(200)};
   windows.Fail("RevertToSelf", ERROR_INTERNAL_ERROR);
   EXPECT_TRUE(Probe());
-  EXPECT_EQ(windows.Count("RevertToSelf"), 2u);
+  EXPECT_THAT(windows.Calls({"RevertToSelf", "SetThreadToken", "WinHttpReceiveResponse"}),
+              ElementsAre("RevertToSelf()", "RevertToSelf()", "WinHttpReceiveResponse(request)"));
   EXPECT_EQ(log.Count(L"Reverted back successfully"), 0u);
+}
+
+TEST_F(ClientCertificates, TakesTheUsersTokenAwayWhenRevertingFailsForGood) {
+  https.answers = {HttpsAnswer::SendFails(kCertificateNeeded), HttpsAnswer::Status(200)};
+  windows.FailAlways("RevertToSelf", ERROR_INTERNAL_ERROR);
+  EXPECT_TRUE(Probe());
+  EXPECT_THAT(
+      windows.Calls({"RevertToSelf", "SetThreadToken", "WinHttpReceiveResponse"}),
+      ElementsAre("RevertToSelf()", "RevertToSelf()", "SetThreadToken(null)", "WinHttpReceiveResponse(request)"));
+  EXPECT_EQ(log.Count(L"Reverted back successfully"), 0u);
+}
+
+TEST_F(ClientCertificates, EndTheProbeWhenTheThreadStaysTheUser) {
+  https.answers = {HttpsAnswer::SendFails(kCertificateNeeded), HttpsAnswer::Status(200)};
+  user.KeepIdentity();
+  EXPECT_FALSE(Probe());
+  EXPECT_THAT(windows.Calls({"WinHttpSendRequest", "RevertToSelf", "SetThreadToken", "WinHttpReceiveResponse"}),
+              ElementsAre("WinHttpSendRequest(request)", "WinHttpSendRequest(request, as the user)", "RevertToSelf()",
+                          "RevertToSelf()", "SetThreadToken(null)"));
+  EXPECT_THAT(windows.OpenHandles(), IsEmpty());
+}
+
+TEST_F(ClientCertificates, AreNotSentAgainWhenTheThreadStaysTheUser) {
+  AlwaysAskForCertificate();
+  certificates.matching = 5;
+  user.KeepIdentity();
+  EXPECT_FALSE(Probe());
+  EXPECT_EQ(windows.Count("WinHttpSendRequest"), 2u);
+  // What the send itself came to is still told.
+  EXPECT_EQ(log.Count(L"Send Request failed for host.test errorCode 12044"), 2u);
+  EXPECT_THAT(windows.OpenHandles(), IsEmpty());
 }
 
 TEST_F(ClientCertificates, AreLookedForInEveryFurtherPassOnceWanted) {

@@ -56,6 +56,30 @@ TEST_F(DomainReachability, FirstTwoAttemptsKnowNoCredentials) {
   EXPECT_EQ(windows.Count("WinHttpSetCredentials"), 0u);
 }
 
+TEST_F(DomainReachability, EndsWithTheAttemptThatLeavesTheThreadAsTheUser) {
+  user.proxyList = L"https=p2:443";
+  https.answers = {HttpsAnswer::SendFails(ERROR_WINHTTP_CLIENT_AUTH_CERT_NEEDED)};
+  user.KeepIdentity();
+  EXPECT_FALSE(IsDomainReachable(L"host.test"));
+  EXPECT_THAT(Attempts(), ElementsAre(kDirect));
+  EXPECT_EQ(windows.Count("WinHttpSendRequest"), 2u);
+  EXPECT_EQ(log.Texts().back(), L"IsDomainReachable was unable to match domain host.test");
+  EXPECT_THAT(windows.OpenHandles(), testing::IsEmpty());
+}
+
+TEST_F(DomainReachability, IsNotAskedForOnAThreadThatIsTheUser) {
+  https.answers = {HttpsAnswer::SendFails(ERROR_WINHTTP_CLIENT_AUTH_CERT_NEEDED), HttpsAnswer::Status(200)};
+  user.KeepIdentity();
+  EXPECT_FALSE(IsDomainReachable(L"host.test"));
+  const std::size_t calls = windows.Calls().size();
+  EXPECT_FALSE(IsDomainReachable(L"another.test"));
+  EXPECT_EQ(windows.Calls().size(), calls);
+  EXPECT_EQ(log.Texts().back(), L"IsDomainReachable was unable to match domain another.test");
+  user.LetGo();
+  EXPECT_TRUE(RestoreThreadIdentity());
+  EXPECT_TRUE(IsDomainReachable(L"another.test"));
+}
+
 // A probe in which everything happens: every attempt is asked for a certificate, a log-on and credentials, and fails.
 class HardDomainReachability : public testing::Test {
  protected:

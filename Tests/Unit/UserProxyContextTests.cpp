@@ -302,12 +302,48 @@ TEST_F(ValidateHttpsConnectionAsUser, FailsWithoutTokenImpersonationOrSettings) 
   EXPECT_THAT(Attempts(), IsEmpty());
 }
 
-TEST_F(ValidateHttpsConnectionAsUser, DoesNotGoOnAsTheUser) {
+TEST_F(ValidateHttpsConnectionAsUser, GoesOnOnceTheThreadIsItselfAgain) {
   user.proxyList = L"p1:8080";
   windows.Fail("RevertToSelf", ERROR_INTERNAL_ERROR);
+  EXPECT_TRUE(Probe());
+  windows.FailAlways("RevertToSelf", ERROR_INTERNAL_ERROR);
+  EXPECT_TRUE(Probe());
+  EXPECT_THAT(windows.Calls({"RevertToSelf", "SetThreadToken", "WinHttpSendRequest"}),
+              ElementsAre("RevertToSelf()", "RevertToSelf()", "WinHttpSendRequest(request)", "RevertToSelf()",
+                          "RevertToSelf()", "SetThreadToken(null)", "WinHttpSendRequest(request2)"));
+}
+
+TEST_F(ValidateHttpsConnectionAsUser, DoesNotGoOnAsTheUser) {
+  user.configUrl = L"http://wpad.test/p.pac";
+  user.proxyList = L"p1:8080";
+  user.KeepIdentity();
   EXPECT_FALSE(Probe());
   EXPECT_THAT(Attempts(), IsEmpty());
-  EXPECT_EQ(windows.Count("RevertToSelf"), 2u);
+  EXPECT_THAT(windows.OpenHandles(), IsEmpty());
+}
+
+TEST_F(ValidateHttpsConnectionAsUser, DoesNotTurnToTheListAsTheUser) {
+  user.configUrl = L"http://wpad.test/p.pac";
+  user.proxyList = L"p1:8080";
+  AlwaysAskForCertificate();
+  // The settings are read and the thread is itself again; from the certificate it does not come back.
+  https.answers.front().before = [this](WINHTTP_STATUS_CALLBACK, HINTERNET) { user.KeepIdentity(); };
+  EXPECT_FALSE(Probe());
+  EXPECT_THAT(Attempts(), ElementsAre(kAutoProxy));
+}
+
+TEST_F(ValidateHttpsConnectionAsUser, AsksNobodyForAnythingOnAThreadThatIsTheUser) {
+  user.proxyList = L"p1:8080";
+  user.KeepIdentity();
+  EXPECT_FALSE(Probe());
+  const ImportPatch patch(
+      ::GetModuleHandleW(nullptr), "BLFrameworkInit", +[] {
+        ADD_FAILURE() << "the framework was asked";
+        return 1;
+      });
+  const std::size_t calls = windows.Calls().size();
+  EXPECT_FALSE(Probe());
+  EXPECT_EQ(windows.Calls().size(), calls);
 }
 
 }  // namespace

@@ -49,26 +49,3 @@ class WinsockGuard {
  private:
   int m_result;
 };
-
-// Lets the calling thread act as the user of a token until Revert or the end of the scope.
-class ImpersonationGuard {
- public:
-  explicit ImpersonationGuard(HANDLE token) noexcept : m_active(::ImpersonateLoggedOnUser(token) != FALSE) {}
-  ~ImpersonationGuard() { Revert(); }
-  ImpersonationGuard(const ImpersonationGuard&) = delete;
-  ImpersonationGuard& operator=(const ImpersonationGuard&) = delete;
-
-  // Whether the thread acts as the user.
-  explicit operator bool() const noexcept { return m_active; }
-
-  // True when this call ended the impersonation. After a failure the end of the scope tries once more: a thread that
-  // kept a user's identity would go on to work for the service with it.
-  bool Revert() noexcept {
-    if (!m_active || !::RevertToSelf()) return false;
-    m_active = false;
-    return true;
-  }
-
- private:
-  bool m_active;
-};

@@ -5,6 +5,7 @@
 #include <new>
 
 #include "FwClient/Common/Utilities/ScopeGuards.h"
+#include "FwClient/Common/Utilities/ThreadIdentity.h"
 #include "FwClient/Common/Utilities/UniqueHandle.h"
 #include "FwClient/Service/QeLaLib/LaLog.h"
 #include "FwClient/Service/QeLaLib/UserProxyContext.h"
@@ -216,6 +217,8 @@ std::shared_ptr<_IEnumQeLocations> CQeLaLib::GetCurrentLocations() {
 std::shared_ptr<_IEnumQeLocations> CQeLaLib::GetLocations() { return std::make_shared<CQeLocations>(m_locations); }
 
 bool CheckZeltReachability() {
+  // Nothing is asked for with a user's identity. IsDomainReachable's attempts see to that themselves.
+  if (!ThreadActsAsItself()) return false;
   for (const std::wstring& name : ParseZeltServerList(ReadZeltServerList())) {
     if (IsKnownToDns(name)) {
       LA_LOG(kLogInfo, L"CheckZeltReachability succeeded for %s", name.c_str());

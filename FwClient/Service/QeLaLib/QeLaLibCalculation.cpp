@@ -1,11 +1,13 @@
 // Which configured locations are current.
 #include "FwClient/Common/Utilities/ScopeGuards.h"
+#include "FwClient/Common/Utilities/ThreadIdentity.h"
 #include "FwClient/Service/QeLaLib/HostComState.h"
 #include "FwClient/Service/QeLaLib/LaLog.h"
 #include "FwClient/Service/QeLaLib/QeLaLib.h"
 
 bool CQeLaLib::CalculateCurrentLocations() {
   const CriticalSectionGuard lock(*m_lock);
+  RestoreThreadIdentity();  // where an earlier probe failed to; without it the probes are over before they begin
   const ComBracket com;
   LA_LOG(kLogInfo, L"Calculating current locations...");
   m_currentLocationIds.clear();

@@ -1,5 +1,6 @@
 // The stored location set: Load and Save.
 #include "FwClient/Common/Utilities/ScopeGuards.h"
+#include "FwClient/Common/Utilities/ThreadIdentity.h"
 #include "FwClient/Service/QeLaLib/LaRegistry.h"
 #include "FwClient/Service/QeLaLib/QeLaLib.h"
 
@@ -26,7 +27,9 @@ bool CQeLaLib::Save() {
   // Before the set is written: the host learns what is current even where it cannot be stored.
   if (m_discoveryRunning) ::SetEvent(m_refreshEvent);
   std::vector<std::uint8_t> bytes;
-  return SerializeObject(*this, bytes) && WriteLaValue(kLaKey, kLaValue, bytes) == ERROR_SUCCESS;
+  // A probe may have left the thread with the user's identity; the service's registry is not written with it.
+  return SerializeObject(*this, bytes) && RestoreThreadIdentity() &&
+         WriteLaValue(kLaKey, kLaValue, bytes) == ERROR_SUCCESS;
 }
 
 void CQeLaLib::Pack(LaPacker& packer) const {

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "FwClient/Common/Utilities/SplitFields.h"
+#include "FwClient/Common/Utilities/ThreadIdentity.h"
 #include "FwClient/Common/Utilities/UniqueHandle.h"
 #include "FwClient/Service/QeLaLib/LaLog.h"
 
@@ -92,6 +93,8 @@ std::optional<RegistryKeyCriterion> ParseRegistryKeyCriterion(const std::wstring
 }
 
 std::uint32_t IsRegistryKeyCriterionMet(const std::wstring& text) {
+  // As a user the thread would be shown that user's part of the registry, or be refused.
+  if (!ThreadActsAsItself()) return 0;
   const std::optional<RegistryKeyCriterion> criterion = ParseRegistryKeyCriterion(text);
   if (!criterion.has_value()) return 0;
   const UniqueRegKey key = OpenKey(*criterion);

@@ -23,6 +23,6 @@ struct RegistryKeyCriterion {
 std::optional<RegistryKeyCriterion> ParseRegistryKeyCriterion(const std::wstring& text);
 
 // Whether the registry holds what the text asks for: 1 or 0. A named value without data must exist and be empty. The
-// key is looked for in the process's own view, then in the 64-bit view. A malformed text gives 0 without a log line.
-// Throws nothing but std::bad_alloc.
+// key is looked for in the process's own view, then in the 64-bit view. A malformed text gives 0 without a log line,
+// and so does a thread that is left with a user's identity. Throws nothing but std::bad_alloc.
 std::uint32_t IsRegistryKeyCriterionMet(const std::wstring& text);

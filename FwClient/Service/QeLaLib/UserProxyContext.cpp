@@ -2,7 +2,7 @@
 
 #include <tlhelp32.h>
 
-#include "FwClient/Common/Utilities/ScopeGuards.h"
+#include "FwClient/Common/Utilities/ThreadIdentity.h"
 #include "FwClient/Common/Utilities/UniqueHandle.h"
 #include "FwClient/Service/QeLaLib/HttpsHandles.h"
 #include "FwClient/Service/QeLaLib/HttpsProxyList.h"
@@ -83,8 +83,7 @@ class UserProxySettings {
   WINHTTP_CURRENT_USER_IE_PROXY_CONFIG m_config{};
 };
 
-// Reads the interactive user's settings as that user. False also when the thread could not become itself again: it
-// must not go on to the network with the user's identity.
+// Reads the interactive user's settings as that user.
 bool ReadInteractiveUserSettings(UserProxySettings& settings) {
   UniqueKernelHandle token;
   if (GetInteractiveUserToken(token.put()) != S_OK) return false;
@@ -92,7 +91,7 @@ bool ReadInteractiveUserSettings(UserProxySettings& settings) {
   if (!impersonation) return false;
   const bool read = settings.Read();
   token.reset();
-  return impersonation.Revert() && read;
+  return read;
 }
 
 }  // namespace
@@ -131,6 +130,8 @@ bool IsWow64SystemDirectoryPresent() {
 }
 
 bool ValidateHttpsConnectionAsUser(ProxyContext& context, const std::wstring& host) {
+  // Neither the framework nor the registry is asked with a user's identity.
+  if (!ThreadActsAsItself()) return false;
   GetProxyCredentials(context, host);
   UserProxySettings settings;
   if (!ReadInteractiveUserSettings(settings)) return false;

@@ -1,6 +1,6 @@
 #include "FwClient/Service/QeLaLib/ValidateHttpsConnection.h"
 
-#include "FwClient/Common/Utilities/ScopeGuards.h"
+#include "FwClient/Common/Utilities/ThreadIdentity.h"
 #include "FwClient/Service/QeLaLib/ClientCertificate.h"
 #include "FwClient/Service/QeLaLib/HttpsRequest.h"
 #include "FwClient/Service/QeLaLib/LaLog.h"
@@ -58,7 +58,11 @@ PassResult RequestLoop::RunPass() {
   }
   DWORD error = ERROR_SUCCESS;
   bool foundCertificate = false;
-  if (!Send(error, foundCertificate)) return AfterFailedSend(error, foundCertificate);
+  const bool sent = Send(error, foundCertificate);
+  if (!sent) LA_LOG(kLogInfo, L"Send Request failed for %s errorCode %ld", m_host.c_str(), error);
+  // Whoever sent as the user and is the user still must not go on with that.
+  if (!ThreadActsAsItself()) return PassResult::kUnreachable;
+  if (!sent) return AfterFailedSend(error, foundCertificate);
   if (!m_request.Receive()) return PassResult::kUnreachable;
   return JudgeStatus();
 }
@@ -93,7 +97,6 @@ bool RequestLoop::Send(DWORD& error, bool& foundCertificate) {
 }
 
 PassResult RequestLoop::AfterFailedSend(DWORD error, bool foundCertificate) {
-  LA_LOG(kLogInfo, L"Send Request failed for %s errorCode %ld", m_host.c_str(), error);
   if (error != ERROR_WINHTTP_CLIENT_AUTH_CERT_NEEDED) return PassResult::kUnreachable;
   // The first demand starts the search; a later one means that the certificate just sent was refused, so the next is
   // tried until the search finds none.
@@ -174,6 +177,7 @@ bool DiscoveredProxy::Discover(HINTERNET session, const std::wstring& host, cons
 
 bool ValidateHttpsConnection(const std::wstring& host, const std::wstring& proxyServer, const std::wstring& proxyUser,
                              const std::wstring& proxyPassword) {
+  if (!ThreadActsAsItself()) return false;
   const bool named = !proxyServer.empty();
   HttpsRequest request;
   if (!request.Open(host, named ? WINHTTP_ACCESS_TYPE_NAMED_PROXY : WINHTTP_ACCESS_TYPE_DEFAULT_PROXY,
@@ -184,6 +188,7 @@ bool ValidateHttpsConnection(const std::wstring& host, const std::wstring& proxy
 
 bool ValidateHttpsConnectionAutoProxy(const ProxyContext&, const std::wstring& host, const std::wstring& configUrl,
                                       const std::wstring& proxyUser, const std::wstring& proxyPassword) {
+  if (!ThreadActsAsItself()) return false;
   DiscoveredProxy proxy;
   HttpsRequest request;
   if (!request.Open(host, WINHTTP_ACCESS_TYPE_NO_PROXY, WINHTTP_NO_PROXY_NAME, HttpsMode::kAsynchronous)) return false;

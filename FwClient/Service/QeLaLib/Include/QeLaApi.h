@@ -71,7 +71,8 @@ struct _IQeLaApiSmart {
   virtual bool Load() = 0;
 
   // Calculates the current locations, wakes the discovery thread if it runs, and writes the set to the registry.
-  // Returns true when it was written. Lock: yes.
+  // Returns true when it was written. A calling thread that a probe left with the interactive user's identity writes
+  // nothing; each call tries to end that first. Lock: yes.
   virtual bool Save() = 0;
 
   // A copy of the first stored location with this ID, or an empty pointer. Lock: yes.

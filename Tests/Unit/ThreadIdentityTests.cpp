@@ -1,0 +1,163 @@
+#include "FwClient/Common/Utilities/ThreadIdentity.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "Tests/Support/FakeInteractiveUser.h"
+#include "Tests/Support/OtherThread.h"
+#include "Tests/Support/WindowsScript.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+class ThreadIdentity : public testing::Test {
+ protected:
+  ~ThreadIdentity() override {
+    user.LetGo();
+    EXPECT_TRUE(RestoreThreadIdentity());
+    ::CloseHandle(token);
+  }
+
+  std::vector<std::string> Calls() const {
+    return windows.Calls({"ImpersonateLoggedOnUser", "RevertToSelf", "SetThreadToken"});
+  }
+  void GetStuck() {
+    user.KeepIdentity();
+    ImpersonationGuard impersonation(token);
+    EXPECT_TRUE(impersonation);
+  }
+
+  WindowsScript windows;
+  FakeInteractiveUser user{windows};
+  HANDLE token = windows.Open("token");
+};
+
+TEST_F(ThreadIdentity, IsTheThreadsOwnAgainAfterAnImpersonation) {
+  EXPECT_TRUE(ThreadActsAsItself());
+  {
+    ImpersonationGuard impersonation(token);
+    EXPECT_TRUE(impersonation);
+    EXPECT_FALSE(ThreadActsAsItself());
+  }
+  EXPECT_TRUE(ThreadActsAsItself());
+  EXPECT_THAT(Calls(), ElementsAre("ImpersonateLoggedOnUser(token)", "RevertToSelf()"));
+}
+
+TEST_F(ThreadIdentity, IsGivenBackOnce) {
+  {
+    ImpersonationGuard impersonation(token);
+    EXPECT_TRUE(impersonation.Revert());
+    EXPECT_FALSE(impersonation);
+    EXPECT_FALSE(impersonation.Revert());
+  }
+  EXPECT_EQ(windows.Count("RevertToSelf"), 1u);
+}
+
+TEST_F(ThreadIdentity, StaysWhenTheUserCannotBeImpersonated) {
+  windows.Fail("ImpersonateLoggedOnUser", ERROR_ACCESS_DENIED);
+  const ImpersonationGuard impersonation(token);
+  EXPECT_FALSE(impersonation);
+  EXPECT_TRUE(ThreadActsAsItself());
+  EXPECT_EQ(windows.Count("RevertToSelf"), 0u);
+}
+
+TEST_F(ThreadIdentity, IsTakenBackAtTheSecondTryWithoutClaimingTheFirst) {
+  windows.Fail("RevertToSelf", ERROR_INTERNAL_ERROR);
+  ImpersonationGuard impersonation(token);
+  EXPECT_FALSE(impersonation.Revert());
+  EXPECT_TRUE(ThreadActsAsItself());
+  EXPECT_FALSE(user.impersonating);
+  EXPECT_THAT(Calls(), ElementsAre("ImpersonateLoggedOnUser(token)", "RevertToSelf()", "RevertToSelf()"));
+}
+
+TEST_F(ThreadIdentity, IsTakenBackByTakingTheTokenAwayAfterTwoTries) {
+  windows.FailAlways("RevertToSelf", ERROR_INTERNAL_ERROR);
+  {
+    const ImpersonationGuard impersonation(token);
+  }
+  EXPECT_TRUE(ThreadActsAsItself());
+  EXPECT_FALSE(user.impersonating);
+  EXPECT_THAT(Calls(), ElementsAre("ImpersonateLoggedOnUser(token)", "RevertToSelf()", "RevertToSelf()",
+                                   "SetThreadToken(null)"));
+}
+
+TEST_F(ThreadIdentity, IsKnownToBeTheUsersWhenNothingHelps) {
+  GetStuck();
+  EXPECT_FALSE(ThreadActsAsItself());
+  EXPECT_TRUE(user.impersonating);
+  // Asking costs no call; only restoring tries again.
+  EXPECT_EQ(Calls().size(), 4u);
+  EXPECT_FALSE(RestoreThreadIdentity());
+  EXPECT_FALSE(ThreadActsAsItself());
+  EXPECT_EQ(Calls().size(), 7u);
+}
+
+TEST_F(ThreadIdentity, IsRestoredAsSoonAsOneOfTheWaysHelps) {
+  GetStuck();
+  windows.Heal("SetThreadToken");
+  EXPECT_TRUE(RestoreThreadIdentity());
+  EXPECT_TRUE(ThreadActsAsItself());
+  GetStuck();
+  windows.Heal("RevertToSelf");
+  EXPECT_TRUE(RestoreThreadIdentity());
+  EXPECT_TRUE(ThreadActsAsItself());
+  EXPECT_FALSE(user.impersonating);
+}
+
+TEST_F(ThreadIdentity, IsNotTouchedWhereNothingHasFailed) {
+  EXPECT_TRUE(RestoreThreadIdentity());
+  EXPECT_THAT(Calls(), IsEmpty());
+}
+
+TEST_F(ThreadIdentity, IsNotTakenBackUnderAnImpersonationThatIsGoingOn) {
+  ImpersonationGuard impersonation(token);
+  EXPECT_FALSE(RestoreThreadIdentity());
+  EXPECT_EQ(windows.Count("RevertToSelf"), 0u);
+  {
+    const ImpersonationGuard inner(token);
+    EXPECT_FALSE(inner);
+  }
+  EXPECT_TRUE(user.impersonating);
+  EXPECT_TRUE(impersonation.Revert());
+}
+
+TEST_F(ThreadIdentity, ThatIsTheUsersIsNotChangedForAnotherUsers) {
+  GetStuck();
+  const ImpersonationGuard impersonation(token);
+  EXPECT_FALSE(impersonation);
+  EXPECT_FALSE(ThreadActsAsItself());
+  EXPECT_EQ(windows.Count("ImpersonateLoggedOnUser"), 1u);
+}
+
+TEST_F(ThreadIdentity, BelongsToOneThread) {
+  GetStuck();
+  bool itself = false;
+  bool restored = false;
+  OtherThread([&] {
+    itself = ThreadActsAsItself();
+    restored = RestoreThreadIdentity();
+  }).Join();
+  EXPECT_TRUE(itself);
+  EXPECT_TRUE(restored);
+  EXPECT_EQ(Calls().size(), 4u);
+  EXPECT_FALSE(ThreadActsAsItself());
+}
+
+// Whoever cannot note that the thread is the user must not make it the user.
+TEST_F(ThreadIdentity, IsNotGivenUpWithoutMemoryToNoteIt) {
+  static const ImportPatch* s_set;
+  const ImportPatch patch(
+      ::GetModuleHandleW(nullptr), "TlsSetValue", +[](DWORD slot, void* value) WINAPI -> BOOL {
+        // What the runtime keeps is an address.
+        if (reinterpret_cast<std::uintptr_t>(value) - 1 < 16) return FALSE;
+        return s_set->Original<BOOL WINAPI(DWORD, void*)>()(slot, value);
+      });
+  s_set = &patch;
+  const ImpersonationGuard impersonation(token);
+  EXPECT_FALSE(impersonation);
+  EXPECT_THAT(Calls(), IsEmpty());
+}
+
+}  // namespace
