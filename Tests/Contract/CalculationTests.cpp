@@ -283,6 +283,17 @@ TEST_F(EditsDuringACalculation, LocationThatIsReplacedKeepsTheEditAndTakesTheMat
   EXPECT_EQ(MatchedAdapters(*m_service, L"A"), Indexes{6});
 }
 
+TEST_F(EditsDuringACalculation, LocationThatIsLoadedAnewKeepsWhatWasLoaded) {
+  LoadSet({{.id = "A", .name = "before"}});
+  m_log.OnEvent([this](const LoggedEvent& event) {
+    if (event.text != L"IsCurrentLocation checking location before") return;
+    m_log.OnEvent(nullptr);
+    LoadSet({{.id = "A", .name = "loaded"}});
+  });
+  m_service->Save();
+  EXPECT_EQ(m_service->GetLocation(L"A")->GetName(), L"loaded");
+}
+
 TEST_F(EditsDuringACalculation, LocationThatIsRemovedIsNotBroughtBack) {
   LoadSet({{.id = "A", .name = "first"}, {.id = "B", .name = "second"}});
   m_log.Clear();

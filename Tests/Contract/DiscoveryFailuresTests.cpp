@@ -553,6 +553,26 @@ TEST_F(ThreadWithoutMemory, StopEndsTheThreadWhileItWaitsForMemory) {
   EXPECT_TRUE(m_threads.WaitForEnd());
 }
 
+// The save that asks for it had no memory for a snapshot either.
+TEST_F(ThreadWithoutMemory, RefreshDoesNotStandInForACalculationThatIsOwed) {
+  std::atomic<int> calculations = 0;
+  m_log.OnEvent([&](const LoggedEvent& event) {
+    if (event.text == kCalculating && ++calculations <= 2) m_heap.FailAt(kAdapterBuffer);
+  });
+  Gate gate;
+  Join({kOffice});
+  m_waits.OnWait([&] { gate.Pass(); });
+  m_changes.Fire();
+  EXPECT_TRUE(gate.WaitUntilReached());
+  m_waits.OnWait(nullptr);
+  EXPECT_TRUE(Service().Save());
+  m_heap.StopFailing();
+  ExpectNoCallback();
+  gate.Open();
+  ExpectCallbackWith(kHere);
+  EXPECT_EQ(calculations, 3);
+}
+
 // Only want of memory is tried again: a snapshot that the system refuses is an answer.
 TEST_F(ThreadWithoutMemory, SnapshotThatTheSystemRefusesIsNotTriedAgain) {
   m_adapters.FailAlways(ERROR_NOT_SUPPORTED);

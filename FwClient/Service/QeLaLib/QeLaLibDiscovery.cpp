@@ -285,7 +285,6 @@ void CQeLaLib::RunDiscovery(const DiscoveryRun& run) noexcept {
       }
     }
     if (changed) {
-      if (run.serviceIsGoing) break;
       Logged([] { LA_LOG(kLogInfo, L"The location discovery thread received an address change notification"); });
       task = Task::kCalculateAndRaise;
     }
