@@ -29,6 +29,40 @@ void WINAPI CountDelete(CRITICAL_SECTION* section) {
   g_delete(section);
 }
 
+int g_printed = 0;
+void CountPrinted(const char*, ...) { ++g_printed; }
+
+// Lets one conversion of a stored text fail with an error of the test's.
+class FailingConversion {
+ public:
+  explicit FailingConversion(HMODULE module) : m_patch(module, "MultiByteToWideChar", &Convert) {
+    s_real = m_patch.Original<int WINAPI(UINT, DWORD, LPCCH, int, LPWSTR, int)>();
+  }
+  void FailAt(std::size_t n, DWORD error) {
+    s_left = static_cast<std::ptrdiff_t>(n);
+    s_error = error;
+    s_failed = false;
+  }
+  bool StopFailing() {
+    s_left = -1;
+    return s_failed;
+  }
+
+ private:
+  static int WINAPI Convert(UINT page, DWORD flags, LPCCH text, int bytes, LPWSTR out, int units) {
+    if (s_left < 0 || s_left-- > 0) return s_real(page, flags, text, bytes, out, units);
+    s_failed = true;
+    ::SetLastError(s_error);
+    return 0;
+  }
+
+  static inline int(WINAPI* s_real)(UINT, DWORD, LPCCH, int, LPWSTR, int);
+  static inline std::ptrdiff_t s_left = -1;  // calls until the failure; negative when there is to be none
+  static inline DWORD s_error = 0;
+  static inline bool s_failed = false;
+  ImportPatch m_patch;
+};
+
 class FailureInjection : public ServiceTest {
  protected:
   // More allocations than any operation here makes; reaching it means that failing never ends.
@@ -210,6 +244,109 @@ TEST_F(FailureInjection, FailedEditLeavesTheSetWholeOrUnchanged) {
   EXPECT_EQ(result, LSR_OK);
 }
 
+TEST_F(FailureInjection, FailedLoadAnswersFalseAndLeavesTheSetAlone) {
+  const std::shared_ptr<_IQeLaApiSmart> service = m_library.SmartApi();
+  const std::shared_ptr<_IQeLocation> kept = NewLocation(*service, L"the location that was there before", L"10.0.0.1");
+  std::size_t refused = 0;
+  bool loaded = false;
+  bool threw = true;
+  FailEveryAllocation(
+      [&] {
+        loaded = service->Load();
+        threw = false;
+      },
+      [&] {
+        service->RemoveAllLocations();
+        EXPECT_EQ(service->AddLocation(kept), LSR_OK);
+        m_registry.Put(StoredSet());
+        loaded = false;
+        threw = true;
+        g_printed = 0;
+        service->SetErrorPrinter(&CountPrinted);
+      },
+      [&] {
+        EXPECT_FALSE(threw);
+        EXPECT_EQ(StoredIds(*service), loaded ? (Ids{kFirst, kSecond}) : Ids{kept->GetId()});
+        EXPECT_EQ(service->GetLocations()->GetItem(0)->GetCriterias()->GetCount(), loaded ? 16u : 1u);
+        EXPECT_EQ(m_registry.Value(), StoredSet());
+        if (!loaded) ++refused;
+        if (g_printed > 0) {
+          EXPECT_FALSE(loaded);
+        }
+      });
+  EXPECT_TRUE(loaded);
+  EXPECT_GT(refused, 50u);
+}
+
+TEST_F(FailureInjection, FailedLoadTellsThePrinterAndStillCalculates) {
+  m_registry.Put(StoredSet());
+  const std::shared_ptr<_IQeLaApiSmart> service = m_library.SmartApi();
+  service->SetErrorPrinter(&CountPrinted);
+  // The key's path, the buffer for the value's bytes, the parser's memory and the first texts.
+  for (std::size_t n = 0; n < 20; ++n) {
+    HeapWatch heap(Module());
+    m_adapters.ClearCalls();
+    g_printed = 0;
+    heap.FailAt(n);
+    EXPECT_FALSE(service->Load()) << n;
+    EXPECT_TRUE(heap.StopFailing());
+    EXPECT_EQ(g_printed, 1) << n;
+    EXPECT_EQ(m_adapters.CallCount(), 1u) << n;
+    EXPECT_EQ(CurrentIds(*service), Ids{kSecond}) << n;
+  }
+}
+
+// A system that cannot convert texts says nothing about the texts.
+TEST_F(FailureInjection, LoadWhoseTextsCannotBeConvertedLeavesTheSetAlone) {
+  m_registry.Put(StoredSet());
+  const std::shared_ptr<_IQeLaApiSmart> service = m_library.SmartApi();
+  const std::shared_ptr<_IQeLocation> kept = NewLocation(*service, L"kept", L"10.0.0.1");
+  service->SetErrorPrinter(&CountPrinted);
+  FailingConversion conversion(Module());
+  for (const DWORD error : {DWORD{ERROR_NOT_ENOUGH_MEMORY}, DWORD{ERROR_SUCCESS}, DWORD{ERROR_INVALID_PARAMETER},
+                            DWORD{ERROR_BUFFER_OVERFLOW}}) {
+    for (std::size_t n = 0;; ++n) {
+      service->RemoveAllLocations();
+      EXPECT_EQ(service->AddLocation(kept), LSR_OK);
+      m_adapters.ClearCalls();
+      g_printed = 0;
+      conversion.FailAt(n, error);
+      const bool loaded = service->Load();
+      const bool failed = conversion.StopFailing();
+      EXPECT_EQ(loaded, !failed);
+      EXPECT_EQ(g_printed, failed ? 1 : 0);
+      EXPECT_EQ(StoredIds(*service), failed ? Ids{L"kept"} : (Ids{kFirst, kSecond}));
+      EXPECT_EQ(m_adapters.CallCount(), 1u);
+      if (!failed || HasFailure()) break;
+    }
+  }
+}
+
+TEST_F(FailureInjection, LoadOfATextThatIsBadKeepsWhatWasConvertedBefore) {
+  m_registry.Put(StoredSet());
+  const std::shared_ptr<_IQeLaApiSmart> service = m_library.SmartApi();
+  service->SetErrorPrinter(&CountPrinted);
+  FailingConversion conversion(Module());
+  std::size_t ofFirst = 0;
+  std::size_t failures = 0;
+  for (std::size_t n = 0;; ++n) {
+    service->RemoveAllLocations();
+    g_printed = 0;
+    conversion.FailAt(n, ERROR_NO_UNICODE_TRANSLATION);
+    const bool loaded = service->Load();
+    if (!conversion.StopFailing()) break;
+    ++failures;
+    EXPECT_FALSE(loaded);
+    EXPECT_EQ(g_printed, 1);
+    const std::shared_ptr<_IEnumQeLocations> locations = service->GetLocations();
+    ASSERT_EQ(locations->GetCount(), 2u) << "the list is resized first";
+    if (locations->GetItem(0)->GetId() == kFirst) ++ofFirst;
+    ASSERT_FALSE(HasFailure());
+  }
+  EXPECT_GT(ofFirst, 0u);
+  EXPECT_LT(ofFirst, failures);
+}
+
 TEST_F(FailureInjection, ConstructionInGetQeLaApiIsTriedAgainByTheNextCall) {
   m_registry.Put(StoredSet());
   HeapWatch heap(Module());
@@ -268,5 +405,140 @@ TEST_F(FailureInjection, ConstructionInGetQeLaApiSmartIsTriedAgainByTheNextCall)
   EXPECT_EQ(service.use_count(), 2);
   EXPECT_EQ(m_library.SmartApi(), service);
 }
+
+// The library is loaded anew for every failure, since an instance is made once a load.
+class FirstCall : public ::testing::TestWithParam<bool> {
+ protected:
+  struct World {
+    ServiceLibrary library;
+    FakeRegistry registry{library.Module()};
+    FakeAdapters adapters{library.Module(), ServiceTestNetwork()};
+    LogRecorder log;
+  };
+  static AdapterList ServiceTestNetwork() {
+    AdapterList list;
+    list.Add(L"Office").Index(5).Gateway("10.0.0.1").DnsSuffix(L"corp.example").Ip("10.0.0.7");
+    return list;
+  }
+  static LocationBlob First() {
+    LocationBlob blob{.id = "the first location's identifier", .name = std::string(700, 'n'), .adapterIndexes = {1, 2}};
+    for (std::vector<std::string>& list : blob.texts) list = {std::string(100, 'x'), "y"};
+    return blob;
+  }
+  static LocationBlob Second() {
+    LocationBlob blob{.id = "the second location's identifier", .note = "a note that needs memory of its own"};
+    blob.texts[LCT_DEFAULT_GATEWAY] = {"10.0.0.1"};
+    return blob;
+  }
+  static bool IsRaw() { return GetParam(); }
+
+  // Calls the export for the first time. Null when it threw std::bad_alloc.
+  static _IQeLaApiSmart* Call(const ServiceLibrary& library) {
+    try {
+      if (IsRaw()) return library.Api();
+      return library.SmartApi().get();
+    } catch (const std::bad_alloc&) {
+      return nullptr;
+    }
+  }
+
+  // The library never frees the one of GetQeLaApi; the other goes with it.
+  static void Release(const ServiceLibrary& library) {
+    if (!IsRaw()) return;
+    EXPECT_EQ(library.Api()->Release(), 0u);
+  }
+
+  static void ExpectWholeSet(_IQeLaApiSmart& service) {
+    const std::shared_ptr<_IEnumQeLocations> locations = service.GetLocations();
+    ASSERT_EQ(locations->GetCount(), 2u);
+    Bytes bytes;
+    EXPECT_TRUE(locations->GetItem(0)->SerializeToBytes(bytes));
+    EXPECT_EQ(bytes, First().Pack());
+    // The second is current where the snapshot succeeded, and then knows its adapter.
+    LocationBlob second = Second();
+    if (service.GetCurrentLocations()->GetCount() > 0) second.adapterIndexes = {5};
+    EXPECT_TRUE(locations->GetItem(1)->SerializeToBytes(bytes));
+    EXPECT_EQ(bytes, second.Pack());
+  }
+
+  // Lets one call after the other fail: `arm(n)` before the export is called, `disarm()`, which tells whether it came
+  // to that, after it. Returns how often the export threw.
+  template <typename Make>
+  static std::size_t FailInTurn(Make makeFailure) {
+    constexpr std::size_t kEnough = 5000;
+    const Bytes stored = PackedSet({First(), Second()});
+    std::size_t thrown = 0;
+    for (std::size_t n = 0; n < kEnough; ++n) {
+      SCOPED_TRACE(n);
+      World world;
+      world.registry.Put(stored);
+      bool failed = false;
+      _IQeLaApiSmart* service = nullptr;
+      {
+        const auto failure = makeFailure(world.library.Module());
+        failure->FailAt(n);
+        service = Call(world.library);
+        failed = failure->StopFailing();
+      }
+      EXPECT_EQ(world.registry.Value(), stored);
+      if (service == nullptr) {
+        EXPECT_TRUE(failed);
+        ++thrown;
+        service = Call(world.library);
+      }
+      if (service == nullptr) {
+        ADD_FAILURE() << "the next call fails as well";
+        return thrown;
+      }
+      ExpectWholeSet(*service);
+      // What the next edit stores has the old locations in it.
+      service->AddLocation(service->CreateLocation());
+      EXPECT_EQ(service->GetLocations()->GetCount(), 3u);
+      EXPECT_TRUE(service->Save());
+      service->Load();
+      EXPECT_EQ(service->GetLocations()->GetCount(), 3u);
+      Release(world.library);
+      if (!failed || HasFailure()) return thrown;
+    }
+    ADD_FAILURE() << "failing does not end";
+    return thrown;
+  }
+};
+
+TEST_P(FirstCall, WithoutMemoryThrowsOrHasTheWholeStoredSet) {
+  EXPECT_GT(FailInTurn([](HMODULE module) { return std::make_unique<HeapWatch>(module); }), 50u);
+}
+
+struct ConversionWithError : FailingConversion {
+  ConversionWithError(HMODULE module, DWORD conversionError) : FailingConversion(module), error(conversionError) {}
+  void FailAt(std::size_t n) { FailingConversion::FailAt(n, error); }
+  DWORD error;
+};
+
+TEST_P(FirstCall, WhoseTextsCannotBeConvertedThrows) {
+  // Two calls for each of the 22 texts that are not empty.
+  for (const DWORD error :
+       {DWORD{ERROR_NOT_ENOUGH_MEMORY}, DWORD{ERROR_SUCCESS}, DWORD{ERROR_INVALID_PARAMETER}, DWORD{111}})
+    EXPECT_EQ(FailInTurn([&](HMODULE module) { return std::make_unique<ConversionWithError>(module, error); }), 44u)
+        << error;
+}
+
+// Bad bytes are no reason to refuse: what could be read is there.
+TEST_P(FirstCall, WithATextThatIsBadKeepsWhatWasConvertedBefore) {
+  World world;
+  LocationBlob second = Second();
+  second.note = "\xff";
+  world.registry.Put(PackedSet({First(), second}));
+  _IQeLaApiSmart* const service = Call(world.library);
+  ASSERT_NE(service, nullptr);
+  const std::shared_ptr<_IEnumQeLocations> locations = service->GetLocations();
+  ASSERT_EQ(locations->GetCount(), 2u);
+  EXPECT_EQ(locations->GetItem(1)->GetId(), L"the second location's identifier");
+  EXPECT_EQ(locations->GetItem(1)->GetNote(), L"");
+  Release(world.library);
+}
+
+INSTANTIATE_TEST_SUITE_P(Exports, FirstCall, ::testing::Bool(),
+                         [](const auto& raw) { return raw.param ? "GetQeLaApi" : "GetQeLaApiSmart"; });
 
 }  // namespace

@@ -3,12 +3,14 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <new>
 #include <string>
 #include <vector>
 
 #include "FwClient/Common/Utilities/StlStringUtfConv.h"
 #include "Tests/Support/Blob.h"
 #include "Tests/Support/HeapWatch.h"
+#include "Tests/Support/ImportPatch.h"
 #include "Tests/Unit/PrintedErrors.h"
 
 namespace {
@@ -213,6 +215,18 @@ TEST(LaMsgPackReading, TextThatIsNoUtf8IsRefusedAndTheOldOneStays) {
   EXPECT_EQ(text, L"old");
 }
 
+TEST(LaMsgPackReading, TextThatTheSystemCannotConvertIsWantOfMemoryAndTheOldOneStays) {
+  const msgpack::object_handle handle = UnpackBytes({0xa2, 'a', 'b'});
+  const ImportPatch wide(
+      ::GetModuleHandleW(nullptr), "MultiByteToWideChar", +[](UINT, DWORD, LPCSTR, int, LPWSTR, int) {
+        ::SetLastError(ERROR_INVALID_PARAMETER);
+        return 0;
+      });
+  std::wstring text = L"old";
+  EXPECT_THROW(UnpackText(handle.get(), text), std::bad_alloc);
+  EXPECT_EQ(text, L"old");
+}
+
 TEST(LaMsgPackReading, ListOfTextsReplacesTheOldOne) {
   std::vector<std::wstring> texts{L"x", L"y", L"z"};
   ReadFrom({0x92, 0xa1, 'a', 0xa1, 'b'}, [&](const msgpack::object& object) { UnpackTexts(object, texts); });
@@ -314,6 +328,7 @@ struct Probe {
 
   std::uint32_t number = 7;
   bool fails = false;
+  bool wantsMemory = false;
 
   void Pack(LaPacker& packer) const {
     packer.Array(1);
@@ -324,6 +339,7 @@ struct Probe {
     LaRecord record(object);
     record.Next([&](const msgpack::object& field) { number = UnpackUInt32(field); });
     if (fails) throw 1;
+    if (wantsMemory) throw std::bad_alloc();
   }
 };
 
@@ -372,6 +388,14 @@ TEST(DeserializeObject, AFailurePrintsOneLine) {
   EXPECT_FALSE(DeserializeObject(probe, {0x91}));
   const std::string line = "UCD DeserializeFromBytes failed for class Probe";
   EXPECT_EQ(errors.Lines(), (std::vector<std::string>{line, line}));
+}
+
+TEST(DeserializeObject, WantOfMemoryLeavesTheObjectAndPrintsOneLine) {
+  const PrintedErrors errors;
+  Probe probe{.wantsMemory = true};
+  EXPECT_FALSE(DeserializeObject(probe, {0x91, 0x09}));
+  EXPECT_EQ(probe.number, 7u);
+  EXPECT_EQ(errors.Lines(), std::vector<std::string>{"UCD DeserializeFromBytes failed for class Probe"});
 }
 
 TEST(DeserializeObject, AFailureNeedsNoPrinter) {

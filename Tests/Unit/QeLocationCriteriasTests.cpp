@@ -501,4 +501,25 @@ TEST(QeLocationCriterias, AddLeavesTheSetAsItWasWhenMemoryRunsOut) {
   });
 }
 
+TEST(QeLocationCriterias, AreReadWhollyOrLeftAsTheyWereWhenMemoryRunsOut) {
+  CQeLocationCriterias source;
+  for (std::uint32_t kind = 0; kind <= LCT_ZELT_REACHABLE; ++kind)
+    source.Add(static_cast<LOCATION_CRITERIA_TYPE>(kind), L"a text too long for a string's own buffer");
+  Bytes whole;
+  ASSERT_TRUE(source.SerializeToBytes(whole));
+  FailEveryAllocation([&](auto attempt) {
+    const PrintedErrors errors;
+    CQeLocationCriterias criterias;
+    criterias.Add(LCT_DNS_SUFFIX, L"corp.example");
+    criterias.Add(LCT_REGISTRY_KEY, L"the text that was there before");
+    Bytes before, after;
+    EXPECT_TRUE(criterias.SerializeToBytes(before));
+    bool read = false;
+    attempt([&] { read = criterias.DeserializeFromBytes(whole); });
+    EXPECT_EQ(errors.Count(), read ? 0u : 1u);
+    EXPECT_TRUE(criterias.SerializeToBytes(after));
+    EXPECT_TRUE(after == (read ? whole : before));
+  });
+}
+
 }  // namespace

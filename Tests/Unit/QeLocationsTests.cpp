@@ -445,17 +445,20 @@ TEST(QeLocations, CopiesThatFailLeaveNothingWhenMemoryRunsOut) {
   });
 }
 
-TEST(QeLocations, CanBeReadAndWrittenAfterMemoryRanOut) {
+TEST(QeLocations, AreReadWhollyOrLeftAsTheyWereWhenMemoryRunsOut) {
   const Bytes whole =
       BlobOf({Blob::Location("a", "a name, long one"), Blob::Location("b"), Blob::Location("c"), Blob::Array({})});
   FailEveryAllocation([&](auto attempt) {
     const PrintedErrors errors;
     CQeLocations locations = Collection({L"x"});
+    Bytes before;
+    EXPECT_TRUE(locations.SerializeToBytes(before));
     bool read = false;
     attempt([&] { read = locations.DeserializeFromBytes(whole); });
     EXPECT_EQ(errors.Count(), read ? 0u : 1u);
     Bytes bytes;
     EXPECT_TRUE(locations.SerializeToBytes(bytes));
+    EXPECT_EQ(bytes == before, !read);
     EXPECT_TRUE(locations.DeserializeFromBytes(whole));
     EXPECT_EQ(locations.GetCount(), 4u);
   });

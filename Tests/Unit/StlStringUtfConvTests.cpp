@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -25,6 +26,18 @@ unsigned long ErrorOf(const std::function<void()>& convert) {
     return exception.Error();
   }
   return 0;
+}
+
+using Cause = StlStringUtfConv::Exception::Cause;
+
+// Whose fault it was that the text could not be converted; nothing when it was.
+std::optional<Cause> CauseOf(const std::function<void()>& convert) {
+  try {
+    convert();
+  } catch (const StlStringUtfConv::Exception& exception) {
+    return exception.WhoseFault();
+  }
+  return std::nullopt;
 }
 
 // Every character but NUL, once, in both forms.
@@ -191,6 +204,31 @@ TEST_P(StlStringUtfConvFailure, CarriesError1WhenTheSystemNamesNone) {
   EXPECT_EQ(Fail(0, [] { ToWide("abc"); }), 1u);
 }
 
+TEST_P(StlStringUtfConvFailure, IsTheTextsFaultWithOneErrorOnly) {
+  const auto causes = [&](DWORD error) {
+    std::vector<std::optional<Cause>> found;
+    for (const std::function<void()>& convert :
+         {std::function<void()>([] { ToUtf8(L"abc"); }), std::function<void()>([] { ToWide("abc"); })}) {
+      g_error = error;
+      g_goodCalls = GetParam();
+      found.push_back(CauseOf(convert));
+    }
+    return found;
+  };
+  using Causes = std::vector<std::optional<Cause>>;
+  EXPECT_EQ(causes(ERROR_NO_UNICODE_TRANSLATION), (Causes{Cause::Text, Cause::Text}));
+  for (const DWORD error : {0u, 1u, 8u, 14u, 87u, 111u, 122u, 1004u, 1112u, 1114u})
+    EXPECT_EQ(causes(error), (Causes{Cause::System, Cause::System})) << error;
+}
+
+// The thread's last error is still that of another text.
+TEST(StlStringUtfConv, AFailureWithoutAnErrorIsNotTakenForTheLastOne) {
+  const ImportPatch wide(
+      ::GetModuleHandleW(nullptr), "MultiByteToWideChar", +[](UINT, DWORD, LPCSTR, int, LPWSTR, int) { return 0; });
+  ::SetLastError(ERROR_NO_UNICODE_TRANSLATION);
+  EXPECT_EQ(CauseOf([] { ToWide("abc"); }), Cause::System);
+}
+
 INSTANTIATE_TEST_SUITE_P(WhenMeasuringOrWhenConverting, StlStringUtfConvFailure, testing::Values(0, 1));
 
 TEST(StlStringUtfConv, AsksForStrictConversion) {
@@ -261,6 +299,7 @@ TEST(StlStringUtfConv, RefusesTextsOf2To31Units) {
   const RepeatedText text(std::size_t{1} << 31);
   ASSERT_EQ(text.Text().size(), std::size_t{1} << 31);
   EXPECT_EQ(ErrorOf([&] { ToWide(text.Text()); }), 111u);
+  EXPECT_EQ(CauseOf([&] { ToWide(text.Text()); }), Cause::Text);
 }
 
 TEST(StlStringUtfConv, RefusesWideTextsOf2To31Units) {

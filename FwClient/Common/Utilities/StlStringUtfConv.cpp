@@ -13,22 +13,26 @@ namespace {
 // Most texts are names and addresses: they are converted without an allocation beyond the result's.
 constexpr std::size_t kStackBufferBytes = 1024;
 
+// The system blames the text with one error only.
 [[noreturn]] void ThrowLastError() {
   const DWORD error = ::GetLastError();
-  throw Exception(error != 0 ? error : ERROR_INVALID_FUNCTION);
+  throw Exception(error != 0 ? error : ERROR_INVALID_FUNCTION,
+                  error == ERROR_NO_UNICODE_TRANSLATION ? Exception::Cause::Text : Exception::Cause::System);
 }
 
 // Cuts at the first NUL; the converters take lengths as int.
 template <typename Char>
 int ConvertibleLength(std::basic_string_view<Char>& text) {
   text = text.substr(0, text.find(Char{}));
-  if (text.size() > INT_MAX) throw Exception(ERROR_BUFFER_OVERFLOW);
+  if (text.size() > INT_MAX) throw Exception(ERROR_BUFFER_OVERFLOW, Exception::Cause::Text);
   return static_cast<int>(text.size());
 }
 
 // `convert(buffer, units)` converts into a buffer, or with a null one tells the units needed; 0 is a failure.
 template <typename Char, typename Convert>
 std::basic_string<Char> Converted(Convert convert) {
+  // So that a call which fails without naming an error is not taken for the last one that named one.
+  ::SetLastError(ERROR_SUCCESS);
   const int needed = convert(nullptr, 0);
   if (needed <= 0) ThrowLastError();
   const auto units = static_cast<std::size_t>(needed);

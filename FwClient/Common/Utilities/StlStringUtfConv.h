@@ -10,18 +10,26 @@ namespace StlStringUtfConv {
 // A text that could not be converted.
 class Exception : public std::exception {
  public:
-  explicit Exception(unsigned long error) noexcept : m_error(error) {}
+  // Whose fault it is: the text's, or that of a system which cannot convert even a good one just now.
+  enum class Cause { Text, System };
+
+  explicit Exception(unsigned long error, Cause cause = Cause::Text) noexcept : m_error(error), m_cause(cause) {}
 
   // The Win32 error; never 0.
   unsigned long Error() const noexcept { return m_error; }
-  const char* what() const noexcept override { return "text is not valid UTF-16 or UTF-8"; }
+  Cause WhoseFault() const noexcept { return m_cause; }
+  const char* what() const noexcept override {
+    return m_cause == Cause::Text ? "text is not valid UTF-16 or UTF-8" : "text could not be converted";
+  }
 
  private:
   unsigned long m_error;
+  Cause m_cause;
 };
 
 // Both convert the text up to its first NUL. They throw Exception when that part is not valid (a lone surrogate, a
-// byte that is no UTF-8) or has 2^31 or more units (error 111), and std::bad_alloc.
+// byte that is no UTF-8: error 1113) or has 2^31 or more units (error 111), and when the system fails for any other
+// reason; and std::bad_alloc.
 std::string ToUtf8(std::wstring_view text);
 std::wstring ToWide(std::string_view text);
 

@@ -46,7 +46,12 @@ std::uint32_t UnpackUInt32(const msgpack::object& object) { return object.as<std
 void UnpackText(const msgpack::object& object, std::wstring& text) {
   // Conversion by the library would take bin as well.
   if (object.type != msgpack::type::STR) throw msgpack::type_error();
-  text = StlStringUtfConv::ToWide(std::string_view(object.via.str.ptr, object.via.str.size));
+  try {
+    text = StlStringUtfConv::ToWide(std::string_view(object.via.str.ptr, object.via.str.size));
+  } catch (const StlStringUtfConv::Exception& failure) {
+    if (failure.WhoseFault() == StlStringUtfConv::Exception::Cause::System) throw std::bad_alloc();
+    throw;
+  }
 }
 
 void UnpackTexts(const msgpack::object& object, std::vector<std::wstring>& texts) {

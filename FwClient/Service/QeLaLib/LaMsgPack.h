@@ -5,7 +5,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <msgpack.hpp>
+#include <new>
 #include <string>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "FwClient/Service/QeLaLib/ErrorPrinter.h"
@@ -30,7 +33,8 @@ class LaPacker {
   msgpack::packer<msgpack::sbuffer> m_packer;
 };
 
-// Reading. Everything throws msgpack::type_error when the object is of another type.
+// Reading. Everything throws msgpack::type_error when the object is of another type. A text that the system cannot
+// convert, for a reason other than the text, counts as want of memory: std::bad_alloc.
 bool UnpackBool(const msgpack::object& object);                      // booleans only, not 0 or 1
 std::uint32_t UnpackUInt32(const msgpack::object& object);           // any non-negative integer that fits
 void UnpackText(const msgpack::object& object, std::wstring& text);  // str only, not bin
@@ -74,15 +78,38 @@ bool SerializeObject(const Object& object, std::vector<std::uint8_t>& bytes) noe
   }
 }
 
+// Unpacks the bytes and calls `convert(target, tree)`, which converts the tree into the target field by field. Returns
+// what the target was before. What is thrown leaves. Bad bytes leave converted what was converted before the bad place.
+// Want of memory (std::bad_alloc) leaves the target exactly as it was: it says nothing about the bytes, and a half-read
+// set would sooner or later be stored in the place of the whole one.
+template <typename Object, typename Convert>
+Object ConvertBytes(Object& target, const std::vector<std::uint8_t>& bytes, Convert convert) {
+  static_assert(std::is_nothrow_move_assignable_v<Object> && std::is_nothrow_move_constructible_v<Object>);
+  const msgpack::object_handle tree = UnpackBytes(bytes);
+  Object converted = target;
+  try {
+    convert(converted, tree.get());
+  } catch (const std::bad_alloc&) {
+    throw;
+  } catch (...) {
+    target = std::move(converted);
+    throw;
+  }
+  return std::exchange(target, std::move(converted));
+}
+
+inline void PrintReadFailure(const char* className) noexcept {
+  PrintError("UCD DeserializeFromBytes failed for %s", className);
+}
+
 template <typename Object>
 bool DeserializeObject(Object& object, const std::vector<std::uint8_t>& bytes) noexcept {
   if (bytes.empty()) return false;
   try {
-    const msgpack::object_handle handle = UnpackBytes(bytes);
-    object.Unpack(handle.get());
+    ConvertBytes(object, bytes, [](Object& target, const msgpack::object& tree) { target.Unpack(tree); });
     return true;
   } catch (...) {
-    PrintError("UCD DeserializeFromBytes failed for %s", Object::kClassName);
+    PrintReadFailure(Object::kClassName);
     return false;
   }
 }

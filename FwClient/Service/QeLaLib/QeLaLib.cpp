@@ -131,7 +131,9 @@ CQeLaLib::CQeLaLib(CQeCriticalSection* hostLock, bool autoSave, NotLoaded)
 }
 
 // By delegation the object is whole before it loads, so that a failure for want of memory destroys it properly.
-CQeLaLib::CQeLaLib(CQeCriticalSection* hostLock, bool autoSave) : CQeLaLib(hostLock, autoSave, NotLoaded{}) { Load(); }
+CQeLaLib::CQeLaLib(CQeCriticalSection* hostLock, bool autoSave) : CQeLaLib(hostLock, autoSave, NotLoaded{}) {
+  LoadWhileConstructing();
+}
 
 // The order is part of the contract with hosts that watch it: the lock goes before the handles, and is never taken
 // here.

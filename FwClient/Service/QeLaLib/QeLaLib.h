@@ -33,8 +33,9 @@ class CQeLaLib : public _IQeLaApi {
  public:
   static constexpr char kClassName[] = "class CQeLaLib";
 
-  // Loads the stored set; a failed load leaves an empty, working object. A null `hostLock` makes the object use a lock
-  // of its own. Objects live on the heap and end through Release or Destroy.
+  // Loads the stored set. None, or a bad one, leaves a working object, empty or with what could be read. Want of memory
+  // leaves as std::bad_alloc: an object without the set that is stored would store its own in its place. A null
+  // `hostLock` makes the object use a lock of its own. Objects live on the heap and end through Release or Destroy.
   CQeLaLib(CQeCriticalSection* hostLock, bool autoSave);
   CQeLaLib(const CQeLaLib&) = delete;
   CQeLaLib& operator=(const CQeLaLib&) = delete;
@@ -67,9 +68,8 @@ class CQeLaLib : public _IQeLaApi {
   std::uint32_t AddRef() override;
   std::uint32_t Release() override;
 
-  // The stored form of the service's state, for SerializeObject and DeserializeObject.
+  // The stored form of the service's state, for SerializeObject.
   void Pack(LaPacker& packer) const;
-  void Unpack(const msgpack::object& object);
 
  protected:
   struct NotLoaded {};
@@ -122,6 +122,11 @@ class CQeLaLib : public _IQeLaApi {
   // after an edit that failed. Returns the edit's own result.
   template <typename Change>
   auto Edit(Change change);
+
+  // The set of the registry into m_locations. Returns whether it was read whole, and then what it replaced; throws
+  // std::bad_alloc, with m_locations as it was. Failures are told to the error printer. The caller holds the lock.
+  bool ReadStoredSet(CQeLocations& replaced);
+  void LoadWhileConstructing();
 
   void WriteBackMatchedAdapters(const CQeLocation& location, std::uint64_t edits,
                                 const std::vector<std::uint32_t>& matchedAdapters);

@@ -213,9 +213,9 @@ void CQeLaLib::Destroy(CQeLaLib* service) noexcept {
     ::SetEvent(service->m_stopEvent);
   }
   // Taken from the service first, so that the thread, which may own it from then on, neither closes nor signals them.
-  const HANDLE refreshEvent = std::exchange(service->m_refreshEvent, nullptr);
-  const HANDLE stopEvent = std::exchange(service->m_stopEvent, nullptr);
-  const HANDLE thread = std::exchange(service->m_discoveryThread, nullptr);
+  HANDLE refreshEvent = std::exchange(service->m_refreshEvent, nullptr);
+  HANDLE stopEvent = std::exchange(service->m_stopEvent, nullptr);
+  HANDLE thread = std::exchange(service->m_discoveryThread, nullptr);
   if (run != nullptr && run->state.exchange(DiscoveryRun::Inherited) == DiscoveryRun::Running) {
     for (HANDLE handle : {refreshEvent, stopEvent, thread})
       if (handle != nullptr) ::CloseHandle(handle);
@@ -247,7 +247,7 @@ void CQeLaLib::RunDiscovery(const DiscoveryRun& run) noexcept {
   // The event's functions are Winsock's, and no one else in the process may have started it.
   const WinsockGuard winsock;
   AddressChangeListener changes;
-  const HANDLE stopEvent = run.stopEvent.get();
+  HANDLE stopEvent = run.stopEvent.get();
   const HANDLE waits[] = {stopEvent, run.refreshEvent.get(), changes.Event()};
   Task owed = Task::kNone;  // what a pass could not do for want of memory
   while (!run.serviceIsGoing) {

@@ -1,4 +1,7 @@
 // The stored location set: Load and Save.
+#include <new>
+#include <utility>
+
 #include "FwClient/Common/Utilities/ScopeGuards.h"
 #include "FwClient/Common/Utilities/ThreadIdentity.h"
 #include "FwClient/Service/QeLaLib/LaRegistry.h"
@@ -11,13 +14,50 @@ constexpr wchar_t kLaValue[] = L"la";
 
 }  // namespace
 
+bool CQeLaLib::ReadStoredSet(CQeLocations& replaced) {
+  RestoreThreadIdentity();  // where a probe left the thread with a user's, who may not be shown the value
+  ++m_edits;
+  try {
+    std::vector<std::uint8_t> bytes;
+    ReadLaValue(kLaKey, kLaValue, bytes);  // whatever fails leaves no bytes, which load as nothing
+    if (bytes.empty()) return false;
+    replaced = ConvertBytes(m_locations, bytes, [](CQeLocations& locations, const msgpack::object& tree) {
+      LaRecord record(tree);
+      record.Next([&](const msgpack::object& field) { locations.Unpack(field); });
+    });
+    return true;
+  } catch (const std::bad_alloc&) {
+    PrintReadFailure(kClassName);
+    throw;
+  } catch (...) {
+    PrintReadFailure(kClassName);
+    return false;
+  }
+}
+
+void CQeLaLib::LoadWhileConstructing() {
+  const CriticalSectionGuard lock(*m_lock);
+  CQeLocations replaced;
+  ReadStoredSet(replaced);
+  CalculateCurrentLocations();
+}
+
 bool CQeLaLib::Load() {
   const CriticalSectionGuard lock(*m_lock);
-  std::vector<std::uint8_t> bytes;
-  ReadLaValue(kLaKey, kLaValue, bytes);  // whatever fails leaves no bytes, which load as nothing
-  ++m_edits;
-  const bool loaded = DeserializeObject(*this, bytes);
-  CalculateCurrentLocations();
+  CQeLocations replaced;
+  bool loaded = false;
+  try {
+    loaded = ReadStoredSet(replaced);
+  } catch (const std::bad_alloc&) {  // told to the printer
+  }
+  const std::uint64_t edits = m_edits;
+  try {
+    CalculateCurrentLocations();
+  } catch (const std::bad_alloc&) {
+    // A load goes through as a whole or not at all, unless the host has edited what it loaded, inside the calculation.
+    if (loaded && edits == m_edits) m_locations = std::move(replaced);
+    return false;
+  }
   return loaded;
 }
 
@@ -35,9 +75,4 @@ bool CQeLaLib::Save() {
 void CQeLaLib::Pack(LaPacker& packer) const {
   packer.Array(1);
   m_locations.Pack(packer);
-}
-
-void CQeLaLib::Unpack(const msgpack::object& object) {
-  LaRecord record(object);
-  record.Next([&](const msgpack::object& field) { m_locations.Unpack(field); });
 }

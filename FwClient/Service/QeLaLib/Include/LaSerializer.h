@@ -18,8 +18,8 @@ struct ILaSerializer {
 
   // Reads the object from `bytes`. Returns false without a report when `bytes` is empty. Bytes that are no whole
   // MessagePack object leave the object untouched; a value of the wrong type ends the reading there, and what was
-  // read before it stays. Records with fewer fields than expected keep the missing fields' values; further fields
-  // and bytes after the object are ignored.
+  // read before it stays. When memory runs out the object is left exactly as it was. Records with fewer fields than
+  // expected keep the missing fields' values; further fields and bytes after the object are ignored.
   virtual bool DeserializeFromBytes(const std::vector<std::uint8_t>& bytes) = 0;
 
  protected:

@@ -66,8 +66,9 @@ struct _IQeLaApiSmart {
   virtual bool RemoveAllLocations() = 0;
 
   // Replaces the set with the one stored in the registry and calculates the current locations. Returns false, with
-  // the set unchanged, when none is stored; false also when the stored bytes are bad (LaSerializer.h tells what then
-  // stays). Calls nobody back: a change shows at the discovery thread's next wake-up. Lock: yes.
+  // the set unchanged, when none is stored or memory runs out; false also when the stored bytes are bad
+  // (LaSerializer.h tells what then stays). Calls nobody back: a change shows at the discovery thread's next wake-up.
+  // Lock: yes.
   virtual bool Load() = 0;
 
   // Calculates the current locations, wakes the discovery thread if it runs, and writes the set to the registry.
