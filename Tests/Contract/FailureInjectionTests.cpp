@@ -1,15 +1,17 @@
 // Memory that runs out at every single allocation of every operation.
+#include <winsock2.h>
 #include <windows.h>
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <new>
 #include <string>
 #include <vector>
 
-#include "Tests/Contract/ServiceTest.h"
+#include "Tests/Contract/DiscoveryTest.h"
 #include "Tests/Support/HeapWatch.h"
 
 namespace {
@@ -350,10 +352,6 @@ TEST_F(FailureInjection, LoadOfATextThatIsBadKeepsWhatWasConvertedBefore) {
 TEST_F(FailureInjection, ConstructionInGetQeLaApiIsTriedAgainByTheNextCall) {
   m_registry.Put(StoredSet());
   HeapWatch heap(Module());
-  // The first exception of a process makes the runtime initialise locks of its own.
-  heap.FailAt(0);
-  EXPECT_THROW(m_library.SmartApi(), std::bad_alloc);
-  heap.StopFailing();
   const ImportPatch initialize(Module(), "InitializeCriticalSection", &CountInitialize);
   const ImportPatch remove(Module(), "DeleteCriticalSection", &CountDelete);
   g_initialize = initialize.Original<void WINAPI(CRITICAL_SECTION*)>();
@@ -540,5 +538,135 @@ TEST_P(FirstCall, WithATextThatIsBadKeepsWhatWasConvertedBefore) {
 
 INSTANTIATE_TEST_SUITE_P(Exports, FirstCall, ::testing::Bool(),
                          [](const auto& raw) { return raw.param ? "GetQeLaApi" : "GetQeLaApiSmart"; });
+
+// ---- memory that is gone for good ----
+
+// Every load brings a runtime that has never thrown, and every thread here is one that has never thrown.
+class GoneForGood : public FirstCall {
+ protected:
+  // `prepare(world)` runs with memory as usual and returns the operation; that runs on a thread of its own, whose
+  // allocations fail from number n on, for every n. Nothing but std::bad_alloc leaves it, and it can be repeated.
+  template <typename Prepare>
+  static void FailFromEveryPlaceOn(Prepare prepare) {
+    constexpr std::size_t kEnough = 5000;
+    bool failed = true;
+    std::size_t n = 0;
+    for (; failed; ++n) {
+      SCOPED_TRACE(n);
+      ASSERT_LT(n, kEnough);
+      World world;
+      world.registry.Put(PackedSet({First(), Second()}));
+      std::function<void()> operation = prepare(world);
+      {
+        HeapWatch heap(world.library.Module());
+        bool returned = false;
+        OtherThread([&] {
+          heap.FailAt(n, HeapWatch::Failing::FromThenOn);
+          try {
+            operation();
+          } catch (const std::bad_alloc&) {
+          }
+          failed = heap.StopFailing();
+          returned = true;
+        }).Join();
+        // A throw that ends in an overflow of the stack may take the thread alone.
+        ASSERT_TRUE(returned);
+      }
+      operation();
+      operation = nullptr;  // it may hold what the library made
+      Release(world.library);
+      ASSERT_FALSE(HasFailure());
+    }
+    EXPECT_GT(n, 10u);
+  }
+};
+
+TEST_P(GoneForGood, FirstCallThrowsAndTheProcessLivesOn) {
+  FailFromEveryPlaceOn([](World& world) {
+    return [&world] {
+      if (IsRaw())
+        world.library.Api();
+      else
+        world.library.SmartApi();
+    };
+  });
+}
+
+TEST_P(GoneForGood, SaveThrowsOrFailsAndTheProcessLivesOn) {
+  FailFromEveryPlaceOn([](World& world) {
+    _IQeLaApiSmart* const service = Call(world.library);
+    return [service] { service->Save(); };
+  });
+}
+
+// What these throw ends inside.
+TEST_P(GoneForGood, LoadFailsAndTheProcessLivesOn) {
+  FailFromEveryPlaceOn([](World& world) {
+    _IQeLaApiSmart* const service = Call(world.library);
+    return [service] { service->Load(); };
+  });
+}
+
+TEST_P(GoneForGood, ReadingALocationFailsAndTheProcessLivesOn) {
+  FailFromEveryPlaceOn([](World& world) {
+    const std::shared_ptr<_IQeLocation> location = Call(world.library)->CreateLocation();
+    return [location, bytes = First().Pack()] { location->DeserializeFromBytes(bytes); };
+  });
+}
+
+INSTANTIATE_TEST_SUITE_P(Exports, GoneForGood, ::testing::Bool(),
+                         [](const auto& raw) { return raw.param ? "GetQeLaApi" : "GetQeLaApiSmart"; });
+
+// The discovery thread, each time a new one, whose memory is gone from one place of its pass to the end of the pass.
+class ThreadWithoutMemoryForGood : public DiscoveryTest {
+ protected:
+  ThreadWithoutMemoryForGood() {
+    s_heap = &m_heap;
+    s_wait = m_wait.Original<DWORD WINAPI(DWORD, const HANDLE*, BOOL, DWORD)>();
+  }
+
+  // The host has memory, and so have the fakes of the next pass.
+  static void Callback(std::shared_ptr<_IEnumQeLocations> locations) {
+    s_heap->StopFailing();
+    HostCallback::First(std::move(locations));
+  }
+  static DWORD WINAPI Wait(DWORD count, const HANDLE* handles, BOOL all, DWORD ms) {
+    s_failed = s_heap->StopFailing() || s_failed;
+    return s_wait(count, handles, all, ms);
+  }
+
+  static inline HeapWatch* s_heap;
+  static inline std::atomic<bool> s_failed;
+  static inline DWORD(WINAPI* s_wait)(DWORD, const HANDLE*, BOOL, DWORD);
+  HeapWatch m_heap{Module()};
+  ImportPatch m_wait{Module(), "WaitForMultipleObjects", &Wait};
+};
+
+TEST_F(ThreadWithoutMemoryForGood, LosesAtMostThePassAndNeverEndsTheProcess) {
+  const Ids office{L"a location whose identifier is too long for a string without memory"};
+  Store(office[0].c_str(), kOfficeGateway);
+  std::size_t rounds = 0;
+  do {
+    SCOPED_TRACE(++rounds);
+    ASSERT_LT(rounds, 2000u);
+    s_failed = false;
+    StartDiscovery(&Callback);
+    m_adapters.OnCall([&] {
+      m_heap.FailAt(rounds - 1, HeapWatch::Failing::FromThenOn);
+      m_adapters.OnCall(nullptr);
+    });
+    Join({kOffice});
+    FireAddressChange();
+    FireAddressChange();
+    ExpectCallbackWith(office);
+    Join({});
+    FireAddressChange();
+    ExpectCallbackWith({});
+    ExpectNoCallback();
+    EXPECT_TRUE(Service().StopDiscovery());
+    ASSERT_FALSE(HasFailure());
+  } while (s_failed);
+  EXPECT_GT(rounds, 10u);
+}
 
 }  // namespace

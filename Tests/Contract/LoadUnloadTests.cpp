@@ -16,12 +16,14 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "Tests/Contract/DiscoveryTest.h"
+#include "Tests/Support/HeapWatch.h"
 
 namespace {
 
@@ -75,6 +77,17 @@ class LoadWatch {
   LoadWatch(const LoadWatch&) = delete;
   LoadWatch& operator=(const LoadWatch&) = delete;
 
+  // The allocation number `n` of each load fails, or it and all later ones of the load; 0 is the first.
+  void FailAt(std::ptrdiff_t n, bool fromThenOn) {
+    m_failAt = n;
+    m_fromThenOn = fromThenOn;
+  }
+  // From here on there is memory again. Returns whether an allocation has failed.
+  bool StopFailing() {
+    m_failAt = -1;
+    return m_failed;
+  }
+
   int Loads() const { return m_loads; }
   std::size_t BytesLeft() const {
     std::size_t bytes = 0;
@@ -110,6 +123,7 @@ class LoadWatch {
     patches.clear();
     if (reason != kLoaded) return;
     ++s_current->m_loads;
+    s_current->m_allocations = 0;
     const auto patch = [&](const char* function, auto* replacement) {
       patches.push_back(std::make_unique<ImportPatch>(static_cast<HMODULE>(data->base), function, replacement));
     };
@@ -132,10 +146,23 @@ class LoadWatch {
     s_current->m_blocks.erase(block);
     return block;
   }
-  static void* Malloc(std::size_t bytes) { return Taken(std::malloc(bytes), bytes); }
-  static void* Calloc(std::size_t count, std::size_t bytes) { return Taken(std::calloc(count, bytes), count * bytes); }
-  static void* Realloc(void* block, std::size_t bytes) { return Taken(std::realloc(Given(block), bytes), bytes); }
+  static bool Fails() {
+    LoadWatch& self = *s_current;
+    if (self.m_failAt < 0) return false;
+    const std::ptrdiff_t number = self.m_allocations++;
+    const bool fails = self.m_fromThenOn ? number >= self.m_failAt : number == self.m_failAt;
+    if (fails) self.m_failed = true;
+    return fails;
+  }
+  static void* Malloc(std::size_t bytes) { return Fails() ? nullptr : Taken(std::malloc(bytes), bytes); }
+  static void* Calloc(std::size_t count, std::size_t bytes) {
+    return Fails() ? nullptr : Taken(std::calloc(count, bytes), count * bytes);
+  }
+  static void* Realloc(void* block, std::size_t bytes) {
+    return Fails() ? nullptr : Taken(std::realloc(Given(block), bytes), bytes);
+  }
   static char* Strdup(const char* text) {
+    if (Fails()) return nullptr;
     return static_cast<char*>(Taken(::_strdup(text), std::string_view(text).size() + 1));
   }
   static void Free(void* block) { std::free(Given(block)); }
@@ -153,6 +180,10 @@ class LoadWatch {
   std::map<void*, std::size_t> m_blocks;
   std::atomic<int> m_slots{0};
   int m_loads = 0;
+  std::ptrdiff_t m_failAt = -1;
+  std::ptrdiff_t m_allocations = 0;
+  bool m_fromThenOn = false;
+  bool m_failed = false;
   void* m_cookie = nullptr;
   std::vector<std::unique_ptr<ImportPatch>> m_patches;
 };
@@ -198,7 +229,8 @@ const Visit kVisits[] = {
        library.Api()->RemoveAllLocations();
        EXPECT_EQ(library.Api()->Release(), 0u);
      }},
-    {"WithDiscovery", [](ServiceLibrary& library) {
+    {"WithDiscovery",
+     [](ServiceLibrary& library) {
        const std::shared_ptr<_IQeLaApiSmart> service = library.SmartApi();
        EXPECT_TRUE(service->StartDiscovery(&HostCallback::First));
        EXPECT_TRUE(service->StopDiscovery());
@@ -307,6 +339,69 @@ TEST_F(UnloadWithThread, StopLetsTheLibraryGo) {
   m_library.Unload();
   EXPECT_FALSE(IsLoaded());
 }
+
+// A library that loaded works, and throws where memory is gone, on a thread that never threw.
+bool SavesAndThrowsWithoutMemory() {
+  const ServiceLibrary library;
+  const std::shared_ptr<_IQeLaApiSmart> service = library.SmartApi();
+  service->AddLocation(service->CreateLocation());
+  bool saved = true;
+  HeapWatch heap(library.Module());
+  OtherThread([&] {
+    heap.FailAt(0, HeapWatch::Failing::FromThenOn);
+    try {
+      saved = service->Save();
+    } catch (const std::bad_alloc&) {
+      saved = false;
+    }
+    heap.StopFailing();
+  }).Join();
+  return !saved && service->Save();
+}
+
+// Loads the library in a process of its own while one allocation of the load fails, or it and all that follow. The last
+// value is that for a load which makes fewer allocations.
+enum LoadOutcome : int { kLoadFails = 100, kLoadedAndWorks, kNothingFailed };
+int LoadWithoutMemoryOutcome(std::ptrdiff_t n, bool fromThenOn) {
+  int outcome = 0;
+  EXPECT_EXIT(
+      {
+        const LogRecorder log;
+        const RedirectedMachineHive registry;
+        LoadWatch watch;
+        watch.FailAt(n, fromThenOn);
+        const HMODULE module = ::LoadLibraryW(L"QeLaLib.dll");
+        if (!watch.StopFailing()) std::exit(kNothingFailed);
+        // In a process of its own, so that nothing has to be given back.
+        if (module == nullptr) ::ExitProcess(kLoadFails);
+        ::ExitProcess(SavesAndThrowsWithoutMemory() ? kLoadedAndWorks : 1);
+      },
+      [&](int code) {
+        outcome = code;
+        return true;
+      },
+      "");
+  return outcome;
+}
+
+class LoadWithoutMemory : public ::testing::TestWithParam<bool> {};
+
+TEST_P(LoadWithoutMemory, FailsOrGivesALibraryThatWorksAndNeverEndsTheHost) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  constexpr int kMost = 24;  // a fixed number: the processes find their own one by counting
+  int failed = 0;
+  int outcome = 0;
+  for (int n = 0; n < kMost; ++n) {
+    outcome = LoadWithoutMemoryOutcome(n, GetParam());
+    EXPECT_TRUE(outcome >= kLoadFails && outcome <= kNothingFailed) << "allocation " << n << ": ended with " << outcome;
+    if (outcome == kLoadFails) ++failed;
+  }
+  EXPECT_EQ(outcome, kNothingFailed) << "a load makes more allocations than were tried";
+  EXPECT_GT(failed, 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Failing, LoadWithoutMemory, ::testing::Bool(),
+                         [](const auto& fromThenOn) { return fromThenOn.param ? "FromThenOn" : "Once"; });
 
 // A process that ends while both instances discover: the system has ended their threads by then, wherever they were.
 TEST(ProcessEnd, DoesNotWaitForThreadsThatAreNoMore) {

@@ -14,6 +14,8 @@
 #include <array>
 #include <cstdlib>
 
+#include "FwClient/Service/QeLaLib/RuntimeThrow.h"
+
 namespace __gnu_cxx {
 void __freeres();  // NOLINT(misc-use-internal-linkage): it is the runtime's own, which no header declares
 }
@@ -56,5 +58,5 @@ void EndThisThreadForTheRuntime() noexcept {
 
 extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD reason, void* reserved) {
   if (reason == DLL_PROCESS_DETACH) g_processEnds = reserved != nullptr;
-  return TRUE;
+  return reason != DLL_PROCESS_ATTACH || CanThrowWithoutMemory();
 }
