@@ -234,6 +234,18 @@ const Visit kVisits[] = {
        const std::shared_ptr<_IQeLaApiSmart> service = library.SmartApi();
        EXPECT_TRUE(service->StartDiscovery(&HostCallback::First));
        EXPECT_TRUE(service->StopDiscovery());
+     }},
+    // Bytes that are no set make it throw inside, on the thread that loads it and on one that is gone before it is.
+    {"WithExceptions", [](ServiceLibrary& library) {
+       const std::shared_ptr<_IQeLocation> location = library.SmartApi()->CreateLocation();
+       EXPECT_FALSE(location->DeserializeFromBytes({0xc1}));
+       // A plain thread: the test's own thread library would keep a handle.
+       const auto throwInside = [](void* argument) -> DWORD {
+         return static_cast<_IQeLocation*>(argument)->DeserializeFromBytes({0xc1}) ? 1 : 0;
+       };
+       HANDLE thread = ::CreateThread(nullptr, 0, throwInside, location.get(), 0, nullptr);
+       EXPECT_EQ(::WaitForSingleObject(thread, 10'000), WAIT_OBJECT_0);
+       ::CloseHandle(thread);
      }}};
 
 class LoadUnloadAfter : public LoadUnload, public ::testing::WithParamInterface<Visit> {};
