@@ -5,6 +5,7 @@
 
 #include "FwClient/Common/Utilities/UniqueHandle.h"
 #include "Tests/Support/ImportPatch.h"
+#include "Tests/Support/RedirectedMachineHive.h"
 #include "Tools/qela/CommandError.h"
 #include "Tools/qela/Commands.h"
 #include "Tools/qela/Service.h"
@@ -14,34 +15,9 @@ namespace {
 
 using testing::HasSubstr;
 
-constexpr const wchar_t* kMachineKey = L"Software\\QelaFailureTests";
-constexpr const wchar_t* kSetKey = L"SOFTWARE\\Corvane\\Tessel\\Firewall\\LA";
-
 class QelaFailure : public testing::Test {
  protected:
-  void SetUp() override {
-    ::RegDeleteTreeW(HKEY_CURRENT_USER, kMachineKey);
-    ASSERT_EQ(::RegCreateKeyExW(HKEY_CURRENT_USER, kMachineKey, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, m_machine.put(),
-                                nullptr),
-              ERROR_SUCCESS);
-    ASSERT_EQ(::RegOverridePredefKey(HKEY_LOCAL_MACHINE, m_machine.get()), ERROR_SUCCESS);
-  }
-  void TearDown() override {
-    ::RegOverridePredefKey(HKEY_LOCAL_MACHINE, nullptr);
-    m_machine.reset();
-    ::RegDeleteTreeW(HKEY_CURRENT_USER, kMachineKey);
-  }
-
-  static void Store(const std::vector<BYTE>& bytes) {
-    UniqueRegKey key;
-    ASSERT_EQ(
-        ::RegCreateKeyExW(HKEY_LOCAL_MACHINE, kSetKey, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, key.put(), nullptr),
-        ERROR_SUCCESS);
-    ASSERT_EQ(::RegSetValueExW(key.get(), L"la", 0, REG_BINARY, bytes.data(), static_cast<DWORD>(bytes.size())),
-              ERROR_SUCCESS);
-  }
-
-  UniqueRegKey m_machine;
+  RedirectedMachineHive m_registry;
 };
 
 HMODULE Library() { return ::GetModuleHandleW(L"QeLaLib.dll"); }
@@ -81,7 +57,7 @@ TEST_F(QelaFailure, ASetThatAnotherProgramChangedMeanwhileIsNotOverwritten) {
   Service service(false);
   service.RequireReadableSet();
   const std::vector<BYTE> other = {0x91, 0x91, 0x90};
-  Store(other);
+  m_registry.Put(other);
   const CommandError failure = FailureOf([&] { service.Save(); });
   EXPECT_EQ(failure.Code(), kFailed);
   EXPECT_THAT(failure.what(), HasSubstr("changed by another program"));
@@ -98,7 +74,7 @@ TEST_F(QelaFailure, ASetThatWindowsDoesNotShowIsNotTakenForNone) {
 }
 
 TEST_F(QelaFailure, ASetThatGrowsWhileItIsReadIsReadWhole) {
-  Store({1, 2, 3, 4, 5});
+  m_registry.Put({1, 2, 3, 4, 5});
   static decltype(&::RegQueryValueExW) query;
   static int calls;
   calls = 0;
@@ -119,7 +95,7 @@ TEST_F(QelaFailure, ALocationThatTheLibraryDoesNotTakeBackIsToldAndKept) {
   const std::vector<BYTE> stored = {0x91, 0x91, 0x91, 0x96, 0x99, 0x90, 0x92, 0xa8, '1',  '0', '.',  '0',  '.',
                                     '0',  '.',  '1',  0xa8, '1',  '0',  '.',  '0',  '.',  '0', '.',  '1',  0x90,
                                     0x90, 0x90, 0x90, 0x90, 0x90, 0xc2, 0xa1, 'i',  0xa1, 'n', 0xa0, 0xc3, 0x90};
-  Store(stored);
+  m_registry.Put(stored);
   Options options;
   options.command = Command::kDisableLocation;
   options.location = L"n";

@@ -1,9 +1,32 @@
+#include "Tests/Support/RedirectedMachineHive.h"
+
 #include <gtest/gtest.h>
 
-#include "Tests/Support/ServiceLibrary.h"
+#include <cstdlib>
 
-RedirectedMachineHive::RedirectedMachineHive()
-    : m_path(L"Software\\QeLaLibTests\\" + std::to_wstring(::GetCurrentProcessId())) {
+#include "Tests/Support/ServiceLibrary.h"
+#include "Tests/Support/UniqueName.h"
+
+namespace {
+
+// Of the one that lives; empty without one.
+std::wstring& LivingPath() {
+  static std::wstring s_path;
+  return s_path;
+}
+
+void Remove() {
+  if (!LivingPath().empty()) ::RegDeleteTreeW(HKEY_CURRENT_USER, LivingPath().c_str());
+  LivingPath().clear();
+}
+
+}  // namespace
+
+RedirectedMachineHive::RedirectedMachineHive() : m_path(L"Software\\QeLaLibTests-" + UniqueName()) {
+  EXPECT_EQ(LivingPath(), L"") << "two hives in one process";
+  LivingPath() = m_path;
+  static const int s_registered = std::atexit(&Remove);
+  EXPECT_EQ(s_registered, 0);
   ::RegDeleteTreeW(HKEY_CURRENT_USER, m_path.c_str());  // of an earlier process with this number, if it crashed
   EXPECT_EQ(
       ::RegCreateKeyExW(HKEY_CURRENT_USER, m_path.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &m_key, nullptr),
@@ -14,7 +37,7 @@ RedirectedMachineHive::RedirectedMachineHive()
 RedirectedMachineHive::~RedirectedMachineHive() {
   ::RegOverridePredefKey(HKEY_LOCAL_MACHINE, nullptr);
   ::RegCloseKey(m_key);
-  ::RegDeleteTreeW(HKEY_CURRENT_USER, m_path.c_str());
+  Remove();
 }
 
 void RedirectedMachineHive::Put(const std::vector<std::uint8_t>& bytes, DWORD type) {

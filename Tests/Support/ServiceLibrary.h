@@ -16,6 +16,7 @@
 
 #include "FwClient/Service/QeLaLib/Include/QeLaApi.h"
 #include "Tests/Support/ImportPatch.h"
+#include "Tests/Support/RedirectedMachineHive.h"
 
 // QeLaLib.dll from the folder of the test program. The exports' instances live as long as the library stays loaded, so
 // a test declares this first and its patches after it.
@@ -115,24 +116,6 @@ class FakeRegistry {
   std::vector<HKEY> m_openKeys;
   std::uintptr_t m_nextKey = 0x51A00;
   std::vector<std::unique_ptr<ImportPatch>> m_patches;
-};
-
-// HKEY_LOCAL_MACHINE of this process is an empty key of the current user's hive while this lives; the key is removed
-// afterwards. For tests of the real registry; several test programs may run side by side.
-class RedirectedMachineHive {
- public:
-  RedirectedMachineHive();
-  ~RedirectedMachineHive();
-  RedirectedMachineHive(const RedirectedMachineHive&) = delete;
-  RedirectedMachineHive& operator=(const RedirectedMachineHive&) = delete;
-
-  void Put(const std::vector<std::uint8_t>& bytes, DWORD type = REG_BINARY);
-  bool HasKey() const;
-  std::optional<std::vector<std::uint8_t>> Value() const;
-
- private:
-  std::wstring m_path;
-  HKEY m_key = nullptr;
 };
 
 // Notes every handle that the module opens and closes while it lives: events, threads, copies of both, registry keys,

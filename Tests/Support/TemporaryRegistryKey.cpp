@@ -2,9 +2,11 @@
 
 #include <gtest/gtest.h>
 
-TemporaryRegistryKey::TemporaryRegistryKey(REGSAM view) : m_view(view) {
-  static int s_count = 0;
-  m_path = L"SOFTWARE\\QeLaTests-" + std::to_wstring(::GetCurrentProcessId()) + L"-" + std::to_wstring(++s_count);
+#include "Tests/Support/UniqueName.h"
+
+TemporaryRegistryKey::TemporaryRegistryKey(REGSAM view) : m_path(L"SOFTWARE\\QeLaTests-" + UniqueName()), m_view(view) {
+  // Of an earlier process with this number, if it crashed.
+  ::RegDeleteKeyExW(HKEY_LOCAL_MACHINE, m_path.c_str(), m_view, 0);
   EXPECT_EQ(::RegCreateKeyExW(HKEY_LOCAL_MACHINE, m_path.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS | m_view, nullptr,
                               &m_key, nullptr),
             ERROR_SUCCESS);

@@ -10,29 +10,17 @@
 #include <vector>
 
 #include "Tests/Support/ImportPatch.h"
+#include "Tests/Support/RedirectedMachineHive.h"
 
 namespace {
 
 using Bytes = std::vector<std::uint8_t>;
 
-// HKEY_LOCAL_MACHINE is a key of this user while a test runs.
 class LaRegistryRoundTrip : public testing::Test {
  protected:
-  void SetUp() override {
-    HKEY root = nullptr;
-    ASSERT_EQ(::RegCreateKeyExW(HKEY_CURRENT_USER, kRoot, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &root, nullptr),
-              ERROR_SUCCESS);
-    ASSERT_EQ(::RegOverridePredefKey(HKEY_LOCAL_MACHINE, root), ERROR_SUCCESS);
-    ::RegCloseKey(root);
-  }
-  void TearDown() override {
-    ::RegOverridePredefKey(HKEY_LOCAL_MACHINE, nullptr);
-    ::RegDeleteTreeW(HKEY_CURRENT_USER, kRoot);
-    ::RegDeleteKeyW(HKEY_CURRENT_USER, kRoot);
-  }
-
-  static constexpr wchar_t kRoot[] = L"Software\\LaRegistryTests";
   static constexpr wchar_t kKey[] = L"SOFTWARE\\Some\\Key";
+
+  RedirectedMachineHive m_hive;
 };
 
 TEST_F(LaRegistryRoundTrip, ReadsWhatWasWritten) {

@@ -17,6 +17,7 @@
 #include "FwClient/Common/Utilities/UniqueHandle.h"
 #include "Tests/Support/ImportPatch.h"
 #include "Tests/Support/LogRecorder.h"
+#include "Tests/Support/UniqueName.h"
 
 namespace {
 
@@ -228,8 +229,8 @@ std::string WithoutTime(const std::string& line) { return line.substr(line.find(
 class LogLibOutput : public testing::Test {
  protected:
   void SetUp() override {
-    m_folder = std::filesystem::temp_directory_path() /
-               (L"LogLib B\u00fcro \u65e5 " + std::to_wstring(::GetCurrentProcessId()));
+    m_folder = std::filesystem::temp_directory_path() / (L"LogLib B\u00fcro \u65e5 " + UniqueName());
+    std::filesystem::remove_all(m_folder);  // of an earlier process with this number, if it crashed
     std::filesystem::create_directories(m_folder);
     m_errors = ::CreateFileW((m_folder / L"stderr").c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
                              CREATE_ALWAYS, 0, nullptr);
