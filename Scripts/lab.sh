@@ -19,6 +19,7 @@ if [ "${1:-}" = --inside-own-network ]; then
     cp "$file" "$own/"
     mount --bind "$own/$(basename "$file")" "$file"
   done
+  rm -r "$own" # what is mounted stays
   mount -t tmpfs tmpfs /run/netns
 fi
 [ $# -gt 0 ] || { echo "usage: lab.sh [--own-network] COMMAND [ARGUMENT...]" >&2; exit 2; }

@@ -5,6 +5,7 @@ set -euo pipefail
 source=$1
 work=$(mktemp -d)
 mount -t tmpfs tmpfs "$work"
+trap 'umount -l "$work" && rmdir "$work"' EXIT
 
 # A checkout of ./dev and its scripts, with a toolchain that is ready and a way into it that only tells of itself.
 mkdir -p "$work/checkout" "$work/cache" "$work/tools"
