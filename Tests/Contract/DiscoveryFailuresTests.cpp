@@ -457,7 +457,7 @@ class ThreadWithoutMemory : public DiscoveryTest {
   }
   // What the host was told since, until the thread waits without an end. Sets `failed`.
   std::vector<Ids> Told(bool& failed) {
-    while (m_waits.Waits().back().ms != INFINITE) EXPECT_TRUE(m_waits.WaitForCount(m_waits.Count() + 1));
+    EXPECT_TRUE(m_waits.WaitForEndlessWait());
     failed = m_heap.StopFailing();
     m_log.OnEvent(nullptr);
     std::vector<Ids> told;

@@ -35,6 +35,12 @@ bool WaitWatch::WaitForCount(std::size_t count) const {
   return m_begun.wait_for(lock, std::chrono::seconds(10), [&] { return m_waits.size() >= count; });
 }
 
+bool WaitWatch::WaitForEndlessWait() const {
+  std::unique_lock lock(m_mutex);
+  return m_begun.wait_for(lock, std::chrono::seconds(10),
+                          [&] { return !m_waits.empty() && m_waits.back().ms == INFINITE; });
+}
+
 void WaitWatch::OnWait(std::function<void()> hook) {
   const std::lock_guard lock(m_mutex);
   m_hook = std::move(hook);
