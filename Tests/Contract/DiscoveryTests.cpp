@@ -356,7 +356,7 @@ TEST_F(Discovery, LogSinkMayWaitForTheOtherInstanceToDecide) {
   for (const wchar_t* line : {kRaising, kSkipped}) {
     SCOPED_TRACE(line);
     const std::size_t decided = m_log.Count(kSkipped) + (line == kRaising ? 0 : 1);
-    m_log.OnEvent([&, line](const LoggedEvent& event) {
+    m_log.OnEvent([&, line, decided](const LoggedEvent& event) {
       if (event.text != line) return;
       m_log.OnEvent(nullptr);
       EXPECT_TRUE(raw.Save());

@@ -33,7 +33,8 @@ class WaitWatch {
   // Waits until that many have begun in all. False when it takes over 10 seconds.
   bool WaitForCount(std::size_t count) const;
 
-  // Waits until the newest one has no end, so that only a signal goes on from there. False when it takes over 10 seconds.
+  // Waits until the newest one has no end, so that only a signal goes on from there. False when it takes over 10
+  // seconds.
   bool WaitForEndlessWait() const;
 
   // Called when a wait has been noted and before it begins, on its thread.
