@@ -151,14 +151,4 @@ TEST_F(TasklistQuery, PassesOtherNamesOnAsTheyAre) {
   }
 }
 
-TEST_F(TasklistQuery, GivesTheSystemDirectoryHoweverLong) {
-  std::wstring path = L"before";
-  user.systemDirectory.assign(700, L'd');
-  EXPECT_TRUE(GetSystemDirectoryPath(path));
-  EXPECT_EQ(path, user.systemDirectory);
-  windows.Fail("GetSystemDirectoryW", ERROR_NOT_ENOUGH_MEMORY, 3);
-  EXPECT_FALSE(GetSystemDirectoryPath(path));
-  EXPECT_EQ(path, user.systemDirectory);
-}
-
 }  // namespace

@@ -15,6 +15,3 @@ bool FindProcessIdWithTasklist(const std::wstring& imageName, DWORD* processId);
 // The same for tasklist's output, for tests: lines of quoted fields separated by commas, image name and id first.
 // Other lines are skipped.
 bool FindProcessIdInCsv(std::string_view text, const std::wstring& imageName, DWORD* processId);
-
-// The system directory, without a trailing backslash. False, with `path` as it was, when Windows does not tell.
-bool GetSystemDirectoryPath(std::wstring& path);
