@@ -10,8 +10,8 @@
 
 #include "FwClient/Common/Utilities/UniqueHandle.h"
 #include "FwClient/Service/QeLaLib/HttpsHandles.h"
+#include "FwClient/Service/QeLaLib/InteractiveUser.h"
 #include "FwClient/Service/QeLaLib/QeLaLib.h"
-#include "FwClient/Service/QeLaLib/TasklistQuery.h"
 #include "FwClient/Service/QeLaLib/UserProxyContext.h"
 #include "FwClient/Service/QeLaLib/ValidateHttpsConnection.h"
 #include "Tests/Support/ImportPatch.h"

@@ -1,4 +1,4 @@
-#include "FwClient/Service/QeLaLib/TasklistQuery.h"
+#include "FwClient/Service/QeLaLib/InteractiveUser.h"
 
 #include "Tests/Support/ScriptedHttps.h"
 

@@ -3,8 +3,8 @@
 #include "FwClient/Common/Utilities/ThreadIdentity.h"
 #include "FwClient/Service/QeLaLib/ClientCertificate.h"
 #include "FwClient/Service/QeLaLib/HttpsRequest.h"
+#include "FwClient/Service/QeLaLib/InteractiveUser.h"
 #include "FwClient/Service/QeLaLib/LaLog.h"
-#include "FwClient/Service/QeLaLib/UserProxyContext.h"
 
 namespace {
 

@@ -1,4 +1,6 @@
-#include "FwClient/Service/QeLaLib/TasklistQuery.h"
+#include "FwClient/Service/QeLaLib/InteractiveUser.h"
+
+#include <tlhelp32.h>
 
 #include <algorithm>
 #include <array>
@@ -9,11 +11,60 @@
 
 namespace {
 
-constexpr DWORD kOutputBytes = 4096;
+// The image name of the user's shell. Only a plain string counts: an expandable one would need the user's environment.
+std::wstring ShellImageName() {
+  constexpr DWORD kBufferBytes = 520;
+  // One character more than is offered, since registry text need not be terminated.
+  wchar_t text[kBufferBytes / sizeof(wchar_t) + 1] = L"";
+  UniqueRegKey key;
+  if (::RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\Winlogon", 0, KEY_READ,
+                      key.put()) != ERROR_SUCCESS)
+    return L"explorer.exe";
+  DWORD type = REG_NONE;
+  DWORD size = kBufferBytes;
+  if (::RegQueryValueExW(key.get(), L"Shell", nullptr, &type, reinterpret_cast<BYTE*>(text), &size) != ERROR_SUCCESS ||
+      type != REG_SZ)
+    return L"explorer.exe";
+  text[size / sizeof(wchar_t)] = L'\0';
+  return text;
+}
+
+struct SnapshotTraits {
+  using Handle = HANDLE;
+  static Handle Invalid() noexcept { return INVALID_HANDLE_VALUE; }
+  static void Close(Handle handle) noexcept { ::CloseHandle(handle); }
+};
+using UniqueSnapshot = UniqueHandle<SnapshotTraits>;
+
+struct ModuleTraits {
+  using Handle = HMODULE;
+  static Handle Invalid() noexcept { return nullptr; }
+  static void Close(Handle handle) noexcept { ::FreeLibrary(handle); }
+};
+using UniqueModule = UniqueHandle<ModuleTraits>;
+
+// The way of 32-bit systems.
+bool FindProcessIdWithToolhelp(const std::wstring& imageName, DWORD* processId) {
+  const UniqueSnapshot snapshot(::CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
+  if (!snapshot) return false;
+  PROCESSENTRY32W entry{};
+  entry.dwSize = sizeof entry;
+  // The first entry, which is the system's idle process, is never compared.
+  if (!::Process32FirstW(snapshot.get(), &entry)) return false;
+  while (::Process32NextW(snapshot.get(), &entry)) {
+    if (imageName != entry.szExeFile) continue;
+    *processId = entry.th32ProcessID;
+    return true;
+  }
+  return false;
+}
+
+// From here on the way of 64-bit systems: tasklist.
+constexpr DWORD kTasklistOutputBytes = 4096;
 
 // What tasklist may take. It asks other services of the system, so it can be slow, and it must not hold this one.
-constexpr ULONGLONG kOutputLimitMs = 30000;
-constexpr DWORD kPollMs = 10;
+constexpr ULONGLONG kTasklistLimitMs = 30000;
+constexpr DWORD kTasklistPollMs = 10;
 
 struct Pipe {
   UniqueKernelHandle read;
@@ -40,7 +91,7 @@ struct Tasklist {
   UniqueKernelHandle thread;
 };
 
-bool Start(Tasklist& tasklist, const std::wstring& imageName) {
+bool StartTasklist(Tasklist& tasklist, const std::wstring& imageName) {
   std::wstring program;
   if (!MakePipe(tasklist.output, ParentEnd::kRead) || !MakePipe(tasklist.input, ParentEnd::kWrite) ||
       !GetSystemDirectoryPath(program))
@@ -76,24 +127,24 @@ bool WaitForOutput(HANDLE pipe, ULONGLONG deadline) {
   DWORD available = 0;
   while (::PeekNamedPipe(pipe, nullptr, 0, nullptr, &available, nullptr) && available == 0) {
     if (::GetTickCount64() >= deadline) return false;
-    ::Sleep(kPollMs);
+    ::Sleep(kTasklistPollMs);
   }
   return true;
 }
 
 // Reads until the child ends, says nothing for too long or has filled the buffer. More is not needed: only processes
 // of the one image name are listed, and the first is taken. A child that has more to say ends when its pipe closes.
-std::size_t ReadOutput(const Tasklist& tasklist, std::array<char, kOutputBytes>& buffer) {
-  const ULONGLONG deadline = ::GetTickCount64() + kOutputLimitMs;
+std::size_t ReadOutput(const Tasklist& tasklist, std::array<char, kTasklistOutputBytes>& buffer) {
+  const ULONGLONG deadline = ::GetTickCount64() + kTasklistLimitMs;
   HANDLE pipe = tasklist.output.read.get();
   DWORD used = 0;
-  while (used < kOutputBytes) {
+  while (used < kTasklistOutputBytes) {
     if (!WaitForOutput(pipe, deadline)) {
       ::TerminateProcess(tasklist.process.get(), 1);
       break;
     }
     DWORD count = 0;
-    if (!::ReadFile(pipe, buffer.data() + used, kOutputBytes - used, &count, nullptr) || count == 0) break;
+    if (!::ReadFile(pipe, buffer.data() + used, kTasklistOutputBytes - used, &count, nullptr) || count == 0) break;
     used += count;
   }
   return used;
@@ -118,6 +169,39 @@ bool Equals(const std::string& field, const std::wstring& imageName) {
 
 }  // namespace
 
+HRESULT GetInteractiveUserToken(HANDLE* token) {
+  *token = nullptr;
+  const std::wstring imageName = ShellImageName();
+  DWORD processId = 0;
+  const bool found = IsWow64SystemDirectoryPresent() ? FindProcessIdWithTasklist(imageName, &processId) && processId > 0
+                                                     : FindProcessIdWithToolhelp(imageName, &processId);
+  if (!found) return E_FAIL;
+  const UniqueKernelHandle process(::OpenProcess(PROCESS_QUERY_INFORMATION | PROCESS_VM_READ, FALSE, processId));
+  if (!process) return E_FAIL;
+  UniqueKernelHandle opened;
+  if (!::OpenProcessToken(process.get(), TOKEN_ASSIGN_PRIMARY | TOKEN_DUPLICATE | TOKEN_QUERY, opened.put()))
+    return E_FAIL;
+  *token = opened.release();
+  return S_OK;
+}
+
+bool IsWow64SystemDirectoryPresent() {
+  OSVERSIONINFOW version{};
+  version.dwOSVersionInfoSize = sizeof version;
+  if (!::GetVersionExW(&version)) return false;
+  // Systems older than these do not know the function.
+  if (version.dwMajorVersion < 4 && (version.dwMajorVersion < 3 || version.dwMinorVersion == 0)) return false;
+
+  const UniqueModule kernel(::LoadLibraryW(L"kernel32.dll"));
+  if (!kernel) return false;
+  const auto getDirectory = reinterpret_cast<UINT(WINAPI*)(LPWSTR, UINT)>(
+      reinterpret_cast<void*>(::GetProcAddress(kernel.get(), "GetSystemWow64DirectoryW")));
+  if (getDirectory == nullptr) return false;
+  // Where the directory exists, the answer is the size that it would need.
+  wchar_t oneCharacter[1] = L"";
+  return getDirectory(oneCharacter, 1) != 0;
+}
+
 // The image name comes from the registry, from a place that only administrators can write. No command interpreter reads
 // the command line, so the only special characters are those of tasklist's own argument rules. A quote would end the
 // filter, and what follows would be arguments of their own (another computer to ask, for example). No image name holds
@@ -127,8 +211,8 @@ bool Equals(const std::string& field, const std::wstring& imageName) {
 bool FindProcessIdWithTasklist(const std::wstring& imageName, DWORD* processId) {
   if (imageName.find(L'"') != std::wstring::npos) return false;
   Tasklist tasklist;
-  if (!Start(tasklist, imageName)) return false;
-  std::array<char, kOutputBytes> buffer;
+  if (!StartTasklist(tasklist, imageName)) return false;
+  std::array<char, kTasklistOutputBytes> buffer;
   const std::size_t size = ReadOutput(tasklist, buffer);
   return FindProcessIdInCsv({buffer.data(), size}, imageName, processId);
 }
