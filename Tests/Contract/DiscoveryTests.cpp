@@ -353,17 +353,22 @@ TEST_F(Discovery, LogSinkMayWaitForTheOtherInstanceToDecide) {
   EXPECT_TRUE(Service().Load());
   StartDiscovery(Service(), &HostCallback::First);
   StartDiscovery(raw, &HostCallback::Second);
+  Gate gates[2];
   for (const wchar_t* line : {kRaising, kSkipped}) {
     SCOPED_TRACE(line);
     const std::size_t decided = m_log.Count(kSkipped) + (line == kRaising ? 0 : 1);
+    Gate& gate = gates[line == kRaising ? 0 : 1];
     m_log.OnEvent([&, line, decided](const LoggedEvent& event) {
       if (event.text != line) return;
       m_log.OnEvent(nullptr);
       EXPECT_TRUE(raw.Save());
       EXPECT_TRUE(m_log.WaitFor(kSkipped, decided + 1)) << "the other instance cannot decide";
+      gate.Pass();
     });
     Join({kOffice});
-    Save();
+    EXPECT_TRUE(Service().Save());
+    EXPECT_TRUE(gate.WaitUntilReached());
+    gate.Open();
     EXPECT_EQ(m_log.Count(kRaising), 1u);
   }
   ExpectCallbackWith({L"A"}, 0);
