@@ -2,9 +2,7 @@
 
 #include <algorithm>
 
-#include "FwClient/Service/QeLaLib/AddressSpecification.h"
 #include "FwClient/Service/QeLaLib/LaLog.h"
-#include "FwClient/Service/QeLaLib/QeLaLib.h"
 
 bool IsAnyAdapterOfMediaType(const std::vector<AdapterProps>& adapters, std::uint8_t mask,
                              const std::vector<std::uint32_t>& ifIndexes) {
@@ -24,24 +22,3 @@ std::vector<std::wstring> CollectMacAddresses(const std::vector<AdapterProps>& a
     all.insert(all.end(), adapter.macAddresses.begin(), adapter.macAddresses.end());
   return all;
 }
-
-bool CQeLaLib::MatchAddressSpecification(const std::vector<std::wstring>& addresses, const std::uint32_t* kind,
-                                         const std::wstring& first, const std::wstring& second) {
-  return ::MatchAddressSpecification(addresses, kind, first, second);
-}
-
-// The two that log, or ask what may be overridden, walk a copy: a host that saves from inside its log sink takes a new
-// snapshot.
-bool CQeLaLib::MatchAdapterAddresses(const std::uint32_t* kind, const std::wstring& first, const std::wstring& second) {
-  const std::vector<AdapterProps> adapters = m_adapters;
-  // Through the interface, so that an override of the question decides here too.
-  return std::any_of(adapters.begin(), adapters.end(), [&](const AdapterProps& adapter) {
-    return MatchAddressSpecification(adapter.ipAddresses, kind, first, second);
-  });
-}
-
-bool CQeLaLib::IsAdapterMediaType(std::uint8_t mask, const std::vector<std::uint32_t>& ifIndexes) {
-  return IsAnyAdapterOfMediaType(std::vector<AdapterProps>(m_adapters), mask, ifIndexes);
-}
-
-std::vector<std::wstring> CQeLaLib::GetMacAddresses() { return CollectMacAddresses(m_adapters); }

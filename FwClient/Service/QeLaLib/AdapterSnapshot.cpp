@@ -6,9 +6,7 @@
 #include <utility>
 
 #include "FwClient/Common/Utilities/AsciiCase.h"
-#include "FwClient/Common/Utilities/ScopeGuards.h"
 #include "FwClient/Service/QeLaLib/LaLog.h"
-#include "FwClient/Service/QeLaLib/QeLaLib.h"
 
 namespace {
 
@@ -131,42 +129,32 @@ void AppendAdapters(const IP_ADAPTER_ADDRESSES* first, std::vector<AdapterProps>
       adapters.push_back(PropsOf(*first));
 }
 
-bool CQeLaLib::BuildAdapterSnapshot() {
-  {
-    const CriticalSectionGuard lock(*m_lock);
-    m_adapters.clear();
-  }
-  // Before the adapters are asked for: an address that comes in between then shows as a difference later, and costs one
-  // calculation more, where the other way round it could be missed.
-  m_addressTable.Read();
+AdapterSnapshotResult TakeAdapterSnapshot(std::vector<AdapterProps>& adapters) {
+  adapters.clear();
   AdapterBuffer buffer;
   const bool answered = QueryAdapters(buffer);
-  m_snapshotLacksMemory = buffer.LacksMemory();
-  if (!answered) return false;
+  const auto failed = buffer.LacksMemory() ? AdapterSnapshotResult::kNoMemory : AdapterSnapshotResult::kNoAdapters;
+  if (!answered) return failed;
   LA_LOG(kLogInfo, L"GetAdaptersAddresses succeeds, the return value is : %lu", static_cast<unsigned long>(NO_ERROR));
-  std::vector<AdapterProps> adapters;
   try {
     AppendAdapters(buffer.get(), adapters);
   } catch (const std::bad_alloc&) {
     adapters.clear();  // some of the adapters would be a wrong picture: better none
-    m_snapshotLacksMemory = true;
+    return AdapterSnapshotResult::kNoMemory;
   }
-  m_adapters = std::move(adapters);
-  return !m_adapters.empty();
+  return adapters.empty() ? failed : AdapterSnapshotResult::kTaken;
 }
 
-bool CQeLaLib::CalculateCurrentAdapterProps() {
-  const bool built = BuildAdapterSnapshot();
+void LogAdapters(const std::vector<AdapterProps>& adapters) {
   LA_LOG(kLogInfo, L"Adapters List :");
   try {
     // By index, and nothing of the record is used once its line goes out: a host that saves from inside its log sink
     // takes a snapshot of its own.
-    for (std::size_t i = 0; i < m_adapters.size(); ++i) {
-      LA_LOG(kLogInfo, L"Adapter properties:\n%s", RenderAdapterProps(m_adapters[i]).c_str());
+    for (std::size_t i = 0; i < adapters.size(); ++i) {
+      LA_LOG(kLogInfo, L"Adapter properties:\n%s", RenderAdapterProps(adapters[i]).c_str());
       LA_LOG(kLogInfo, L"//---------------------------------------------\n");
     }
   } catch (const std::bad_alloc&) {
     // The report is for reading only: the snapshot stands.
   }
-  return built;
 }

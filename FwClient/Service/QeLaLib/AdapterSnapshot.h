@@ -1,5 +1,4 @@
-// Turns the system's adapter list into AdapterProps records. The functions are declared here for their tests; the
-// service takes the snapshot itself (CQeLaLib::BuildAdapterSnapshot, in the source file of this name).
+// The machine's network adapters as a value: a list of AdapterProps records.
 #pragma once
 
 #include <winsock2.h>
@@ -11,6 +10,21 @@
 #include <vector>
 
 #include "FwClient/Service/QeLaLib/AdapterProps.h"
+
+enum class AdapterSnapshotResult {
+  kTaken,
+  kNoAdapters,  // the system refused, or has none that counts
+  kNoMemory,    // another try may find more
+};
+
+// Asks the system for its adapters and turns them into records. The list holds at least one after kTaken and is empty
+// otherwise. Logs the system's success; throws nothing.
+AdapterSnapshotResult TakeAdapterSnapshot(std::vector<AdapterProps>& adapters);
+
+// Writes the properties of every adapter to the log. The list may change inside the log sink.
+void LogAdapters(const std::vector<AdapterProps>& adapters);
+
+// The next two are declared for their tests.
 
 // Appends a record for every adapter of the list that is up and is not the loopback adapter, in list order.
 void AppendAdapters(const IP_ADAPTER_ADDRESSES* first, std::vector<AdapterProps>& adapters);

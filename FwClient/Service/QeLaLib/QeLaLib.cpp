@@ -2,11 +2,14 @@
 
 #include <windns.h>
 
+#include <algorithm>
 #include <new>
 
 #include "FwClient/Common/Utilities/ScopeGuards.h"
 #include "FwClient/Common/Utilities/ThreadIdentity.h"
 #include "FwClient/Common/Utilities/UniqueHandle.h"
+#include "FwClient/Service/QeLaLib/AdapterQueries.h"
+#include "FwClient/Service/QeLaLib/AddressSpecification.h"
 #include "FwClient/Service/QeLaLib/LaLog.h"
 #include "FwClient/Service/QeLaLib/UserProxyContext.h"
 #include "FwClient/Service/QeLaLib/ValidateHttpsConnection.h"
@@ -217,6 +220,27 @@ std::shared_ptr<_IEnumQeLocations> CQeLaLib::GetCurrentLocations() {
 }
 
 std::shared_ptr<_IEnumQeLocations> CQeLaLib::GetLocations() { return std::make_shared<CQeLocations>(m_locations); }
+
+bool CQeLaLib::MatchAddressSpecification(const std::vector<std::wstring>& addresses, const std::uint32_t* kind,
+                                         const std::wstring& first, const std::wstring& second) {
+  return ::MatchAddressSpecification(addresses, kind, first, second);
+}
+
+// The two that log, or ask what may be overridden, walk a copy: a host that saves from inside its log sink takes a new
+// snapshot.
+bool CQeLaLib::MatchAdapterAddresses(const std::uint32_t* kind, const std::wstring& first, const std::wstring& second) {
+  const std::vector<AdapterProps> adapters = m_adapters;
+  // Through the interface, so that an override of the question decides here too.
+  return std::any_of(adapters.begin(), adapters.end(), [&](const AdapterProps& adapter) {
+    return MatchAddressSpecification(adapter.ipAddresses, kind, first, second);
+  });
+}
+
+bool CQeLaLib::IsAdapterMediaType(std::uint8_t mask, const std::vector<std::uint32_t>& ifIndexes) {
+  return IsAnyAdapterOfMediaType(std::vector<AdapterProps>(m_adapters), mask, ifIndexes);
+}
+
+std::vector<std::wstring> CQeLaLib::GetMacAddresses() { return CollectMacAddresses(m_adapters); }
 
 bool CheckZeltReachability() {
   // Nothing is asked for with a user's identity. IsDomainReachable's attempts see to that themselves.

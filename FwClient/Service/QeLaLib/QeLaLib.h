@@ -12,9 +12,9 @@
 
 #include "FwClient/Service/QeLaLib/AdapterProps.h"
 #include "FwClient/Service/QeLaLib/AddressTable.h"
-#include "FwClient/Service/QeLaLib/DnsSuffixMatch.h"
 #include "FwClient/Service/QeLaLib/Include/QeLaApi.h"
 #include "FwClient/Service/QeLaLib/LaMsgPack.h"
+#include "FwClient/Service/QeLaLib/LocationMatcher.h"
 #include "FwClient/Service/QeLaLib/QeLocations.h"
 
 // Whether a host name of the management agent's server list is known to DNS. Runs on the caller's thread, without a
@@ -24,8 +24,9 @@ bool CheckZeltReachability();
 // Whether the host answers over HTTPS: directly, through proxy auto-discovery, or through the interactive user's proxy.
 bool IsDomainReachable(const std::wstring& host);
 
-// One file a concern: QeLaLib.cpp (life, exports, store operations), QeLaLibStorage.cpp (Load and Save),
-// AdapterSnapshot.cpp, AdapterQueries.cpp, QeLaLibCalculation.cpp, LocationMatching.cpp, QeLaLibDiscovery.cpp. What
+// One file a concern: QeLaLib.cpp (life, exports, store operations, adapter queries), QeLaLibStorage.cpp (Load and
+// Save), QeLaLibCalculation.cpp (snapshot, matching, which locations are current), QeLaLibDiscovery.cpp. What decides
+// stands below it and knows nothing of it: AdapterSnapshot, LocationMatcher and what they use. What
 // each operation does, and which take the lock, stands in Include/QeLaApi.h.
 //
 // Not final: operations that call others through the interface honour an override.
@@ -88,9 +89,6 @@ class CQeLaLib : public _IQeLaApi {
 
   // Returns 1 when the location is current. The interface indexes of the adapters that match are appended.
   std::uint32_t IsCurrentLocation(const _IQeLocation& location, std::vector<std::uint32_t>& matchedAdapters);
-  // The same against these adapters rather than those of m_adapters.
-  std::uint32_t IsCurrentLocation(const _IQeLocation& location, const std::vector<AdapterProps>& adapters,
-                                  std::vector<std::uint32_t>& matchedAdapters);
 
   // Whether the adapter satisfies the kind for at least one of the values; false for no values.
   bool MatchAdapterCriteria(const AdapterProps& adapter, LOCATION_CRITERIA_TYPE kind,
@@ -141,7 +139,6 @@ class CQeLaLib : public _IQeLaApi {
   static void Delete(CQeLaLib* service) noexcept;
 
   std::shared_ptr<DiscoveryRun> m_run;    // of the newest discovery thread
-  DnsSuffixMatcher m_dnsSuffixes;         // of the calculation that is under way
   std::uint64_t m_edits = 0;              // how often the stored set was edited or read
   RememberedAddressTable m_addressTable;  // as it was just before the last snapshot
   bool m_snapshotLacksMemory = false;     // why the last snapshot failed

@@ -39,8 +39,10 @@ class CQeLocation final : public _IQeLocation {
   // are not cleared first. Returns whether every criterion could be added; false still leaves all the others.
   bool AssignFrom(const _IQeLocation& source);
 
-  // The ID without a copy.
+  // The fields without a copy.
   const std::wstring& Id() const noexcept { return id; }
+  const std::wstring& Name() const noexcept { return name; }
+  const CQeLocationCriterias& Criterias() const noexcept { return criterias; }
 
   void Pack(LaPacker& packer) const;
   void Unpack(const msgpack::object& object);

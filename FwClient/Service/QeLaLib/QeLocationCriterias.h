@@ -23,6 +23,10 @@ class CQeLocationCriterias final : public _IEnumQeLocationCriterias {
   bool GetBoolCriteria(LOCATION_CRITERIA_TYPE kind, bool& value) const override;
   bool GetStringCriteria(LOCATION_CRITERIA_TYPE kind, std::vector<std::wstring>& values) const override;
 
+  // The list of a text kind without a copy.
+  const std::vector<std::wstring>& Texts(std::uint32_t kind) const noexcept { return this->*kLists[kind]; }
+  bool IsZeltReachable() const noexcept { return zeltReachable; }
+
   // Behind _IQeLocation::AddCriteria, RemoveCriteria and ClearCriterias.
   std::uint32_t Add(LOCATION_CRITERIA_TYPE kind, const std::wstring& value);
   std::uint32_t Remove(LOCATION_CRITERIA_TYPE kind, const std::wstring& value);
