@@ -1,4 +1,7 @@
 // Which of the stored locations are current, and what a calculation leaves behind.
+#include <windows.h>
+#include <rpc.h>
+
 #include <gmock/gmock.h>
 
 #include <cstdint>
@@ -166,6 +169,26 @@ TEST_F(Calculation, EntriesThatOnlyBecomeEqualByNormalisingFailTheWriteBackToo) 
   EXPECT_EQ(MatchedAdapters(*m_service, L"A"), Indexes{77});
 }
 
+int g_uuids = 0;
+RPC_STATUS(RPC_ENTRY* g_uuidCreate)(UUID*);
+
+// Each location that is made anew costs a UUID. Where nothing is to be refused, none is made.
+TEST_F(Calculation, WriteBackMakesALocationAnewOnlyInSetsThatBytesAloneCanHold) {
+  const ImportPatch uuid(
+      Module(), "UuidCreate", +[](UUID* made) -> RPC_STATUS { return ++g_uuids, g_uuidCreate(made); });
+  g_uuidCreate = uuid.Original<RPC_STATUS RPC_ENTRY(UUID*)>();
+  LoadSet({WithTexts("A", LCT_DEFAULT_GATEWAY, {"10.0.0.1"}), WithTexts("B", LCT_DNS_SUFFIX, {"*"}), {.id = "C"}});
+  g_uuids = 0;
+  EXPECT_TRUE(m_service->Save());
+  EXPECT_EQ(CurrentIds(*m_service), (Ids{L"A", L"B", L"C"}));
+  EXPECT_EQ(g_uuids, 0);
+  LoadSet({WithTexts("A", LCT_DEFAULT_GATEWAY, {"10.0.0.1"}), WithTexts("B", LCT_DNS_SUFFIX, {"*", "*"}), {.id = "C"}});
+  g_uuids = 0;
+  EXPECT_TRUE(m_service->Save());
+  EXPECT_EQ(g_uuids, 3);
+  EXPECT_EQ(CurrentIds(*m_service), (Ids{L"A", L"C"}));
+}
+
 TEST_F(Calculation, OfTwoLocationsWithOneIdTheFirstTakesBothResults) {
   LocationBlob second = WithTexts("A", LCT_DEFAULT_GATEWAY, {"10.0.0.1"}, {88});
   second.name = "second";
@@ -306,6 +329,18 @@ TEST_F(EditsDuringACalculation, LocationThatIsRemovedIsNotBroughtBack) {
   EXPECT_EQ(StoredIds(*m_service), Ids{L"B"});
   EXPECT_EQ(AddedLines(), (Ids{L"Adding current location ID A", L"Adding current location ID B"}));
   EXPECT_EQ(CurrentIds(*m_service), Ids{L"B"});
+}
+
+// What follows moves up: the adapters of the removed one are not written to the next.
+TEST_F(EditsDuringACalculation, LocationBehindOneThatIsRemovedKeepsItsOwnAdapters) {
+  LoadSet({{.id = "A", .name = "first"}, WithTexts("B", LCT_DEFAULT_GATEWAY, {"10.9.9.9"}, {77})});
+  m_log.OnEvent([this](const LoggedEvent& event) {
+    if (event.text != L"IsCurrentLocation checking location first") return;
+    m_log.OnEvent(nullptr);
+    EXPECT_EQ(m_service->RemoveLocation(L"A"), LSR_OK);
+  });
+  m_service->Save();
+  EXPECT_EQ(MatchedAdapters(*m_service, L"B"), Indexes{77});
 }
 
 // At every single line of the log: the set grows, shrinks, is loaded anew, and calculated inside the calculation.

@@ -10,7 +10,7 @@
 #include "FwClient/Service/QeLaLib/Include/QeLaLocation.h"
 
 // It has no criteria set, and notes the order in which it is asked.
-struct HostLocation final : _IQeLocation {
+struct HostLocation : _IQeLocation {
   bool SerializeToBytes(std::vector<std::uint8_t>&) const override { return false; }
   bool DeserializeFromBytes(const std::vector<std::uint8_t>&) override { return false; }
   std::shared_ptr<_IEnumQeLocationCriterias> GetCriterias() const override { return Noted('c', nullptr); }

@@ -11,6 +11,8 @@
 #include "FwClient/Service/QeLaLib/Include/QeLaApi.h"
 #include "Tests/Support/Blob.h"
 #include "Tests/Support/HeapWatch.h"
+#include "Tests/Support/HostLocation.h"
+#include "Tests/Support/LocationBlob.h"
 #include "Tests/Unit/PrintedErrors.h"
 
 namespace {
@@ -462,6 +464,81 @@ TEST(QeLocations, AreReadWhollyOrLeftAsTheyWereWhenMemoryRunsOut) {
     EXPECT_TRUE(locations.DeserializeFromBytes(whole));
     EXPECT_EQ(locations.GetCount(), 4u);
   });
+}
+
+// What a set is known to hold decides whether the rules can come down to plain copies.
+LocationBlob WithGateways(const char* id, std::vector<std::string> gateways) {
+  LocationBlob blob{.id = id};
+  blob.texts[LCT_DEFAULT_GATEWAY] = std::move(gateways);
+  return blob;
+}
+CQeLocations ReadBack(const std::vector<LocationBlob>& blobs) {
+  std::vector<Bytes> packed;
+  for (const LocationBlob& blob : blobs) packed.push_back(blob.Pack());
+  return Read(Blob::Array({Blob::Array(packed)}));
+}
+constexpr char kMapped[] = "0000:0000:0000:0000:0000:ffff:0a00:0001";
+
+TEST(QeLocations, ArePlainWhenTheyCouldHaveBeenAdded) {
+  EXPECT_TRUE(CQeLocations().IsPlain());
+  EXPECT_TRUE(Collection({L"A", L"B"}).IsPlain());
+  EXPECT_TRUE(ReadBack({}).IsPlain());
+  EXPECT_TRUE(ReadBack({WithGateways("A", {"10.0.0.1", "10.0.0.2"}), WithGateways("a", {"10.0.0.1"})}).IsPlain());
+  EXPECT_FALSE(ReadBack({WithGateways("A", {}), WithGateways("B", {}), WithGateways("A", {})}).IsPlain());
+  EXPECT_FALSE(ReadBack({WithGateways("A", {"10.0.0.1", "10.0.0.2", "10.0.0.1"})}).IsPlain());
+  EXPECT_FALSE(ReadBack({WithGateways("A", {kMapped})}).IsPlain());
+}
+
+TEST(QeLocations, AreKnownToBePlainAgainOnlyWhenAllIsReadOrGone) {
+  CQeLocations locations = ReadBack({WithGateways("A", {}), WithGateways("A", {})});
+  EXPECT_FALSE(CQeLocations(locations).IsPlain()) << "a copy is as its original";
+  EXPECT_EQ(locations.Remove(L"A"), 0u);
+  EXPECT_FALSE(locations.IsPlain()) << "not looked for again";
+  EXPECT_TRUE(locations.DeserializeFromBytes(BlobOf({})));
+  EXPECT_TRUE(locations.IsPlain());
+  EXPECT_FALSE(locations.DeserializeFromBytes(BlobOf({Blob::Number(1)}))) << "a number is no location";
+  EXPECT_FALSE(locations.IsPlain()) << "who knows what was read";
+  locations.Clear();
+  EXPECT_TRUE(locations.IsPlain());
+}
+
+// A location of the host's that calls itself something else each time it is asked.
+struct Fickle : HostLocation {
+  std::wstring GetId() const override { return asked++ == 0 ? first : L"A"; }
+  std::wstring first;
+  mutable int asked = 0;
+};
+
+TEST(QeLocations, AreNotPlainAnyMoreWhenALocationOfTheHostsChangesItsMind) {
+  CQeLocations added = Collection({L"A"});
+  Fickle other;
+  other.first = L"B";
+  EXPECT_EQ(added.Add(&other), 0u);
+  EXPECT_FALSE(added.IsPlain());
+  CQeLocations updated = Collection({L"A", L"B"});
+  other.asked = 0;
+  EXPECT_EQ(updated.Update(&other), 0u);
+  EXPECT_FALSE(updated.IsPlain());
+}
+
+// The same for sets of both sorts: what a loop of finding and adding would give.
+TEST(QeLocations, AreTakenOverInTheOrderOfTheIdsByTheRuleOfAdding) {
+  const std::vector<CQeLocations> sources{
+      Collection({L"A", L"B", L"C", L"D"}),
+      ReadBack({WithGateways("A", {"x"}), WithGateways("B", {"x", "x"}), WithGateways("A", {kMapped}),
+                WithGateways("C", {kMapped}), WithGateways("D", {})})};
+  for (const CQeLocations& source : sources) {
+    for (const Names& ids :
+         {Names{}, Names{L"A", L"C", L"D"}, Names{L"D", L"A"}, Names{L"A", L"A", L"B"}, Names{L"none", L"B", L"none"},
+          Names{L"B", L"A", L"B", L"C"}, Names{L"A", L"B", L"C", L"D"}}) {
+      CQeLocations expected;
+      for (const std::wstring& id : ids)
+        if (const CQeLocation* location = source.Find(id); location != nullptr) expected.Add(location);
+      CQeLocations taken;
+      taken.AddFrom(source, ids);
+      EXPECT_EQ(BytesOf(taken), BytesOf(expected)) << ::testing::PrintToString(ids);
+    }
+  }
 }
 
 }  // namespace

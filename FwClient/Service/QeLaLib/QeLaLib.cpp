@@ -214,8 +214,7 @@ std::shared_ptr<_IEnumQeLocations> CQeLaLib::GetCurrentLocations() {
   const CriticalSectionGuard lock(*m_lock);
   // The rule of adding holds here too: an ID that is current twice is listed once, and a location whose criteria cannot
   // all be added (a stored set that holds one twice) is left out.
-  for (const std::wstring& id : m_currentLocationIds)
-    if (const CQeLocation* location = m_locations.Find(id); location != nullptr) current->Add(location);
+  current->AddFrom(m_locations, m_currentLocationIds);
   return current;
 }
 

@@ -26,8 +26,8 @@ bool IsDomainReachable(const std::wstring& host);
 
 // One file a concern: QeLaLib.cpp (life, exports, store operations, adapter queries), QeLaLibStorage.cpp (Load and
 // Save), QeLaLibCalculation.cpp (snapshot, matching, which locations are current), QeLaLibDiscovery.cpp. What decides
-// stands below it and knows nothing of it: AdapterSnapshot, LocationMatcher and what they use. What
-// each operation does, and which take the lock, stands in Include/QeLaApi.h.
+// stands below it and knows nothing of it: AdapterSnapshot, LocationMatcher and what they use. What each operation
+// does, and which take the lock, stands in Include/QeLaApi.h.
 //
 // Not final: operations that call others through the interface honour an override.
 class CQeLaLib : public _IQeLaApi {

@@ -104,12 +104,17 @@ bool CQeLaLib::CalculateCurrentLocations() {
   const std::uint64_t edits = m_edits;
   MatchLog log;
   LocationMatcher matcher(adapters, Probes(), log);
-  for (const CQeLocation& location : locations.Items()) {
+  for (std::size_t i = 0; i < locations.Items().size(); ++i) {
+    const CQeLocation& location = locations.Items()[i];
     if (!location.IsEnabled()) continue;
     std::vector<std::uint32_t> matchedAdapters;
     if (!matcher.IsCurrent(CriteriaOf(location), matchedAdapters)) continue;
     currentIds.push_back(location.Id());
-    WriteBackMatchedAdapters(location, edits, matchedAdapters);
+    // The rule of updating comes down to this where the set is plain, and has not been edited since its copy was taken.
+    if (edits == m_edits && m_locations.IsPlain())
+      m_locations.ReplaceAdapterIndexes(i, matchedAdapters);
+    else
+      WriteBackMatchedAdapters(location, edits, matchedAdapters);
     LA_LOG(kLogInfo, L"Adding current location ID %s", currentIds.back().c_str());
   }
   m_currentLocationIds = std::move(currentIds);

@@ -1,6 +1,9 @@
 #include "FwClient/Service/QeLaLib/QeLocationCriterias.h"
 
 #include <algorithm>
+#include <iterator>
+#include <string_view>
+#include <unordered_set>
 
 #include "FwClient/Service/QeLaLib/CriteriaValue.h"
 
@@ -102,6 +105,16 @@ bool CQeLocationCriterias::Merge(const _IEnumQeLocationCriterias& source) {
   for (std::size_t i = 0; i < count; ++i)
     if (source.GetAt(i, kind, value) && Add(kind, value) != LCR_OK) all = false;
   return all;
+}
+
+bool CQeLocationCriterias::AreAsAdded() const {
+  return std::all_of(std::begin(kLists), std::end(kLists), [this](const auto list) {
+    const TextList& texts = this->*list;
+    std::unordered_set<std::wstring_view> seen;
+    return std::all_of(texts.begin(), texts.end(), [&](const std::wstring& text) {
+      return seen.insert(text).second && NormalizeCriteriaValue(text) == text;
+    });
+  });
 }
 
 void CQeLocationCriterias::Pack(LaPacker& packer) const {

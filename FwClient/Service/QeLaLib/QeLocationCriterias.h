@@ -27,6 +27,9 @@ class CQeLocationCriterias final : public _IEnumQeLocationCriterias {
   const std::vector<std::wstring>& Texts(std::uint32_t kind) const noexcept { return this->*kLists[kind]; }
   bool IsZeltReachable() const noexcept { return zeltReachable; }
 
+  // Whether the lists could have been filled by adding: no entry twice, none that would be stored as another text.
+  bool AreAsAdded() const;
+
   // Behind _IQeLocation::AddCriteria, RemoveCriteria and ClearCriterias.
   std::uint32_t Add(LOCATION_CRITERIA_TYPE kind, const std::wstring& value);
   std::uint32_t Remove(LOCATION_CRITERIA_TYPE kind, const std::wstring& value);

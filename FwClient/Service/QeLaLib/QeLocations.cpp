@@ -1,6 +1,8 @@
 #include "FwClient/Service/QeLaLib/QeLocations.h"
 
 #include <algorithm>
+#include <string_view>
+#include <unordered_set>
 #include <utility>
 
 namespace {
@@ -11,6 +13,14 @@ std::shared_ptr<_IQeLocation> CopyOf(const CQeLocation& location) { return std::
 template <typename Items>
 auto FirstWithId(Items& items, const std::wstring& id) {
   return std::find_if(items.begin(), items.end(), [&](const CQeLocation& item) { return item.Id() == id; });
+}
+
+bool ArePlain(const std::vector<CQeLocation>& items) {
+  std::unordered_set<std::wstring_view> ids;
+  ids.reserve(items.size());
+  return std::all_of(items.begin(), items.end(), [&](const CQeLocation& item) {
+    return ids.insert(item.Id()).second && item.Criterias().AreAsAdded();
+  });
 }
 
 }  // namespace
@@ -39,11 +49,36 @@ const CQeLocation* CQeLocations::Find(const std::wstring& id) const noexcept {
 
 std::uint32_t CQeLocations::Add(const _IQeLocation* location) {
   if (location == nullptr) return LSR_FAILED;
-  if (Find(location->GetId()) != nullptr) return LSR_DUPLICATE_ID;
+  const std::wstring id = location->GetId();
+  if (Find(id) != nullptr) return LSR_DUPLICATE_ID;
   CQeLocation copy;
   if (!copy.AssignFrom(*location)) return LSR_FAILED;
+  if (copy.Id() != id) m_isPlain = false;  // a host's own location may change its mind
   m_items.push_back(std::move(copy));
   return LSR_OK;
+}
+
+void CQeLocations::ReplaceAdapterIndexes(std::size_t index, const std::vector<std::uint32_t>& adapterIndexes) {
+  m_items[index].SetAdapterIndexes(adapterIndexes);
+}
+
+void CQeLocations::AddFrom(const CQeLocations& source, const std::vector<std::wstring>& ids) {
+  const std::vector<CQeLocation>& items = source.m_items;
+  std::size_t next = 0;  // behind the location that was added last
+  for (const std::wstring& id : ids) {
+    std::size_t at = next;
+    if (source.m_isPlain)
+      while (at < items.size() && items[at].Id() != id) ++at;
+    else
+      at = items.size();
+    if (at < items.size()) {
+      // Behind all that were added so far, so it is none of them.
+      m_items.push_back(items[at]);
+      next = at + 1;
+    } else if (const CQeLocation* location = source.Find(id); location != nullptr) {
+      Add(location);
+    }
+  }
 }
 
 std::uint32_t CQeLocations::Update(const _IQeLocation* location) {
@@ -55,6 +90,7 @@ std::uint32_t CQeLocations::Update(const _IQeLocation* location) {
   // Looked for again: the location may be the host's own, whose code has just run and may have edited the set.
   const auto found = FirstWithId(m_items, id);
   if (found == m_items.end()) return LSR_FAILED;
+  if (copy.Id() != id) m_isPlain = false;  // a host's own location may change its mind
   *found = std::move(copy);
   return LSR_OK;
 }
@@ -66,7 +102,10 @@ std::uint32_t CQeLocations::Remove(const std::wstring& id) {
   return LSR_OK;
 }
 
-void CQeLocations::Clear() noexcept { m_items.clear(); }
+void CQeLocations::Clear() noexcept {
+  m_items.clear();
+  m_isPlain = true;
+}
 
 void CQeLocations::Pack(LaPacker& packer) const {
   packer.Array(1);
@@ -79,7 +118,9 @@ void CQeLocations::Unpack(const msgpack::object& object) {
   record.Next([&](const msgpack::object& field) {
     // Existing locations are overwritten in place, so a short record keeps the fields of the one at its position.
     LaRecord locations(field);
+    m_isPlain = false;  // until all is read, which may end in the middle
     m_items.resize(locations.Size());
     for (CQeLocation& item : m_items) locations.Next([&](const msgpack::object& element) { item.Unpack(element); });
+    m_isPlain = ArePlain(m_items);
   });
 }

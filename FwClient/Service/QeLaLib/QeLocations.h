@@ -27,6 +27,19 @@ class CQeLocations final : public _IEnumQeLocations {
   std::uint32_t Remove(const std::wstring& id);        // LSR_OK, LSR_NOT_FOUND
   void Clear() noexcept;
 
+  // Whether every ID is there once and no criterion would be changed or refused by copying its location. So it is in
+  // sets that were filled by adding; bytes can hold others. In such a set the rules of adding and updating come down to
+  // plain copies, since there is nothing for them to refuse.
+  bool IsPlain() const noexcept { return m_isPlain; }
+
+  // What updating the location at `index` with one that differs only in these comes to. Only in a plain set.
+  void ReplaceAdapterIndexes(std::size_t index, const std::vector<std::uint32_t>& adapterIndexes);
+
+  // Adds copies of the first locations with these IDs, in the order of the IDs: each by the rule of adding, so that an
+  // ID is added once and a location that cannot be copied not at all. IDs that `source` does not have are passed over.
+  // In linear time where `source` is plain and the IDs stand in its order. For an empty collection.
+  void AddFrom(const CQeLocations& source, const std::vector<std::wstring>& ids);
+
   // The elements themselves; pointers hold until the next change of the collection.
   const CQeLocation* Find(const std::wstring& id) const noexcept;
   const std::vector<CQeLocation>& Items() const noexcept { return m_items; }
@@ -36,4 +49,5 @@ class CQeLocations final : public _IEnumQeLocations {
 
  private:
   std::vector<CQeLocation> m_items;
+  bool m_isPlain = true;
 };
