@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -10,11 +11,11 @@
 #include "FwClient/Service/QeLaLib/Include/QeLaLocation.h"
 
 // It has no criteria set, and notes the order in which it is asked.
-struct HostLocation : _IQeLocation {
+struct HostLocation final : _IQeLocation {
   bool SerializeToBytes(std::vector<std::uint8_t>&) const override { return false; }
   bool DeserializeFromBytes(const std::vector<std::uint8_t>&) override { return false; }
   std::shared_ptr<_IEnumQeLocationCriterias> GetCriterias() const override { return Noted('c', nullptr); }
-  std::wstring GetId() const override { return Noted('i', L"host id"); }
+  std::wstring GetId() const override { return Noted('i', onId ? onId() : L"host id"); }
   bool IsEnabled() const override { return Noted('e', false); }
   std::wstring GetName() const override { return Noted('n', L"host name"); }
   std::wstring GetNote() const override { return Noted('o', L"host note"); }
@@ -36,5 +37,6 @@ struct HostLocation : _IQeLocation {
     return value;
   }
 
+  std::function<std::wstring()> onId;  // gives another ID than the usual one
   mutable std::string calls;
 };

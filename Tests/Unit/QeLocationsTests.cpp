@@ -6,6 +6,7 @@
 #include <memory>
 #include <new>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "FwClient/Service/QeLaLib/Include/QeLaApi.h"
@@ -502,22 +503,16 @@ TEST(QeLocations, AreKnownToBePlainAgainOnlyWhenAllIsReadOrGone) {
   EXPECT_TRUE(locations.IsPlain());
 }
 
-// A location of the host's that calls itself something else each time it is asked.
-struct Fickle : HostLocation {
-  std::wstring GetId() const override { return asked++ == 0 ? first : L"A"; }
-  std::wstring first;
-  mutable int asked = 0;
-};
-
 TEST(QeLocations, AreNotPlainAnyMoreWhenALocationOfTheHostsChangesItsMind) {
+  HostLocation fickle;
+  bool asked = false;
+  fickle.onId = [&] { return std::exchange(asked, true) ? L"A" : L"B"; };
   CQeLocations added = Collection({L"A"});
-  Fickle other;
-  other.first = L"B";
-  EXPECT_EQ(added.Add(&other), 0u);
+  EXPECT_EQ(added.Add(&fickle), 0u);
   EXPECT_FALSE(added.IsPlain());
   CQeLocations updated = Collection({L"A", L"B"});
-  other.asked = 0;
-  EXPECT_EQ(updated.Update(&other), 0u);
+  asked = false;
+  EXPECT_EQ(updated.Update(&fickle), 0u);
   EXPECT_FALSE(updated.IsPlain());
 }
 
