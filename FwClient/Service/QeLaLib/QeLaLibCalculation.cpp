@@ -13,6 +13,8 @@
 
 namespace {
 
+static_assert(kTextCriteriaKinds == CQeLocationCriterias::kTextKinds, "record and matcher know the same kinds");
+
 const LocationProbes& Probes() {
   static const LocationProbes probes{[](const std::wstring& text) { return IsRegistryKeyCriterionMet(text) != 0; },
                                      IsDomainReachable, CheckZeltReachability};
@@ -71,8 +73,8 @@ bool CQeLaLib::CalculateCurrentAdapterProps() {
 }
 
 std::uint32_t CQeLaLib::IsCurrentLocation(const _IQeLocation& location, std::vector<std::uint32_t>& matchedAdapters) {
-  const std::vector<AdapterProps> adapters =
-      m_adapters;  // the host's code that runs in between may take a new snapshot
+  // A copy: the host's code that runs in between may take a new snapshot.
+  const std::vector<AdapterProps> adapters = m_adapters;
   MatchLog log;
   return LocationMatcher(adapters, Probes(), log).IsCurrent(CopiedCriteria(location).asked, matchedAdapters) ? 1 : 0;
 }
