@@ -1,50 +1,37 @@
 #include "FwClient/Service/QeLaLib/DnsSuffixMatch.h"
 
-#include <algorithm>
 #include <cstddef>
 #include <utility>
 
-#include "FwClient/Common/Utilities/AsciiCase.h"
-
-void SplitLabels(const std::wstring& text, LabelList& labels, wchar_t delimiter) {
-  for (std::size_t start = 0;;) {
-    const std::size_t end = text.find(delimiter, start);
-    std::wstring& label = labels.emplace_back(text, start, end == std::wstring::npos ? end : end - start);
-    LowerAscii(label);
-    if (end == std::wstring::npos) return;
-    start = end + 1;
-  }
-}
-
-bool DnsSuffixMatches(const std::wstring& criterion, const std::wstring& suffix) {
+bool DnsSuffixMatches(std::wstring_view criterion, std::wstring_view suffix) {
   return DnsSuffixMatcher().Matches(criterion, suffix);
 }
 
-bool DnsSuffixMatcher::Matches(const std::wstring& criterion, const std::wstring& suffix) {
-  return CompareLabelLists(LabelsOf(criterion), LabelsOf(suffix));
+bool DnsSuffixMatcher::Matches(std::wstring_view criterion, std::wstring_view suffix) {
+  for (;;) {
+    const std::size_t criterionDot = criterion.rfind(L'.');
+    const std::size_t suffixDot = suffix.rfind(L'.');
+    // Without a dot the label is the whole rest: npos + 1 is 0.
+    if (!LabelMatches(criterion.substr(criterionDot + 1), suffix.substr(suffixDot + 1))) return false;
+    if (criterionDot == std::wstring_view::npos || suffixDot == std::wstring_view::npos) return true;
+    criterion = criterion.substr(0, criterionDot);
+    suffix = suffix.substr(0, suffixDot);
+  }
 }
 
-void DnsSuffixMatcher::Clear() noexcept {
-  m_labels.clear();
-  m_wildcards.clear();
+bool DnsSuffixMatcher::LabelMatches(std::wstring_view criterionLabel, std::wstring_view suffixLabel) {
+  if (criterionLabel.find(L'*') == std::wstring_view::npos) return EqualsIgnoringAsciiCase(criterionLabel, suffixLabel);
+  if (criterionLabel == L"*") return true;  // also with the end of a line, for which a star in a label does not stand
+  if (IsPlainWildcard(criterionLabel)) return PlainWildcardMatches(criterionLabel, suffixLabel);
+  m_text = suffixLabel;
+  LowerAscii(m_text);
+  return Compiled(criterionLabel).Matches(m_text);
 }
 
-const LabelList& DnsSuffixMatcher::LabelsOf(const std::wstring& text) {
-  if (const auto known = m_labels.find(text); known != m_labels.end()) return known->second;
-  LabelList labels;
-  SplitLabels(text, labels, L'.');
-  return m_labels.emplace(text, std::move(labels)).first->second;
-}
-
-bool DnsSuffixMatcher::CompareLabelLists(const LabelList& criterionLabels, const LabelList& suffixLabels) {
-  const std::size_t common = std::min(criterionLabels.size(), suffixLabels.size());
-  return std::equal(criterionLabels.rbegin(), criterionLabels.rbegin() + static_cast<std::ptrdiff_t>(common),
-                    suffixLabels.rbegin(),
-                    [this](const std::wstring& a, const std::wstring& b) { return LabelMatches(a, b); });
-}
-
-bool DnsSuffixMatcher::LabelMatches(const std::wstring& criterionLabel, const std::wstring& suffixLabel) {
-  if (criterionLabel == L"*") return true;
-  if (criterionLabel.find(L'*') == std::wstring::npos) return criterionLabel == suffixLabel;
-  return m_wildcards.try_emplace(criterionLabel, criterionLabel).first->second.Matches(suffixLabel);
+const WildcardLabel& DnsSuffixMatcher::Compiled(std::wstring_view label) {
+  if (const auto known = m_expressions.find(label); known != m_expressions.end()) return known->second;
+  std::wstring lower(label);
+  LowerAscii(lower);
+  WildcardLabel compiled(lower);
+  return m_expressions.emplace(std::move(lower), std::move(compiled)).first->second;
 }

@@ -7,6 +7,7 @@
 #include <regex>
 #include <string_view>
 
+#include "FwClient/Common/Utilities/AsciiCase.h"
 #include "FwClient/Service/QeLaLib/ExpressionSurvey.h"
 
 namespace {
@@ -110,17 +111,11 @@ struct WildcardLabel::Matcher {
   virtual bool Matches(const std::wstring& text) const = 0;
 };
 
-// "corp*": the usual label needs no expression at all, and has no limit of length.
-struct WildcardLabel::Affixes final : Matcher {
-  Affixes(std::wstring_view start, std::wstring_view end) : prefix(start), suffix(end) {}
-  bool Matches(const std::wstring& text) const override {
-    if (text.size() < prefix.size() + suffix.size() || !text.starts_with(prefix) || !text.ends_with(suffix))
-      return false;
-    const auto wild = std::wstring_view(text).substr(prefix.size(), text.size() - prefix.size() - suffix.size());
-    return std::none_of(wild.begin(), wild.end(), IsLineEnd);
-  }
-  std::wstring prefix;
-  std::wstring suffix;
+// The usual label.
+struct WildcardLabel::Plain final : Matcher {
+  explicit Plain(const std::wstring& itsLabel) : label(itsLabel) {}
+  bool Matches(const std::wstring& text) const override { return PlainWildcardMatches(label, text); }
+  std::wstring label;
 };
 
 // Any other label. The library's breadth-first matcher has the outcomes of its default one, and takes polynomial time:
@@ -150,6 +145,21 @@ struct WildcardLabel::Backtracking final : Matcher {
   std::wregex expression;
 };
 
+bool IsPlainWildcard(std::wstring_view label) noexcept {
+  return label.find_first_of(kExpressionCharacters) == std::wstring_view::npos && label.find(L'*') == label.rfind(L'*');
+}
+
+bool PlainWildcardMatches(std::wstring_view label, std::wstring_view text) noexcept {
+  const std::size_t star = label.find(L'*');
+  const std::wstring_view before = label.substr(0, star);
+  const std::wstring_view after = label.substr(star + 1);
+  if (text.size() < before.size() + after.size()) return false;
+  const std::size_t end = text.size() - after.size();
+  const std::wstring_view wild = text.substr(before.size(), end - before.size());
+  return EqualsIgnoringAsciiCase(text.substr(0, before.size()), before) &&
+         EqualsIgnoringAsciiCase(text.substr(end), after) && std::none_of(wild.begin(), wild.end(), IsLineEnd);
+}
+
 std::wstring WildcardToRegex(const std::wstring& label) {
   std::wstring expression = L"^" + label + L"$";
   if (const std::size_t star = expression.find(L'*'); star != std::wstring::npos) expression.replace(star, 1, L".*");
@@ -157,11 +167,7 @@ std::wstring WildcardToRegex(const std::wstring& label) {
 }
 
 std::unique_ptr<const WildcardLabel::Matcher> WildcardLabel::Compile(const std::wstring& label) {
-  const std::size_t star = label.find(L'*');
-  const std::wstring_view before = std::wstring_view(label).substr(0, star);
-  const std::wstring_view after = std::wstring_view(label).substr(star + 1);
-  if (label.find_first_of(kExpressionCharacters) == std::wstring::npos && after.find(L'*') == std::wstring_view::npos)
-    return std::make_unique<Affixes>(before, after);
+  if (IsPlainWildcard(label)) return std::make_unique<Plain>(label);
 
   std::wstring expression = WildcardToRegex(label);
   const ExpressionSurvey survey = SurveyExpression(expression);
@@ -181,5 +187,7 @@ std::unique_ptr<const WildcardLabel::Matcher> WildcardLabel::Compile(const std::
 WildcardLabel::WildcardLabel(const std::wstring& label) : m_matcher(Compile(label)) {}
 
 WildcardLabel::~WildcardLabel() = default;
+
+WildcardLabel::WildcardLabel(WildcardLabel&&) noexcept = default;
 
 bool WildcardLabel::Matches(const std::wstring& text) const { return m_matcher != nullptr && m_matcher->Matches(text); }

@@ -3,11 +3,20 @@
 
 #include <memory>
 #include <string>
+#include <string_view>
 
 // The regular-expression text of a label: the first "*" becomes ".*" and the whole is anchored. Nothing else is
 // escaped, so a further "*" repeats the character before it, and "?", "+", "(" or "[" keep their meaning.
 // Administrators' stored criteria rely on it.
 std::wstring WildcardToRegex(const std::wstring& label);
+
+// Whether a label that holds a "*" is "corp*" or the like: one star among characters that stand for themselves. It
+// needs no expression, and has no limit of length.
+bool IsPlainWildcard(std::wstring_view label) noexcept;
+
+// Whether the whole of `text` matches such a label. ASCII case does not count. The star stands for anything but the
+// ends of lines, as in the expression that the label would be.
+bool PlainWildcardMatches(std::wstring_view label, std::wstring_view text) noexcept;
 
 // A compiled label. Immutable, so that one object serves a whole calculation.
 class WildcardLabel {
@@ -16,6 +25,7 @@ class WildcardLabel {
   // safely, makes an object that matches nothing: a broken criterion must not end the calculation of the others.
   explicit WildcardLabel(const std::wstring& label);
   ~WildcardLabel();
+  WildcardLabel(WildcardLabel&&) noexcept;
   WildcardLabel(const WildcardLabel&) = delete;
   WildcardLabel& operator=(const WildcardLabel&) = delete;
 
@@ -24,7 +34,7 @@ class WildcardLabel {
 
  private:
   struct Matcher;
-  struct Affixes;
+  struct Plain;
   struct Expression;
   struct Backtracking;
   static std::unique_ptr<const Matcher> Compile(const std::wstring& label);
