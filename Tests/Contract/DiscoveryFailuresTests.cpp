@@ -499,7 +499,7 @@ TEST_F(ThreadWithoutMemory, TellsTheHostOfAChangeWithoutAFurtherOne) {
     if (failed) ++failures;
     ASSERT_FALSE(HasFailure());
   }
-  EXPECT_GT(failures, 20u);
+  EXPECT_GT(failures, 10u);
   EXPECT_GT(reportedFirst, 5u);
   EXPECT_LT(reportedFirst, failures / 2);
 }

@@ -126,7 +126,7 @@ TEST_F(Storage, SaveCalculatesThenSignalsThenSerialisesThenWrites) {
   g_setEvent = setEvent.Original<BOOL WINAPI(HANDLE)>();
   g_toUtf8 = toUtf8.Original<int WINAPI(UINT, DWORD, LPCWCH, int, LPSTR, int, LPCCH, LPBOOL)>();
   const std::shared_ptr<_IQeLaApiSmart> service = Service();
-  service->AddLocation(NewLocation(*service, L"A"));
+  service->AddLocation(NewLocation(*service, L"\u00c4"));
   EXPECT_TRUE(service->StartDiscovery([](std::shared_ptr<_IEnumQeLocations>) {}));
 
   g_sequence.clear();

@@ -85,7 +85,7 @@ TEST_F(ThreadThatStaysTheUser, KeepsWhatWasStoredBefore) {
 }
 
 TEST_F(ThreadThatStaysTheUser, WritesWhenItBecomesItselfJustBefore) {
-  Add(L"A", LCT_DOMAIN_REACHABLE, L"host.test");
+  Add(L"\u00c4", LCT_DOMAIN_REACHABLE, L"host.test");
   m_user.KeepIdentity();
   // The way out opens between the calculation and the write, while the set is turned into bytes.
   static const ImportPatch* s_convert;

@@ -133,7 +133,7 @@ TEST(MacAddresses, WithoutAdaptersAreNone) {
 class OverridingService : public CQeLaLib {
  public:
   explicit OverridingService(std::vector<AdapterProps> adapters) : CQeLaLib(nullptr, false, NotLoaded{}) {
-    m_adapters = std::move(adapters);
+    m_adapters = std::make_shared<std::vector<AdapterProps>>(std::move(adapters));
   }
 
   bool MatchAddressSpecification(const Texts& addresses, const std::uint32_t* kind, const std::wstring& first,

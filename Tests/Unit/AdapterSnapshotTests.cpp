@@ -280,7 +280,10 @@ class Service : public CQeLaLib {
   Service() : CQeLaLib(nullptr, false, NotLoaded{}) {}
   using CQeLaLib::BuildAdapterSnapshot;
   using CQeLaLib::CalculateCurrentAdapterProps;
-  using CQeLaLib::m_adapters;
+
+  const std::vector<AdapterProps>& Adapters() const { return *m_adapters; }
+  // What the last snapshot left.
+  void LeaveAdapters(std::size_t count) { m_adapters = std::make_shared<std::vector<AdapterProps>>(count); }
 };
 
 class AdapterSnapshot : public testing::Test {
@@ -293,7 +296,7 @@ class AdapterSnapshot : public testing::Test {
   }
 
   // A failed snapshot empties what the last one left.
-  AdapterSnapshot() { m_service.m_adapters.resize(3); }
+  AdapterSnapshot() { m_service.LeaveAdapters(3); }
 
   void ExpectOnlyCalls(const std::vector<ULONG>& sizes) {
     std::vector<ULONG> asked;
@@ -315,8 +318,8 @@ class AdapterSnapshot : public testing::Test {
 
 TEST_F(AdapterSnapshot, AsksTheSystemOnceForEverything) {
   EXPECT_TRUE(m_service.BuildAdapterSnapshot());
-  ASSERT_EQ(m_service.m_adapters.size(), 1u);
-  EXPECT_EQ(m_service.m_adapters[0].ifIndex, 5u);
+  ASSERT_EQ(m_service.Adapters().size(), 1u);
+  EXPECT_EQ(m_service.Adapters()[0].ifIndex, 5u);
   const auto calls = m_adapters.Calls();
   ASSERT_EQ(calls.size(), 1u);
   EXPECT_EQ(calls[0].family, ULONG{AF_UNSPEC});
@@ -332,7 +335,7 @@ TEST_F(AdapterSnapshot, EachSnapshotStartsAnewAtTheUsualSize) {
   m_adapters.Set(many);
   EXPECT_TRUE(m_service.BuildAdapterSnapshot());
   EXPECT_TRUE(m_service.BuildAdapterSnapshot());
-  EXPECT_EQ(m_service.m_adapters.size(), 100u);
+  EXPECT_EQ(m_service.Adapters().size(), 100u);
   const auto calls = m_adapters.Calls();
   ASSERT_EQ(calls.size(), 4u);
   const ULONG needed = calls[0].bytesWritten;
@@ -345,7 +348,7 @@ TEST_F(AdapterSnapshot, GivesUpAfterFiveOverflows) {
   m_adapters.Script({{overflow, 16000}, {overflow, 17000}, {overflow, 18000}, {overflow, 19000}, {overflow, 20000}});
   EXPECT_FALSE(m_service.BuildAdapterSnapshot());
   ExpectOnlyCalls({15000, 16000, 17000, 18000, 19000});
-  EXPECT_TRUE(m_service.m_adapters.empty());
+  EXPECT_TRUE(m_service.Adapters().empty());
   EXPECT_TRUE(m_log.Texts().empty());
 }
 
@@ -354,7 +357,7 @@ TEST_F(AdapterSnapshot, TakesTheAnswerOfTheFifthCall) {
   m_adapters.Script({{overflow, {}}, {overflow, {}}, {overflow, {}}, {overflow, {}}});  // the size does not grow
   EXPECT_TRUE(m_service.BuildAdapterSnapshot());
   ExpectOnlyCalls({15000, 15000, 15000, 15000, 15000});
-  EXPECT_EQ(m_service.m_adapters.size(), 1u);
+  EXPECT_EQ(m_service.Adapters().size(), 1u);
   EXPECT_EQ(m_log.Texts(), Texts{kSuccess});
 }
 
@@ -362,10 +365,10 @@ TEST_F(AdapterSnapshot, AnyOtherErrorIsFailureWithoutALine) {
   for (const ULONG error : {232ul, 1228ul, 13ul, 8ul, 87ul, 50ul}) {
     m_adapters.FailAlways(error);
     m_adapters.ClearCalls();
-    m_service.m_adapters.resize(3);
+    m_service.LeaveAdapters(3);
     EXPECT_FALSE(m_service.BuildAdapterSnapshot()) << error;
     EXPECT_EQ(m_adapters.CallCount(), 1u) << error;
-    EXPECT_TRUE(m_service.m_adapters.empty()) << error;
+    EXPECT_TRUE(m_service.Adapters().empty()) << error;
   }
   EXPECT_EQ(m_heap.freed, m_heap.sizes.size());
   EXPECT_TRUE(m_log.Texts().empty());
@@ -383,7 +386,7 @@ TEST_F(AdapterSnapshot, NoMemoryAtTheFirstTryLogsTheSuccessAsWell) {
   m_heap.failAt = 1;
   EXPECT_FALSE(m_service.BuildAdapterSnapshot());
   ExpectOnlyCalls({});
-  EXPECT_TRUE(m_service.m_adapters.empty());
+  EXPECT_TRUE(m_service.Adapters().empty());
   EXPECT_EQ(m_log.Texts(8), (Texts{kNoMemory, kSuccess}));
 }
 
@@ -392,7 +395,7 @@ TEST_F(AdapterSnapshot, NoMemoryAfterAnOverflowLogsOnlyThat) {
   m_adapters.Script({{ERROR_BUFFER_OVERFLOW, 16000}});
   EXPECT_FALSE(m_service.BuildAdapterSnapshot());
   ExpectOnlyCalls({15000});
-  EXPECT_TRUE(m_service.m_adapters.empty());
+  EXPECT_TRUE(m_service.Adapters().empty());
   EXPECT_EQ(m_log.Texts(8), Texts{kNoMemory});
 }
 
@@ -401,7 +404,7 @@ TEST_F(AdapterSnapshot, AMachineWithOnlyTheLoopbackHasNoAdapters) {
   list.AddLoopback();
   m_adapters.Set(list);
   EXPECT_FALSE(m_service.BuildAdapterSnapshot());
-  EXPECT_TRUE(m_service.m_adapters.empty());
+  EXPECT_TRUE(m_service.Adapters().empty());
   EXPECT_EQ(m_log.Texts(), Texts{kSuccess});
 }
 
@@ -417,11 +420,11 @@ TEST_F(AdapterSnapshot, TheReportListsEveryAdapterAndASeparator) {
   list.Add(L"Home").Index(6);
   m_adapters.Set(list);
   EXPECT_TRUE(m_service.CalculateCurrentAdapterProps());
-  ASSERT_EQ(m_service.m_adapters.size(), 2u);
+  ASSERT_EQ(m_service.Adapters().size(), 2u);
   const std::wstring separator = L"//---------------------------------------------\n";
   EXPECT_EQ(m_log.Texts(8),
-            (Texts{kSuccess, L"Adapters List :", L"Adapter properties:\n" + RenderAdapterProps(m_service.m_adapters[0]),
-                   separator, L"Adapter properties:\n" + RenderAdapterProps(m_service.m_adapters[1]), separator}));
+            (Texts{kSuccess, L"Adapters List :", L"Adapter properties:\n" + RenderAdapterProps(m_service.Adapters()[0]),
+                   separator, L"Adapter properties:\n" + RenderAdapterProps(m_service.Adapters()[1]), separator}));
 }
 
 TEST_F(AdapterSnapshot, TheReportIsWrittenAfterAFailureToo) {
@@ -436,8 +439,8 @@ TEST_F(AdapterSnapshot, EverySnapshotReplacesTheLast) {
   list.Add(L"Home").Index(6);
   m_adapters.Set(list);
   EXPECT_TRUE(m_service.CalculateCurrentAdapterProps());
-  ASSERT_EQ(m_service.m_adapters.size(), 1u);
-  EXPECT_EQ(m_service.m_adapters[0].description, L"Home");
+  ASSERT_EQ(m_service.Adapters().size(), 1u);
+  EXPECT_EQ(m_service.Adapters()[0].description, L"Home");
 }
 
 // Nothing leaves the snapshot: whichever allocation fails, there is a whole snapshot or none.
@@ -454,7 +457,7 @@ TEST(AdapterSnapshotMemory, RunningOutOfItLeavesAWholeSnapshotOrNone) {
     Service service;
     bool result = false;
     attempt([&] { EXPECT_NO_THROW(result = service.CalculateCurrentAdapterProps()); });
-    EXPECT_EQ(service.m_adapters.size(), result ? 3u : 0u);
+    EXPECT_EQ(service.Adapters().size(), result ? 3u : 0u);
   });
 }
 

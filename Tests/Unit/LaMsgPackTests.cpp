@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "FwClient/Common/Utilities/StlStringUtfConv.h"
+#include "FwClient/Service/QeLaLib/QeLocations.h"
 #include "Tests/Support/Blob.h"
 #include "Tests/Support/HeapWatch.h"
 #include "Tests/Support/ImportPatch.h"
@@ -21,7 +22,7 @@ template <typename Write>
 Bytes Packed(Write write) {
   LaPacker packer;
   write(packer);
-  return packer.Bytes();
+  return packer.TakeBytes();
 }
 
 Bytes PackedText(const std::wstring& text) {
@@ -129,26 +130,43 @@ TEST(LaPacker, StartsWith8192BytesAndDoubles) {
 
 // ---- reading single values ----
 
-// Hands the object of the bytes to `read`.
+// What `read` makes of the bytes, and that it takes all of them.
 template <typename Read>
 auto ReadFrom(const Bytes& bytes, Read read) {
-  const msgpack::object_handle handle = UnpackBytes(bytes);
-  return read(handle.get());
+  LaReader reader(bytes, LaReader::Records::kAny);
+  auto value = read(reader);
+  EXPECT_EQ(reader.BytesLeft(), 0u);
+  return value;
+}
+
+bool BoolFrom(const Bytes& bytes) {
+  return ReadFrom(bytes, [](LaReader& reader) { return reader.Bool(); });
+}
+
+std::uint32_t UInt32From(const Bytes& bytes) {
+  return ReadFrom(bytes, [](LaReader& reader) { return reader.UInt32(); });
 }
 
 std::wstring TextFrom(const Bytes& bytes) {
-  return ReadFrom(bytes, [](const msgpack::object& object) {
+  return ReadFrom(bytes, [](LaReader& reader) {
     std::wstring text = L"old";
-    UnpackText(object, text);
+    reader.Text(text);
     return text;
   });
 }
 
+std::vector<std::wstring> TextsFrom(const Bytes& bytes, std::vector<std::wstring> texts) {
+  return ReadFrom(bytes, [&](LaReader& reader) {
+    reader.Texts(texts);
+    return texts;
+  });
+}
+
 TEST(LaMsgPackReading, BooleansOnlyAreBooleans) {
-  EXPECT_TRUE(ReadFrom({0xc3}, UnpackBool));
-  EXPECT_FALSE(ReadFrom({0xc2}, UnpackBool));
+  EXPECT_TRUE(BoolFrom({0xc3}));
+  EXPECT_FALSE(BoolFrom({0xc2}));
   for (const Bytes& bytes : {Bytes{0x00}, Bytes{0x01}, Bytes{0xc0}, Bytes{0xa0}, Bytes{0x90}, Bytes{0xcc, 0x01}})
-    EXPECT_THROW(ReadFrom(bytes, UnpackBool), msgpack::type_error) << testing::PrintToString(bytes);
+    EXPECT_THROW(BoolFrom(bytes), msgpack::type_error) << testing::PrintToString(bytes);
 }
 
 TEST(LaMsgPackReading, NumbersMayHaveAnyWidth) {
@@ -168,8 +186,7 @@ TEST(LaMsgPackReading, NumbersMayHaveAnyWidth) {
       {{0xd2, 0x00, 0x01, 0x11, 0x70}, 70000},
       {{0xd3, 0x00, 0x00, 0x00, 0x00, 0xff, 0xff, 0xff, 0xff}, 0xffffffff},
   };
-  for (const auto& [bytes, expected] : cases)
-    EXPECT_EQ(ReadFrom(bytes, UnpackUInt32), expected) << testing::PrintToString(bytes);
+  for (const auto& [bytes, expected] : cases) EXPECT_EQ(UInt32From(bytes), expected) << testing::PrintToString(bytes);
 }
 
 TEST(LaMsgPackReading, NegativeFractionalAndTooLargeNumbersAreTypeErrors) {
@@ -185,7 +202,7 @@ TEST(LaMsgPackReading, NegativeFractionalAndTooLargeNumbersAreTypeErrors) {
                              Bytes{0xca, 0x3f, 0x80, 0x00, 0x00},                          // 1.0f
                              Bytes{0xcb, 0x3f, 0xf0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00},  // 1.0
                              Bytes{0xc2}, Bytes{0xc0}, Bytes{0xa1, '1'}, Bytes{0x91, 0x01}})
-    EXPECT_THROW(ReadFrom(bytes, UnpackUInt32), msgpack::type_error) << testing::PrintToString(bytes);
+    EXPECT_THROW(UInt32From(bytes), msgpack::type_error) << testing::PrintToString(bytes);
 }
 
 TEST(LaMsgPackReading, TextsMayHaveAnyStrForm) {
@@ -208,79 +225,123 @@ TEST(LaMsgPackReading, WhatIsNoStrIsNoText) {
     EXPECT_THROW(TextFrom(bytes), msgpack::type_error) << testing::PrintToString(bytes);
 }
 
+TEST(LaMsgPackReading, EveryValueEndsWhereTheBytesEnd) {
+  for (const Bytes& bytes : {Bytes{}, Bytes{0xa2, 'a'}, Bytes{0xd9}, Bytes{0xda, 0x00}, Bytes{0xdb, 0x00, 0x00, 0x00}})
+    EXPECT_THROW(TextFrom(bytes), msgpack::type_error) << testing::PrintToString(bytes);
+  for (const Bytes& bytes : {Bytes{}, Bytes{0xcc}, Bytes{0xcd, 0x00}, Bytes{0xd3, 0x00, 0x00}})
+    EXPECT_THROW(UInt32From(bytes), msgpack::type_error) << testing::PrintToString(bytes);
+  for (const Bytes& bytes : {Bytes{}, Bytes{0xdc}, Bytes{0xdc, 0x00}, Bytes{0xdd, 0x00, 0x00, 0x00}})
+    EXPECT_THROW(TextsFrom(bytes, {}), msgpack::type_error) << testing::PrintToString(bytes);
+  EXPECT_THROW(BoolFrom({}), msgpack::type_error);
+}
+
+// U+00FC, so that the system converts it: ASCII is not shown to it.
 TEST(LaMsgPackReading, TextThatIsNoUtf8IsRefusedAndTheOldOneStays) {
-  const msgpack::object_handle handle = UnpackBytes({0xa2, 0xc3, '('});
+  const Bytes bytes{0xa2, 0xc3, '('};
+  LaReader reader(bytes, LaReader::Records::kAny);
   std::wstring text = L"old";
-  EXPECT_THROW(UnpackText(handle.get(), text), StlStringUtfConv::Exception);
+  EXPECT_THROW(reader.Text(text), StlStringUtfConv::Exception);
   EXPECT_EQ(text, L"old");
 }
 
 TEST(LaMsgPackReading, TextThatTheSystemCannotConvertIsWantOfMemoryAndTheOldOneStays) {
-  const msgpack::object_handle handle = UnpackBytes({0xa2, 'a', 'b'});
+  const Bytes bytes{0xa2, 0xc3, 0xbc};
   const ImportPatch wide(
       ::GetModuleHandleW(nullptr), "MultiByteToWideChar", +[](UINT, DWORD, LPCSTR, int, LPWSTR, int) {
         ::SetLastError(ERROR_INVALID_PARAMETER);
         return 0;
       });
+  LaReader reader(bytes, LaReader::Records::kAny);
   std::wstring text = L"old";
-  EXPECT_THROW(UnpackText(handle.get(), text), std::bad_alloc);
+  EXPECT_THROW(reader.Text(text), std::bad_alloc);
   EXPECT_EQ(text, L"old");
 }
 
 TEST(LaMsgPackReading, ListOfTextsReplacesTheOldOne) {
-  std::vector<std::wstring> texts{L"x", L"y", L"z"};
-  ReadFrom({0x92, 0xa1, 'a', 0xa1, 'b'}, [&](const msgpack::object& object) { UnpackTexts(object, texts); });
-  EXPECT_EQ(texts, (std::vector<std::wstring>{L"a", L"b"}));
-  ReadFrom({0x90}, [&](const msgpack::object& object) { UnpackTexts(object, texts); });
-  EXPECT_TRUE(texts.empty());
+  const std::vector<std::wstring> old{L"x", L"y", L"z"};
+  EXPECT_EQ(TextsFrom({0x92, 0xa1, 'a', 0xa1, 'b'}, old), (std::vector<std::wstring>{L"a", L"b"}));
+  EXPECT_TRUE(TextsFrom({0x90}, old).empty());
 }
 
 TEST(LaMsgPackReading, ListOfTextsMustBeAnArray) {
-  std::vector<std::wstring> texts{L"x"};
-  for (const Bytes& bytes : {Bytes{0xc0}, Bytes{0x80}, Bytes{0xa1, 'a'}, Bytes{0x00}})
-    EXPECT_THROW(ReadFrom(bytes, [&](const msgpack::object& object) { UnpackTexts(object, texts); }),
-                 msgpack::type_error);
-  EXPECT_EQ(texts, std::vector<std::wstring>{L"x"});
+  for (const Bytes& bytes : {Bytes{0xc0}, Bytes{0x80}, Bytes{0xa1, 'a'}, Bytes{0x00}}) {
+    std::vector<std::wstring> texts{L"x"};
+    LaReader reader(bytes, LaReader::Records::kAny);
+    EXPECT_THROW(reader.Texts(texts), msgpack::type_error);
+    EXPECT_EQ(texts, std::vector<std::wstring>{L"x"});
+  }
+}
+
+TEST(LaMsgPackReading, WhatIsPassedOverMayBeOfAnyTypeAndDepth) {
+  for (const Bytes& bytes :
+       {Bytes{0x00}, Bytes{0xff}, Bytes{0xc0}, Bytes{0xc4, 0x01, 'a'}, Bytes{0xd4, 0x01, 'a'}, Bytes{0xca, 0, 0, 0, 0},
+        Bytes{0x81, 0xa1, 'a', 0x92, 0xc2, 0xc3}, Blob::Join({Bytes(100'000, 0x91), {0x90}})}) {
+    const Bytes followed = Blob::Join({bytes, {0x07}});
+    LaReader reader(followed, LaReader::Records::kAny);
+    reader.Skip();
+    EXPECT_EQ(reader.UInt32(), 7u);
+  }
+  for (const Bytes& bytes : {Bytes{}, Bytes{0xc1}, Bytes{0x92, 0xc0}, Bytes{0xa1}}) {
+    LaReader reader(bytes, LaReader::Records::kAny);
+    EXPECT_ANY_THROW(reader.Skip()) << testing::PrintToString(bytes);
+  }
 }
 
 TEST(LaRecord, HandsOutItsFieldsInOrderAndThenNone) {
+  const Bytes bytes{0x92, 0x07, 0x08, 0x09};
+  LaReader reader(bytes, LaReader::Records::kAny);
+  LaRecord record(reader);
   std::vector<std::uint32_t> fields;
-  ReadFrom({0x92, 0x07, 0x08}, [&](const msgpack::object& object) {
-    LaRecord record(object);
-    EXPECT_EQ(record.Size(), 2u);
-    for (int i = 0; i < 4; ++i)
-      record.Next([&](const msgpack::object& field) { fields.push_back(UnpackUInt32(field)); });
-  });
+  for (int i = 0; i < 4; ++i) record.Next([&] { fields.push_back(reader.UInt32()); });
   EXPECT_EQ(fields, (std::vector<std::uint32_t>{7, 8}));
 }
 
+TEST(LaRecord, EndsBehindItsFurtherFields) {
+  const Bytes bytes{0x93, 0x07, 0x91, 0xc0, 0xa1, 'x', 0x09};
+  LaReader reader(bytes, LaReader::Records::kAny);
+  LaRecord record(reader);
+  record.Next([&] { EXPECT_EQ(reader.UInt32(), 7u); });
+  record.End();
+  EXPECT_EQ(reader.UInt32(), 9u);
+}
+
+TEST(LaRecord, LacksNoFieldWhereItMustBeWhole) {
+  const Bytes bytes{0x91, 0x07};
+  LaReader reader(bytes, LaReader::Records::kWhole);
+  LaRecord record(reader);
+  record.Next([&] { EXPECT_EQ(reader.UInt32(), 7u); });
+  EXPECT_THROW(record.Next([] { FAIL(); }), msgpack::type_error);
+}
+
 TEST(LaRecord, MustBeAnArray) {
-  for (const Bytes& bytes : {Bytes{0xc0}, Bytes{0x80}, Bytes{0x81, 0x00, 0x00}, Bytes{0xa0}, Bytes{0x00}, Bytes{0xc3}})
-    EXPECT_THROW(ReadFrom(bytes, [](const msgpack::object& object) { return LaRecord(object).Size(); }),
-                 msgpack::type_error);
+  for (const Bytes& bytes :
+       {Bytes{0xc0}, Bytes{0x80}, Bytes{0x81, 0x00, 0x00}, Bytes{0xa0}, Bytes{0x00}, Bytes{0xc3}}) {
+    LaReader reader(bytes, LaReader::Records::kAny);
+    EXPECT_THROW(LaRecord{reader}, msgpack::type_error);
+  }
 }
 
 // ---- reading bytes ----
 
-TEST(UnpackBytes, AcceptsAnythingBehindTheObject) {
-  EXPECT_NO_THROW(UnpackBytes({0x90, 0x00}));
-  EXPECT_NO_THROW(UnpackBytes({0x90, 0xc1}));
-  EXPECT_NO_THROW(UnpackBytes({0x90, 0xdd, 0xff}));
+TEST(CheckBytes, AcceptsAnythingBehindTheObject) {
+  EXPECT_NO_THROW(CheckBytes(Bytes{0x90, 0x00}));
+  EXPECT_NO_THROW(CheckBytes(Bytes{0x90, 0xc1}));
+  EXPECT_NO_THROW(CheckBytes(Bytes{0x90, 0xdd, 0xff}));
 }
 
-TEST(UnpackBytes, RefusesWhatIsNoWholeObject) {
+TEST(CheckBytes, RefusesWhatIsNoWholeObject) {
   for (const Bytes& bytes : {Bytes{}, Bytes{0xc1}, Bytes{0x91}, Bytes{0x91, 0xc1}, Bytes{0xa1}, Bytes{0xcc},
                              Bytes{0xda, 0x00}, Bytes{0xdd, 0x00, 0x00, 0x00}, Bytes{0x81, 0x00}})
-    EXPECT_THROW(UnpackBytes(bytes), msgpack::unpack_error) << testing::PrintToString(bytes);
+    EXPECT_THROW(CheckBytes(bytes), msgpack::unpack_error) << testing::PrintToString(bytes);
 }
 
-TEST(UnpackBytes, ReadsAHundredThousandLevels) {
+TEST(CheckBytes, ReadsAHundredThousandLevels) {
   constexpr std::size_t kLevels = 100'000;
-  EXPECT_NO_THROW(UnpackBytes(Blob::Join({Bytes(kLevels, 0x91), {0x90}})));
-  EXPECT_THROW(UnpackBytes(Bytes(kLevels, 0x91)), msgpack::unpack_error);
+  EXPECT_NO_THROW(CheckBytes(Blob::Join({Bytes(kLevels, 0x91), {0x90}})));
+  EXPECT_THROW(CheckBytes(Bytes(kLevels, 0x91)), msgpack::unpack_error);
   // Maps within maps, as keys and as values.
-  EXPECT_NO_THROW(UnpackBytes(Blob::Join({Blob::Repeat({0x81, 0x00}, kLevels), {0xc0}})));
-  EXPECT_NO_THROW(UnpackBytes(Blob::Join({Bytes(kLevels, 0x81), {0xc0}, Bytes(kLevels, 0x00)})));
+  EXPECT_NO_THROW(CheckBytes(Blob::Join({Blob::Repeat({0x81, 0x00}, kLevels), {0xc0}})));
+  EXPECT_NO_THROW(CheckBytes(Blob::Join({Bytes(kLevels, 0x81), {0xc0}, Bytes(kLevels, 0x00)})));
 }
 
 // What the bytes claim must not be allocated before they are seen to be there.
@@ -288,15 +349,12 @@ class HostileBytes : public testing::TestWithParam<Bytes> {};
 
 TEST_P(HostileBytes, AreRefusedWithoutAllocatingWhatTheyClaim) {
   WarmUpExceptions();
+  CQeLocations target;
   bool refused = false;
   std::size_t asked = 0;
   {
     const HeapWatch heap;
-    try {
-      UnpackBytes(GetParam());
-    } catch (const msgpack::unpack_error&) {
-      refused = true;
-    }
+    refused = !target.DeserializeFromBytes(GetParam());
     asked = heap.BytesAskedFor();
     EXPECT_EQ(heap.BlocksLeft(), 0);
   }
@@ -325,22 +383,26 @@ INSTANTIATE_TEST_SUITE_P(
 // A record of one number that fails where the test wants it.
 struct Probe {
   static constexpr char kClassName[] = "class Probe";
+  static Probe ToBeRead() { return {}; }
 
   std::uint32_t number = 7;
   bool fails = false;
-  bool wantsMemory = false;
 
   void Pack(LaPacker& packer) const {
     packer.Array(1);
     packer.UInt32(number);
     if (fails) throw 1;  // not even an exception of the standard library may leave
   }
-  void Unpack(const msgpack::object& object) {
-    LaRecord record(object);
-    record.Next([&](const msgpack::object& field) { number = UnpackUInt32(field); });
-    if (fails) throw 1;
-    if (wantsMemory) throw std::bad_alloc();
+  void Unpack(LaReader& reader) {
+    LaRecord record(reader);
+    record.Next([&] { number = reader.UInt32(); });
+    if (number == kFails) throw 1;
+    if (number == kWantsMemory) throw std::bad_alloc();
+    record.End();
   }
+
+  static constexpr std::uint32_t kFails = 9;
+  static constexpr std::uint32_t kWantsMemory = 10;
 };
 
 TEST(SerializeObject, ReplacesTheCallersBytes) {
@@ -367,9 +429,16 @@ TEST(SerializeObject, AFailureNeedsNoPrinter) {
 TEST(DeserializeObject, ReadsTheObject) {
   const PrintedErrors errors;
   Probe probe;
-  EXPECT_TRUE(DeserializeObject(probe, {0x91, 0x09}));
-  EXPECT_EQ(probe.number, 9u);
+  EXPECT_TRUE(DeserializeObject(probe, {0x91, 0x08}));
+  EXPECT_EQ(probe.number, 8u);
   EXPECT_EQ(errors.Count(), 0u);
+}
+
+TEST(DeserializeObject, LeavesFieldsThatTheBytesLack) {
+  Probe probe;
+  EXPECT_TRUE(DeserializeObject(probe, {0x91, 0x08}));
+  EXPECT_TRUE(DeserializeObject(probe, {0x90}));
+  EXPECT_EQ(probe.number, 8u);
 }
 
 TEST(DeserializeObject, NoBytesAreAFailureWithoutALine) {
@@ -382,9 +451,9 @@ TEST(DeserializeObject, NoBytesAreAFailureWithoutALine) {
 
 TEST(DeserializeObject, AFailurePrintsOneLine) {
   const PrintedErrors errors;
-  Probe probe{.fails = true};
-  EXPECT_FALSE(DeserializeObject(probe, {0x91, 0x09}));
-  EXPECT_EQ(probe.number, 9u);  // read before the failure
+  Probe probe;
+  EXPECT_FALSE(DeserializeObject(probe, {0x91, Probe::kFails}));
+  EXPECT_EQ(probe.number, Probe::kFails);  // read before the failure
   EXPECT_FALSE(DeserializeObject(probe, {0x91}));
   const std::string line = "UCD DeserializeFromBytes failed for class Probe";
   EXPECT_EQ(errors.Lines(), (std::vector<std::string>{line, line}));
@@ -392,8 +461,8 @@ TEST(DeserializeObject, AFailurePrintsOneLine) {
 
 TEST(DeserializeObject, WantOfMemoryLeavesTheObjectAndPrintsOneLine) {
   const PrintedErrors errors;
-  Probe probe{.wantsMemory = true};
-  EXPECT_FALSE(DeserializeObject(probe, {0x91, 0x09}));
+  Probe probe;
+  EXPECT_FALSE(DeserializeObject(probe, {0x91, Probe::kWantsMemory}));
   EXPECT_EQ(probe.number, 7u);
   EXPECT_EQ(errors.Lines(), std::vector<std::string>{"UCD DeserializeFromBytes failed for class Probe"});
 }

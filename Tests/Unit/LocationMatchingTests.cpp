@@ -20,10 +20,15 @@ using Texts = std::vector<std::wstring>;
 
 class Service : public CQeLaLib {
  public:
-  Service() : CQeLaLib(nullptr, false, NotLoaded{}) {}
+  Service() : CQeLaLib(nullptr, false, NotLoaded{}) { m_adapters = m_ownAdapters; }
   using CQeLaLib::IsCurrentLocation;
-  using CQeLaLib::m_adapters;
   using CQeLaLib::MatchAdapterCriteria;
+
+  // The snapshot, still open to change.
+  std::vector<AdapterProps>& Adapters() { return *m_ownAdapters; }
+
+ private:
+  std::shared_ptr<std::vector<AdapterProps>> m_ownAdapters = std::make_shared<std::vector<AdapterProps>>();
 };
 
 // "Checking" to "returning": the lines around every test of a location.
@@ -71,7 +76,7 @@ class LocationMatching : public testing::Test {
   }
 
   AdapterProps& Add(std::uint32_t index, const wchar_t* description) {
-    return m_service.m_adapters.emplace_back(MakeAdapter(index, description));
+    return m_service.Adapters().emplace_back(MakeAdapter(index, description));
   }
 
   void Require(LOCATION_CRITERIA_TYPE kind, const wchar_t* value = L"") {
@@ -247,8 +252,8 @@ TEST_F(LocationMatching, EveryKindMustHoldForTheSameAdapter) {
   Require(LCT_DEFAULT_GATEWAY, L"10.0.0.1");
   EXPECT_EQ(Check(), 1u);
   EXPECT_EQ(m_matched, Indexes{3});
-  const AdapterProps& first = m_service.m_adapters[0];
-  const AdapterProps& second = m_service.m_adapters[1];
+  const AdapterProps& first = m_service.Adapters()[0];
+  const AdapterProps& second = m_service.Adapters()[1];
   EXPECT_EQ(m_log.Texts(8), (Texts{Checking(L"Office"), Zelt(0),  //
                                    Adapter(first), Matched(L"Default gateway : 10.0.0.1 matched", first), NotAll(first),
                                    Adapter(second), Matched(L"Default gateway : 10.0.0.1 matched", second),
@@ -404,7 +409,7 @@ TEST_F(LocationMatching, WithTheManagementServerAloneEveryAdapterIsListedWhateve
 
 TEST_F(LocationMatching, TheManagementServerIsAskedAfterTheAdaptersMatched) {
   const AdapterProps& adapter = Add(7, L"LAN");
-  m_service.m_adapters[0].gateways = {L"10.0.0.1"};
+  m_service.Adapters()[0].gateways = {L"10.0.0.1"};
   Require(LCT_DEFAULT_GATEWAY, L"10.0.0.1");
   Require(LCT_ZELT_REACHABLE);
   const std::uint32_t result = Check();
@@ -457,9 +462,9 @@ TEST_F(LocationMatching, AnyNameAndDescriptionCanBeLogged) {
                                 std::wstring(100000, L'x'),
                                 std::wstring(L"a\0b", 3)};
   for (const std::wstring& name : names) {
-    m_service.m_adapters.clear();
+    m_service.Adapters().clear();
     Add(7, L"").description = name;
-    m_service.m_adapters[0].gateways = {L"10.0.0.1"};
+    m_service.Adapters()[0].gateways = {L"10.0.0.1"};
     CQeLocation location;
     location.SetName(name);
     const auto kind = LCT_DEFAULT_GATEWAY;

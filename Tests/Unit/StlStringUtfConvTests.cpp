@@ -139,16 +139,24 @@ TEST(StlStringUtfConv, RefusesWhatIsNoUtf8) {
   }
 }
 
+// U+00E4 has two bytes, so that the system is needed.
+constexpr wchar_t kWideUmlaut = 0xe4;
+constexpr char kUmlaut[] = "\xc3\xa4";
+
 TEST(StlStringUtfConv, ConvertsTextsOfEveryLengthAroundTheStackBuffer) {
   for (const std::size_t length : {1u, 511u, 512u, 513u, 1023u, 1024u, 1025u, 100'000u}) {
     EXPECT_EQ(ToUtf8(std::wstring(length, L'x')), std::string(length, 'x'));
     EXPECT_EQ(ToWide(std::string(length, 'x')), std::wstring(length, L'x'));
+    EXPECT_EQ(ToUtf8(std::wstring(length, L'x') + kWideUmlaut), std::string(length, 'x') + kUmlaut);
+    EXPECT_EQ(ToWide(std::string(length, 'x') + kUmlaut), std::wstring(length, L'x') + kWideUmlaut);
   }
 }
 
 TEST(StlStringUtfConv, TextsOf1024BytesNeedNoAllocationButTheResults) {
-  const std::wstring wideFits(1024, L'x'), wideBeyond(1025, L'x');
-  const std::string fits(512, 'x'), beyond(513, 'x');
+  const auto wide = [](std::size_t bytes) { return std::wstring(bytes - 2, L'x') + kWideUmlaut; };
+  const auto narrow = [](std::size_t units) { return std::string(units - 1, 'x') + kUmlaut; };
+  const std::wstring wideFits = wide(1024), wideBeyond = wide(1025);
+  const std::string fits = narrow(512), beyond = narrow(513);
   const auto allocations = [](auto convert) {
     const HeapWatch heap;
     convert();
@@ -158,6 +166,33 @@ TEST(StlStringUtfConv, TextsOf1024BytesNeedNoAllocationButTheResults) {
   EXPECT_EQ(allocations([&] { ToUtf8(wideBeyond); }), 2u);
   EXPECT_EQ(allocations([&] { ToWide(fits); }), 1u);
   EXPECT_EQ(allocations([&] { ToWide(beyond); }), 2u);
+}
+
+// ASCII, up to the first NUL: it is the same in both forms, and the most frequent text by far.
+TEST(StlStringUtfConv, AsciiNeedsNeitherTheSystemNorMemoryButTheResults) {
+  static int calls;
+  calls = 0;
+  const HMODULE program = ::GetModuleHandleW(nullptr);
+  const ImportPatch toNarrow(
+      program, "WideCharToMultiByte",
+      +[](UINT, DWORD, LPCWSTR, int, LPSTR, int, LPCSTR, LPBOOL) { return ++calls, 0; });
+  const ImportPatch toWide(
+      program, "MultiByteToWideChar", +[](UINT, DWORD, LPCSTR, int, LPWSTR, int) { return ++calls, 0; });
+  std::string narrow;
+  std::wstring wide;
+  for (char unit = 1; unit > 0; ++unit) {
+    narrow += unit;
+    wide += static_cast<wchar_t>(unit);
+    if (unit == 0x7f) break;
+  }
+  EXPECT_EQ(ToUtf8(wide), narrow);
+  EXPECT_EQ(ToWide(narrow), wide);
+  EXPECT_EQ(ToUtf8(wide + L'\0' + kWideUmlaut), narrow);
+  EXPECT_EQ(ToWide(narrow + '\0' + kUmlaut), wide);
+  const HeapWatch heap;
+  EXPECT_EQ(ToUtf8(wide).size(), 127u);
+  EXPECT_EQ(heap.Allocations(), 1u);
+  EXPECT_EQ(calls, 0);
 }
 
 // ---- failing system calls ----
@@ -195,20 +230,20 @@ class StlStringUtfConvFailure : public testing::TestWithParam<int> {
 };
 
 TEST_P(StlStringUtfConvFailure, CarriesTheSystemsError) {
-  EXPECT_EQ(Fail(ERROR_NO_UNICODE_TRANSLATION, [] { ToUtf8(L"abc"); }), 1113u);
-  EXPECT_EQ(Fail(ERROR_INVALID_FLAGS, [] { ToWide("abc"); }), 1004u);
+  EXPECT_EQ(Fail(ERROR_NO_UNICODE_TRANSLATION, [] { ToUtf8(L"\xe4"); }), 1113u);
+  EXPECT_EQ(Fail(ERROR_INVALID_FLAGS, [] { ToWide("\xc3\xa4"); }), 1004u);
 }
 
 TEST_P(StlStringUtfConvFailure, CarriesError1WhenTheSystemNamesNone) {
-  EXPECT_EQ(Fail(0, [] { ToUtf8(L"abc"); }), 1u);
-  EXPECT_EQ(Fail(0, [] { ToWide("abc"); }), 1u);
+  EXPECT_EQ(Fail(0, [] { ToUtf8(L"\xe4"); }), 1u);
+  EXPECT_EQ(Fail(0, [] { ToWide("\xc3\xa4"); }), 1u);
 }
 
 TEST_P(StlStringUtfConvFailure, IsTheTextsFaultWithOneErrorOnly) {
   const auto causes = [&](DWORD error) {
     std::vector<std::optional<Cause>> found;
     for (const std::function<void()>& convert :
-         {std::function<void()>([] { ToUtf8(L"abc"); }), std::function<void()>([] { ToWide("abc"); })}) {
+         {std::function<void()>([] { ToUtf8(L"\xe4"); }), std::function<void()>([] { ToWide("\xc3\xa4"); })}) {
       g_error = error;
       g_goodCalls = GetParam();
       found.push_back(CauseOf(convert));
@@ -226,7 +261,7 @@ TEST(StlStringUtfConv, AFailureWithoutAnErrorIsNotTakenForTheLastOne) {
   const ImportPatch wide(
       ::GetModuleHandleW(nullptr), "MultiByteToWideChar", +[](UINT, DWORD, LPCSTR, int, LPWSTR, int) { return 0; });
   ::SetLastError(ERROR_NO_UNICODE_TRANSLATION);
-  EXPECT_EQ(CauseOf([] { ToWide("abc"); }), Cause::System);
+  EXPECT_EQ(CauseOf([] { ToWide("\xc3\xa4"); }), Cause::System);
 }
 
 INSTANTIATE_TEST_SUITE_P(WhenMeasuringOrWhenConverting, StlStringUtfConvFailure, testing::Values(0, 1));
@@ -247,8 +282,8 @@ TEST(StlStringUtfConv, AsksForStrictConversion) {
         flags[1] = flag;
         return 0;
       });
-  ErrorOf([] { ToUtf8(L"abc"); });
-  ErrorOf([] { ToWide("abc"); });
+  ErrorOf([] { ToUtf8(L"\xe4"); });
+  ErrorOf([] { ToWide("\xc3\xa4"); });
   EXPECT_EQ(pages[0], UINT{CP_UTF8});
   EXPECT_EQ(pages[1], UINT{CP_UTF8});
   EXPECT_EQ(flags[0], DWORD{WC_ERR_INVALID_CHARS});

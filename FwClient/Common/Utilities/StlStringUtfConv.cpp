@@ -3,7 +3,6 @@
 #include <windows.h>
 
 #include <array>
-#include <climits>
 #include <cstddef>
 #include <vector>
 
@@ -20,11 +19,11 @@ constexpr std::size_t kStackBufferBytes = 1024;
                   error == ERROR_NO_UNICODE_TRANSLATION ? Exception::Cause::Text : Exception::Cause::System);
 }
 
-// Cuts at the first NUL; the converters take lengths as int.
+// Cuts at the first NUL.
 template <typename Char>
 int ConvertibleLength(std::basic_string_view<Char>& text) {
   text = text.substr(0, text.find(Char{}));
-  if (text.size() > INT_MAX) throw Exception(ERROR_BUFFER_OVERFLOW, Exception::Cause::Text);
+  if (text.size() > kMaxUnits) throw Exception(ERROR_BUFFER_OVERFLOW, Exception::Cause::Text);
   return static_cast<int>(text.size());
 }
 
@@ -50,16 +49,16 @@ std::basic_string<Char> Converted(Convert convert) {
 }  // namespace
 
 std::string ToUtf8(std::wstring_view text) {
+  if (const auto ascii = AsciiText(text)) return {ascii->begin(), ascii->end()};
   const int length = ConvertibleLength(text);
-  if (length == 0) return {};  // the system refuses a length of 0
   return Converted<char>([&](char* buffer, int bytes) {
     return ::WideCharToMultiByte(CP_UTF8, WC_ERR_INVALID_CHARS, text.data(), length, buffer, bytes, nullptr, nullptr);
   });
 }
 
 std::wstring ToWide(std::string_view text) {
+  if (const auto ascii = AsciiText(text)) return {ascii->begin(), ascii->end()};
   const int length = ConvertibleLength(text);
-  if (length == 0) return {};
   return Converted<wchar_t>([&](wchar_t* buffer, int units) {
     return ::MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, text.data(), length, buffer, units);
   });

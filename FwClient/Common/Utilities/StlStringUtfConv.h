@@ -1,11 +1,17 @@
 // UTF-16 to UTF-8 and back, strict: text that is not valid is refused, never repaired.
 #pragma once
 
+#include <algorithm>
+#include <climits>
+#include <cstddef>
 #include <exception>
+#include <optional>
 #include <string>
 #include <string_view>
 
 namespace StlStringUtfConv {
+
+inline constexpr std::size_t kMaxUnits = INT_MAX;  // the system takes lengths as int
 
 // A text that could not be converted.
 class Exception : public std::exception {
@@ -26,6 +32,15 @@ class Exception : public std::exception {
   unsigned long m_error;
   Cause m_cause;
 };
+
+// The text up to its first NUL, when that is nothing but ASCII: such a text has the same units in both forms.
+template <typename Char>
+std::optional<std::basic_string_view<Char>> AsciiText(std::basic_string_view<Char> text) noexcept {
+  const auto end = std::find_if_not(text.begin(), text.end(), [](Char unit) { return unit > 0 && unit < 0x80; });
+  const auto length = static_cast<std::size_t>(end - text.begin());
+  if ((length != text.size() && text[length] != 0) || length > kMaxUnits) return std::nullopt;
+  return text.substr(0, length);
+}
 
 // Both convert the text up to its first NUL. They throw Exception when that part is not valid (a lone surrogate, a
 // byte that is no UTF-8: error 1113) or has 2^31 or more units (error 111), and when the system fails for any other

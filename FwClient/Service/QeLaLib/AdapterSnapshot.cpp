@@ -129,29 +129,34 @@ void AppendAdapters(const IP_ADAPTER_ADDRESSES* first, std::vector<AdapterProps>
       adapters.push_back(PropsOf(*first));
 }
 
-AdapterSnapshotResult TakeAdapterSnapshot(std::vector<AdapterProps>& adapters) {
-  adapters.clear();
+SharedAdapters NoAdapters() noexcept {
+  static const std::vector<AdapterProps> none;
+  return {SharedAdapters(), &none};  // the pointer owns nothing
+}
+
+AdapterSnapshotResult TakeAdapterSnapshot(SharedAdapters& snapshot) {
+  snapshot = NoAdapters();
   AdapterBuffer buffer;
   const bool answered = QueryAdapters(buffer);
   const auto failed = buffer.LacksMemory() ? AdapterSnapshotResult::kNoMemory : AdapterSnapshotResult::kNoAdapters;
   if (!answered) return failed;
   LA_LOG(kLogInfo, L"GetAdaptersAddresses succeeds, the return value is : %lu", static_cast<unsigned long>(NO_ERROR));
   try {
-    AppendAdapters(buffer.get(), adapters);
+    auto adapters = std::make_shared<std::vector<AdapterProps>>();
+    AppendAdapters(buffer.get(), *adapters);
+    if (adapters->empty()) return failed;
+    snapshot = std::move(adapters);
+    return AdapterSnapshotResult::kTaken;
   } catch (const std::bad_alloc&) {
-    adapters.clear();  // some of the adapters would be a wrong picture: better none
-    return AdapterSnapshotResult::kNoMemory;
+    return AdapterSnapshotResult::kNoMemory;  // some of the adapters would be a wrong picture: better none
   }
-  return adapters.empty() ? failed : AdapterSnapshotResult::kTaken;
 }
 
 void LogAdapters(const std::vector<AdapterProps>& adapters) {
   LA_LOG(kLogInfo, L"Adapters List :");
   try {
-    // By index, and nothing of the record is used once its line goes out: a host that saves from inside its log sink
-    // takes a snapshot of its own.
-    for (std::size_t i = 0; i < adapters.size(); ++i) {
-      LA_LOG(kLogInfo, L"Adapter properties:\n%s", RenderAdapterProps(adapters[i]).c_str());
+    for (const AdapterProps& adapter : adapters) {
+      LA_LOG(kLogInfo, L"Adapter properties:\n%s", RenderAdapterProps(adapter).c_str());
       LA_LOG(kLogInfo, L"//---------------------------------------------\n");
     }
   } catch (const std::bad_alloc&) {

@@ -6,10 +6,17 @@
 #include <windows.h>
 #include <iphlpapi.h>
 
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "FwClient/Service/QeLaLib/AdapterProps.h"
+
+// A snapshot that nobody changes: holding it is a copy of it.
+using SharedAdapters = std::shared_ptr<const std::vector<AdapterProps>>;
+
+// The snapshot of no adapter, which needs no memory.
+SharedAdapters NoAdapters() noexcept;
 
 enum class AdapterSnapshotResult {
   kTaken,
@@ -17,11 +24,11 @@ enum class AdapterSnapshotResult {
   kNoMemory,    // another try may find more
 };
 
-// Asks the system for its adapters and turns them into records. The list holds at least one after kTaken and is empty
+// Asks the system for its adapters and turns them into records. The snapshot holds at least one after kTaken and none
 // otherwise. Logs the system's success; throws nothing.
-AdapterSnapshotResult TakeAdapterSnapshot(std::vector<AdapterProps>& adapters);
+AdapterSnapshotResult TakeAdapterSnapshot(SharedAdapters& snapshot);
 
-// Writes the properties of every adapter to the log. The list may change inside the log sink.
+// Writes the properties of every adapter to the log.
 void LogAdapters(const std::vector<AdapterProps>& adapters);
 
 // The next two are declared for their tests.

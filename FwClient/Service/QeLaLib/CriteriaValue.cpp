@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdlib>
+#include <optional>
 #include <string_view>
 
 #include "FwClient/Common/Utilities/AsciiCase.h"
@@ -17,13 +18,11 @@ std::wstring ByteAsDecimal(std::wstring_view hexadecimal) {
   return std::to_wstring(number & 0xff);
 }
 
-}  // namespace
-
-std::wstring NormalizeCriteriaValue(const std::wstring& value) {
-  const std::wstring_view text = value;
+// The address that the text carries, dotted; none for most texts.
+std::optional<std::wstring> FindMappedIPv4(std::wstring_view text) {
   if (text.size() < kMappedPrefix.size() ||
       !EqualsIgnoringAsciiCase(text.substr(0, kMappedPrefix.size()), kMappedPrefix))
-    return value;
+    return std::nullopt;
 
   // The groups after the prefix, up to the first that is not four characters long: there must be exactly two.
   // What stands behind that group does not matter, so "...:0101:x" still counts as an address.
@@ -32,10 +31,17 @@ std::wstring NormalizeCriteriaValue(const std::wstring& value) {
   for (std::size_t start = kMappedPrefix.size(); start < text.size();) {
     const std::wstring_view group = text.substr(start, text.find(L':', start) - start);
     if (group.size() != kGroupLength) break;
-    if (++groups > 2) return value;
+    if (++groups > 2) return std::nullopt;
     if (groups == 2) dotted += L'.';
     dotted += ByteAsDecimal(group.substr(0, 2)) + L'.' + ByteAsDecimal(group.substr(2));
     start += kGroupLength + 1;
   }
-  return groups == 2 ? dotted : value;
+  if (groups != 2) return std::nullopt;
+  return dotted;
 }
+
+}  // namespace
+
+std::wstring NormalizeCriteriaValue(const std::wstring& value) { return FindMappedIPv4(value).value_or(value); }
+
+bool IsNormalCriteriaValue(const std::wstring& value) { return !FindMappedIPv4(value).has_value(); }

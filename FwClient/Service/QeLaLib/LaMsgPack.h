@@ -6,17 +6,21 @@
 #include <cstdint>
 #include <msgpack.hpp>
 #include <new>
+#include <span>
 #include <string>
+#include <string_view>
 #include <type_traits>
 #include <utility>
 #include <vector>
 
 #include "FwClient/Service/QeLaLib/ErrorPrinter.h"
 
-// Writes objects into a growing buffer.
+// Writes objects into bytes of its own.
 class LaPacker {
  public:
-  LaPacker() : m_buffer(kInitialBytes), m_packer(m_buffer) {}
+  LaPacker();
+  LaPacker(const LaPacker&) = delete;
+  LaPacker& operator=(const LaPacker&) = delete;
 
   void Array(std::size_t count);
   // As UTF-8, up to the first NUL. Throws StlStringUtfConv::Exception when that is not valid UTF-16.
@@ -24,44 +28,80 @@ class LaPacker {
   void Bool(bool value);
   void UInt32(std::uint32_t value);
 
-  std::vector<std::uint8_t> Bytes() const;
+  // What was written; the packer is empty afterwards.
+  std::vector<std::uint8_t> TakeBytes() noexcept { return std::move(m_stream.bytes); }
 
  private:
-  static constexpr std::size_t kInitialBytes = 8192;
+  // What the library's packer writes to.
+  struct Stream {
+    void write(const char* data, std::size_t size);
+    std::vector<std::uint8_t> bytes;
+  };
 
-  msgpack::sbuffer m_buffer;
-  msgpack::packer<msgpack::sbuffer> m_packer;
+  Stream m_stream;
+  msgpack::packer<Stream> m_packer;
 };
 
-// Reading. Everything throws msgpack::type_error when the object is of another type. A text that the system cannot
-// convert, for a reason other than the text, counts as want of memory: std::bad_alloc.
-bool UnpackBool(const msgpack::object& object);                      // booleans only, not 0 or 1
-std::uint32_t UnpackUInt32(const msgpack::object& object);           // any non-negative integer that fits
-void UnpackText(const msgpack::object& object, std::wstring& text);  // str only, not bin
-void UnpackTexts(const msgpack::object& object, std::vector<std::wstring>& texts);
+// Walks the bytes of one object, value by value. Whatever is of another type than asked for, or ends too early, throws
+// msgpack::type_error. A text that the system cannot convert, for a reason other than the text, counts as want of
+// memory: std::bad_alloc.
+class LaReader {
+ public:
+  // Whether a record may have fewer fields than are asked for.
+  enum class Records { kAny, kWhole };
+
+  LaReader(std::span<const std::uint8_t> bytes, Records records) : m_bytes(bytes), m_records(records) {}
+
+  // The number of elements, which are read next. There is at least a byte for each.
+  std::size_t Array();
+  bool Bool();                    // booleans only, not 0 or 1
+  std::uint32_t UInt32();         // any non-negative integer that fits
+  void Text(std::wstring& text);  // str only, not bin
+  void Texts(std::vector<std::wstring>& texts);
+  // Passes over an object of any type.
+  void Skip();
+
+  Records AcceptedRecords() const noexcept { return m_records; }
+  std::size_t BytesLeft() const noexcept { return m_bytes.size() - m_next; }
+
+ private:
+  std::uint64_t BigEndian(std::size_t size);
+  std::string_view Take(std::size_t size);
+
+  std::span<const std::uint8_t> m_bytes;
+  std::size_t m_next = 0;
+  Records m_records;
+};
 
 // The fields of a record, one after the other. Missing ones are passed over, so that their targets keep what they
-// hold; further ones are ignored.
+// hold, where the reader accepts that; further ones are ignored.
 class LaRecord {
  public:
-  explicit LaRecord(const msgpack::object& object);
+  explicit LaRecord(LaReader& reader) : m_reader(reader), m_left(reader.Array()) {}
 
   template <typename Read>
   void Next(Read read) {
-    if (m_next != m_end) read(*m_next++);
+    if (m_left != 0) {
+      --m_left;
+      read();
+    } else if (m_reader.AcceptedRecords() == LaReader::Records::kWhole) {
+      throw msgpack::type_error();
+    }
   }
 
-  // For an array whose elements are all alike.
-  std::size_t Size() const { return static_cast<std::size_t>(m_end - m_next); }
+  // Behind the last field.
+  void End() {
+    for (; m_left != 0; --m_left) m_reader.Skip();
+  }
 
  private:
-  const msgpack::object* m_next;
-  const msgpack::object* m_end;
+  LaReader& m_reader;
+  std::size_t m_left;
 };
 
-// The object tree of the bytes. Throws when they are no whole MessagePack object, before anything is allocated for what
-// they merely claim to hold; bytes after the object are ignored.
-msgpack::object_handle UnpackBytes(const std::vector<std::uint8_t>& bytes);
+// Throws when the bytes do not begin with a whole MessagePack object. Allocates nothing for what they merely claim to
+// hold.
+void CheckBytes(std::span<const std::uint8_t> bytes);
 
 // The two operations of ILaSerializer for a class with Pack, Unpack and kClassName. Nothing leaves them; a failure is
 // told to the host's error printer under the name of the class whose operation was called.
@@ -70,7 +110,7 @@ bool SerializeObject(const Object& object, std::vector<std::uint8_t>& bytes) noe
   try {
     LaPacker packer;
     object.Pack(packer);
-    bytes = packer.Bytes();
+    bytes = packer.TakeBytes();
     return true;
   } catch (...) {
     PrintError("UCD SerializeToBytes failed for %s", Object::kClassName);
@@ -78,24 +118,38 @@ bool SerializeObject(const Object& object, std::vector<std::uint8_t>& bytes) noe
   }
 }
 
-// Unpacks the bytes and calls `convert(target, tree)`, which converts the tree into the target field by field. Returns
-// what the target was before. What is thrown leaves. Bad bytes leave converted what was converted before the bad place.
-// Want of memory (std::bad_alloc) leaves the target exactly as it was: it says nothing about the bytes, and a half-read
-// set would sooner or later be stored in the place of the whole one.
-template <typename Object, typename Convert>
-Object ConvertBytes(Object& target, const std::vector<std::uint8_t>& bytes, Convert convert) {
-  static_assert(std::is_nothrow_move_assignable_v<Object> && std::is_nothrow_move_constructible_v<Object>);
-  const msgpack::object_handle tree = UnpackBytes(bytes);
-  Object converted = target;
+// Reads an object by `unpack(object, reader)`, field by field over what `before` holds, and gives it to `keep`. What is
+// thrown leaves. Bytes that are no object are not kept; where one of its fields is bad, what was read before the bad
+// place is. Want of memory (std::bad_alloc) keeps nothing: it says nothing about the bytes, and a half-read set would
+// sooner or later be stored in the place of the whole one.
+template <typename Object, typename Unpack, typename Keep>
+void ReadObject(const Object& before, std::span<const std::uint8_t> bytes, Unpack unpack, Keep keep) {
+  // Most often all is as we wrote it. Such bytes say everything about an object, so that a new one is read straight
+  // from them: it is thrown away where they turn out to be others.
+  bool isWhole = false;
+  Object fresh = Object::ToBeRead();
   try {
-    convert(converted, tree.get());
+    LaReader reader(bytes, LaReader::Records::kWhole);
+    unpack(fresh, reader);
+    isWhole = true;
   } catch (const std::bad_alloc&) {
     throw;
   } catch (...) {
-    target = std::move(converted);
+  }
+  if (isWhole) return keep(std::move(fresh));
+
+  CheckBytes(bytes);
+  Object converted = before;
+  try {
+    LaReader reader(bytes, LaReader::Records::kAny);
+    unpack(converted, reader);
+  } catch (const std::bad_alloc&) {
+    throw;
+  } catch (...) {
+    keep(std::move(converted));
     throw;
   }
-  return std::exchange(target, std::move(converted));
+  keep(std::move(converted));
 }
 
 inline void PrintReadFailure(const char* className) noexcept {
@@ -104,9 +158,12 @@ inline void PrintReadFailure(const char* className) noexcept {
 
 template <typename Object>
 bool DeserializeObject(Object& object, const std::vector<std::uint8_t>& bytes) noexcept {
+  static_assert(std::is_nothrow_move_assignable_v<Object>);
   if (bytes.empty()) return false;
   try {
-    ConvertBytes(object, bytes, [](Object& target, const msgpack::object& tree) { target.Unpack(tree); });
+    ReadObject(
+        object, bytes, [](Object& target, LaReader& reader) { target.Unpack(reader); },
+        [&](Object&& read) noexcept { object = std::move(read); });
     return true;
   } catch (...) {
     PrintReadFailure(Object::kClassName);

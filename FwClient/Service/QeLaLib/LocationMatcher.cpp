@@ -22,7 +22,13 @@ const std::wstring* FindIf(const std::vector<std::wstring>& values, Predicate pr
 
 LocationMatcher::LocationMatcher(const std::vector<AdapterProps>& adapters, const LocationProbes& probes,
                                  MatchObserver& observer, AfterFailure afterFailure)
-    : m_adapters(adapters), m_probes(probes), m_observer(observer), m_afterFailure(afterFailure) {}
+    : m_adapters(adapters), m_probes(probes), m_observer(observer), m_afterFailure(afterFailure) {
+  std::vector<std::uint32_t> indexes;
+  indexes.reserve(adapters.size());
+  for (const AdapterProps& adapter : adapters) indexes.push_back(adapter.ifIndex);
+  std::sort(indexes.begin(), indexes.end());
+  m_indexesDiffer = std::adjacent_find(indexes.begin(), indexes.end()) == indexes.end();
+}
 
 bool LocationMatcher::IsCurrent(const LocationCriteria& location, std::vector<std::uint32_t>& matchedAdapters) {
   m_observer.OnLocation(location);
@@ -34,18 +40,20 @@ bool LocationMatcher::IsCurrent(const LocationCriteria& location, std::vector<st
     m_observer.OnNoTextCriteria(criteria, m_adapters);
     for (const AdapterProps& adapter : m_adapters) matchedAdapters.push_back(adapter.ifIndex);
   } else {
-    std::vector<std::uint32_t> matches;
+    // An adapter without IPv4 has the index 0, as others of its kind have.
+    const bool mayBeListed = !m_indexesDiffer || !matchedAdapters.empty();
+    isCurrent = false;
     for (const AdapterProps& adapter : m_adapters) {
       m_observer.OnAdapter(adapter);
       const bool matched = MatchesAll(adapter, location);
       m_observer.OnAdapterDone(adapter, matched);
-      if (matched) matches.push_back(adapter.ifIndex);
+      if (!matched) continue;
+      isCurrent = true;
+      if (!mayBeListed ||
+          std::find(matchedAdapters.begin(), matchedAdapters.end(), adapter.ifIndex) == matchedAdapters.end())
+        matchedAdapters.push_back(adapter.ifIndex);
     }
-    isCurrent = !matches.empty();
     if (!isCurrent) m_observer.OnNoAdapterMatches();
-    for (const std::uint32_t index : matches)
-      if (std::find(matchedAdapters.begin(), matchedAdapters.end(), index) == matchedAdapters.end())
-        matchedAdapters.push_back(index);
   }
   // Asked only when the adapters would do.
   if (isCurrent && location.zeltReachable)

@@ -91,5 +91,6 @@ class LocationMatcher {
   const LocationProbes& m_probes;
   MatchObserver& m_observer;
   const AfterFailure m_afterFailure;
+  bool m_indexesDiffer;  // no two adapters have the same
   DnsSuffixMatcher m_dnsSuffixes;
 };

@@ -145,11 +145,11 @@ CQeLaLib::~CQeLaLib() {
     ::DeleteCriticalSection(m_lock);
     delete m_lock;
   }
-  m_adapters.clear();
+  m_adapters = NoAdapters();
   for (HANDLE handle : {m_refreshEvent, m_stopEvent, m_discoveryThread})
     if (handle != nullptr) ::CloseHandle(handle);
   m_currentLocationIds.clear();
-  m_locations.Clear();
+  m_locations.reset();
 }
 
 void CQeLaLib::Delete(CQeLaLib* service) noexcept {
@@ -176,37 +176,41 @@ std::shared_ptr<_IQeLocation> CQeLaLib::CreateLocation() { return std::make_shar
 
 std::shared_ptr<_IEnumQeLocations> CQeLaLib::CreateLocations() { return std::make_shared<CQeLocations>(); }
 
+CQeLocations& CQeLaLib::LocationsToEdit() {
+  if (m_locations.use_count() > 1) m_locations = std::make_shared<CQeLocations>(*m_locations);
+  return *m_locations;
+}
+
 template <typename Change>
 auto CQeLaLib::Edit(Change change) {
   const CriticalSectionGuard lock(*m_lock);
-  ++m_edits;
   const auto result = change();
   if (m_autoSave) Save();
   return result;
 }
 
 std::uint32_t CQeLaLib::AddLocation(std::shared_ptr<_IQeLocation> location) {
-  return Edit([&] { return m_locations.Add(location.get()); });
+  return Edit([&] { return LocationsToEdit().Add(location.get()); });
 }
 
 std::uint32_t CQeLaLib::RemoveLocation(const std::wstring& id) {
-  return Edit([&] { return m_locations.Remove(id); });
+  return Edit([&] { return LocationsToEdit().Remove(id); });
 }
 
 bool CQeLaLib::RemoveAllLocations() {
   return Edit([&] {
-    m_locations.Clear();
+    LocationsToEdit().Clear();
     return true;
   });
 }
 
 std::uint32_t CQeLaLib::UpdateLocation(std::shared_ptr<_IQeLocation> location) {
-  return Edit([&] { return m_locations.Update(location.get()); });
+  return Edit([&] { return LocationsToEdit().Update(location.get()); });
 }
 
 std::shared_ptr<_IQeLocation> CQeLaLib::GetLocation(const std::wstring& id) {
   const CriticalSectionGuard lock(*m_lock);
-  return m_locations.FindLocation(id);
+  return m_locations->FindLocation(id);
 }
 
 std::shared_ptr<_IEnumQeLocations> CQeLaLib::GetCurrentLocations() {
@@ -214,32 +218,31 @@ std::shared_ptr<_IEnumQeLocations> CQeLaLib::GetCurrentLocations() {
   const CriticalSectionGuard lock(*m_lock);
   // The rule of adding holds here too: an ID that is current twice is listed once, and a location whose criteria cannot
   // all be added (a stored set that holds one twice) is left out.
-  current->AddFrom(m_locations, m_currentLocationIds);
+  current->AddFrom(*m_locations, m_currentLocationIds);
   return current;
 }
 
-std::shared_ptr<_IEnumQeLocations> CQeLaLib::GetLocations() { return std::make_shared<CQeLocations>(m_locations); }
+std::shared_ptr<_IEnumQeLocations> CQeLaLib::GetLocations() { return std::make_shared<CQeLocations>(*m_locations); }
 
 bool CQeLaLib::MatchAddressSpecification(const std::vector<std::wstring>& addresses, const std::uint32_t* kind,
                                          const std::wstring& first, const std::wstring& second) {
   return ::MatchAddressSpecification(addresses, kind, first, second);
 }
 
-// The two that log, or ask what may be overridden, walk a copy: a host that saves from inside its log sink takes a new
-// snapshot.
 bool CQeLaLib::MatchAdapterAddresses(const std::uint32_t* kind, const std::wstring& first, const std::wstring& second) {
-  const std::vector<AdapterProps> adapters = m_adapters;
+  const SharedAdapters adapters = m_adapters;
   // Through the interface, so that an override of the question decides here too.
-  return std::any_of(adapters.begin(), adapters.end(), [&](const AdapterProps& adapter) {
+  return std::any_of(adapters->begin(), adapters->end(), [&](const AdapterProps& adapter) {
     return MatchAddressSpecification(adapter.ipAddresses, kind, first, second);
   });
 }
 
 bool CQeLaLib::IsAdapterMediaType(std::uint8_t mask, const std::vector<std::uint32_t>& ifIndexes) {
-  return IsAnyAdapterOfMediaType(std::vector<AdapterProps>(m_adapters), mask, ifIndexes);
+  const SharedAdapters adapters = m_adapters;
+  return IsAnyAdapterOfMediaType(*adapters, mask, ifIndexes);
 }
 
-std::vector<std::wstring> CQeLaLib::GetMacAddresses() { return CollectMacAddresses(m_adapters); }
+std::vector<std::wstring> CQeLaLib::GetMacAddresses() { return CollectMacAddresses(*m_adapters); }
 
 bool CheckZeltReachability() {
   // Nothing is asked for with a user's identity. IsDomainReachable's attempts see to that themselves.

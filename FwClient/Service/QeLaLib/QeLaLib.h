@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "FwClient/Service/QeLaLib/AdapterProps.h"
+#include "FwClient/Service/QeLaLib/AdapterSnapshot.h"
 #include "FwClient/Service/QeLaLib/AddressTable.h"
 #include "FwClient/Service/QeLaLib/Include/QeLaApi.h"
 #include "FwClient/Service/QeLaLib/LaMsgPack.h"
@@ -99,8 +99,8 @@ class CQeLaLib : public _IQeLaApi {
   void RaiseLocationChanged();
 
   std::atomic<std::uint32_t> m_refCount{1};
-  CQeLocations m_locations;
-  std::vector<std::wstring> m_currentLocationIds;  // in stored order
+  std::shared_ptr<CQeLocations> m_locations = std::make_shared<CQeLocations>();  // see LocationsToEdit; never null
+  std::vector<std::wstring> m_currentLocationIds;                                // in stored order
   CRITICAL_SECTION* m_lock;
   bool m_externalLock;  // m_lock is the host's
   // Raw handles: a restart of discovery overwrites them without closing, as hosts expect; the destructor closes those
@@ -110,7 +110,7 @@ class CQeLaLib : public _IQeLaApi {
   HANDLE m_refreshEvent = nullptr;
   std::atomic<bool> m_discoveryRunning{false};
   bool m_autoSave;
-  std::vector<AdapterProps> m_adapters;  // of the last calculation
+  SharedAdapters m_adapters = NoAdapters();  // of the last calculation; never null
   std::atomic<QeLaLocationsChanged> m_locationChangedCallback{nullptr};
 
  private:
@@ -121,12 +121,17 @@ class CQeLaLib : public _IQeLaApi {
   template <typename Change>
   auto Edit(Change change);
 
-  // The set of the registry into m_locations. Returns whether it was read whole, and then what it replaced; throws
-  // std::bad_alloc, with m_locations as it was. Failures are told to the error printer. The caller holds the lock.
-  bool ReadStoredSet(CQeLocations& replaced);
+  // The stored set, for a change: a set of its own for as long as a calculation works on the one that is stored. So a
+  // calculation costs no copy, and whoever holds the set knows by the pointer whether it was edited. The caller holds
+  // the lock.
+  CQeLocations& LocationsToEdit();
+
+  // Reads the set of the registry. Returns whether it was read whole; throws std::bad_alloc, with the stored set as it
+  // was. Failures are told to the error printer. The caller holds the lock.
+  bool ReadStoredSet();
   void LoadWhileConstructing();
 
-  void WriteBackMatchedAdapters(const CQeLocation& location, std::uint64_t edits,
+  void WriteBackMatchedAdapters(const CQeLocation& location, bool isEdited,
                                 const std::vector<std::uint32_t>& matchedAdapters);
 
   // What a pass of the discovery thread does, the lesser first.
@@ -139,7 +144,6 @@ class CQeLaLib : public _IQeLaApi {
   static void Delete(CQeLaLib* service) noexcept;
 
   std::shared_ptr<DiscoveryRun> m_run;    // of the newest discovery thread
-  std::uint64_t m_edits = 0;              // how often the stored set was edited or read
   RememberedAddressTable m_addressTable;  // as it was just before the last snapshot
   bool m_snapshotLacksMemory = false;     // why the last snapshot failed
 };

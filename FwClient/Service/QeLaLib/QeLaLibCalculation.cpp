@@ -54,12 +54,12 @@ LocationCriteria CriteriaOf(const CQeLocation& location) {
 bool CQeLaLib::BuildAdapterSnapshot() {
   {
     const CriticalSectionGuard lock(*m_lock);
-    m_adapters.clear();
+    m_adapters = NoAdapters();
   }
   // Before the adapters are asked for: an address that comes in between then shows as a difference later, and costs one
   // calculation more, where the other way round it could be missed.
   m_addressTable.Read();
-  std::vector<AdapterProps> adapters;
+  SharedAdapters adapters;
   const AdapterSnapshotResult result = TakeAdapterSnapshot(adapters);
   m_snapshotLacksMemory = result == AdapterSnapshotResult::kNoMemory;
   m_adapters = std::move(adapters);
@@ -68,15 +68,16 @@ bool CQeLaLib::BuildAdapterSnapshot() {
 
 bool CQeLaLib::CalculateCurrentAdapterProps() {
   const bool built = BuildAdapterSnapshot();
-  LogAdapters(m_adapters);
+  // Held: a host that saves from inside its log sink takes a new snapshot, here and wherever one is walked.
+  const SharedAdapters adapters = m_adapters;
+  LogAdapters(*adapters);
   return built;
 }
 
 std::uint32_t CQeLaLib::IsCurrentLocation(const _IQeLocation& location, std::vector<std::uint32_t>& matchedAdapters) {
-  // A copy: the host's code that runs in between may take a new snapshot.
-  const std::vector<AdapterProps> adapters = m_adapters;
+  const SharedAdapters adapters = m_adapters;
   MatchLog log;
-  return LocationMatcher(adapters, Probes(), log).IsCurrent(CopiedCriteria(location).asked, matchedAdapters) ? 1 : 0;
+  return LocationMatcher(*adapters, Probes(), log).IsCurrent(CopiedCriteria(location).asked, matchedAdapters) ? 1 : 0;
 }
 
 bool CQeLaLib::MatchAdapterCriteria(const AdapterProps& adapter, LOCATION_CRITERIA_TYPE kind,
@@ -90,47 +91,54 @@ bool CQeLaLib::CalculateCurrentLocations() {
   RestoreThreadIdentity();  // where an earlier probe failed to; without it the probes are over before they begin
   const ComBracket com;
   LA_LOG(kLogInfo, L"Calculating current locations...");
-  m_currentLocationIds.clear();
+  std::vector<std::wstring> lastIds = std::exchange(m_currentLocationIds, {});
   if (!CalculateCurrentAdapterProps()) {
     const bool lacksMemory = m_snapshotLacksMemory;
     LA_LOG(kLogInfo, L"CalculateCurrentAdapterProps failed.");
     return !lacksMemory;
   }
 
-  // The list is stored whole at the end: should memory run out on the way, no location is current rather than some.
-  std::vector<std::wstring> currentIds;
-  // Copies of both: the host's code runs in between, in its log sink for one, holds the recursive lock with this thread
-  // and may edit and save.
-  const std::vector<AdapterProps> adapters = m_adapters;
-  const CQeLocations locations = m_locations;
-  const std::uint64_t edits = m_edits;
+  // The list is stored whole at the end: should memory run out on the way, no location is current rather than some. The
+  // texts of the last one are written over, since most often they are the same.
+  std::vector<std::wstring> currentIds = std::exchange(lastIds, {});
+  std::size_t currentCount = 0;
+  // Both are held: the host's code runs in between, in its log sink for one, holds the recursive lock with this thread
+  // and may edit and save. What is written back below changes nothing that the matcher reads, as long as the set is
+  // plain; of another one it may, and so that is copied.
+  const SharedAdapters adapters = m_adapters;
+  const std::shared_ptr<CQeLocations> stored = m_locations;
+  const std::shared_ptr<const CQeLocations> locations =
+      stored->IsPlain() ? stored : std::make_shared<const CQeLocations>(*stored);
   MatchLog log;
-  LocationMatcher matcher(adapters, Probes(), log);
-  for (std::size_t i = 0; i < locations.Items().size(); ++i) {
-    const CQeLocation& location = locations.Items()[i];
+  LocationMatcher matcher(*adapters, Probes(), log);
+  std::vector<std::uint32_t> matchedAdapters;
+  for (std::size_t i = 0; i < locations->Items().size(); ++i) {
+    const CQeLocation& location = locations->Items()[i];
     if (!location.IsEnabled()) continue;
-    std::vector<std::uint32_t> matchedAdapters;
+    matchedAdapters.clear();
     if (!matcher.IsCurrent(CriteriaOf(location), matchedAdapters)) continue;
-    currentIds.push_back(location.Id());
-    // The rule of updating comes down to this where the set is plain, and has not been edited since its copy was taken.
-    if (edits == m_edits && m_locations.IsPlain())
-      m_locations.ReplaceAdapterIndexes(i, matchedAdapters);
+    if (currentCount == currentIds.size()) currentIds.emplace_back();
+    currentIds[currentCount] = location.Id();
+    // The rule of updating comes down to this where the set is plain and was not edited meanwhile.
+    if (locations == m_locations)
+      stored->ReplaceAdapterIndexes(i, matchedAdapters);
     else
-      WriteBackMatchedAdapters(location, edits, matchedAdapters);
-    LA_LOG(kLogInfo, L"Adding current location ID %s", currentIds.back().c_str());
+      WriteBackMatchedAdapters(location, stored != m_locations, matchedAdapters);
+    LA_LOG(kLogInfo, L"Adding current location ID %s", currentIds[currentCount++].c_str());
   }
+  currentIds.resize(currentCount);
   m_currentLocationIds = std::move(currentIds);
   return true;
 }
 
 // By the rule of updating, which normalises what a stored set held raw. Its failure is ignored: the location is
-// current, and keeps the adapters of its last match. Where the set was edited since the calculation took its copy, the
-// edited location is the one that gets the adapters; one that was removed is not brought back.
-void CQeLaLib::WriteBackMatchedAdapters(const CQeLocation& location, std::uint64_t edits,
+// current, and keeps the adapters of its last match. Where the set was edited since the calculation began, the edited
+// location is the one that gets the adapters; one that was removed is not brought back.
+void CQeLaLib::WriteBackMatchedAdapters(const CQeLocation& location, bool isEdited,
                                         const std::vector<std::uint32_t>& matchedAdapters) {
-  const CQeLocation* const source = edits == m_edits ? &location : m_locations.Find(location.Id());
+  const CQeLocation* const source = isEdited ? m_locations->Find(location.Id()) : &location;
   if (source == nullptr) return;
   CQeLocation matched = *source;
   matched.SetAdapterIndexes(matchedAdapters);
-  m_locations.Update(&matched);
+  m_locations->Update(&matched);
 }

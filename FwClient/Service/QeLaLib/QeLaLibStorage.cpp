@@ -14,17 +14,20 @@ constexpr wchar_t kLaValue[] = L"la";
 
 }  // namespace
 
-bool CQeLaLib::ReadStoredSet(CQeLocations& replaced) {
+bool CQeLaLib::ReadStoredSet() {
   RestoreThreadIdentity();  // where a probe left the thread with a user's, who may not be shown the value
-  ++m_edits;
   try {
     std::vector<std::uint8_t> bytes;
     ReadLaValue(kLaKey, kLaValue, bytes);  // whatever fails leaves no bytes, which load as nothing
     if (bytes.empty()) return false;
-    replaced = ConvertBytes(m_locations, bytes, [](CQeLocations& locations, const msgpack::object& tree) {
-      LaRecord record(tree);
-      record.Next([&](const msgpack::object& field) { locations.Unpack(field); });
-    });
+    ReadObject(
+        *m_locations, bytes,
+        [](CQeLocations& locations, LaReader& reader) {
+          LaRecord record(reader);
+          record.Next([&] { locations.Unpack(reader); });
+          record.End();
+        },
+        [this](CQeLocations&& read) { m_locations = std::make_shared<CQeLocations>(std::move(read)); });
     return true;
   } catch (const std::bad_alloc&) {
     PrintReadFailure(kClassName);
@@ -37,25 +40,24 @@ bool CQeLaLib::ReadStoredSet(CQeLocations& replaced) {
 
 void CQeLaLib::LoadWhileConstructing() {
   const CriticalSectionGuard lock(*m_lock);
-  CQeLocations replaced;
-  ReadStoredSet(replaced);
+  ReadStoredSet();
   CalculateCurrentLocations();
 }
 
 bool CQeLaLib::Load() {
   const CriticalSectionGuard lock(*m_lock);
-  CQeLocations replaced;
+  const std::shared_ptr<CQeLocations> before = m_locations;
   bool loaded = false;
   try {
-    loaded = ReadStoredSet(replaced);
+    loaded = ReadStoredSet();
   } catch (const std::bad_alloc&) {  // told to the printer
   }
-  const std::uint64_t edits = m_edits;
+  const std::shared_ptr<CQeLocations> read = m_locations;
   try {
     CalculateCurrentLocations();
   } catch (const std::bad_alloc&) {
     // A load goes through as a whole or not at all, unless the host has edited what it loaded, inside the calculation.
-    if (loaded && edits == m_edits) m_locations = std::move(replaced);
+    if (loaded && m_locations == read) m_locations = before;
     return false;
   }
   return loaded;
@@ -74,5 +76,5 @@ bool CQeLaLib::Save() {
 
 void CQeLaLib::Pack(LaPacker& packer) const {
   packer.Array(1);
-  m_locations.Pack(packer);
+  m_locations->Pack(packer);
 }

@@ -90,17 +90,16 @@ void CQeLocation::Pack(LaPacker& packer) const {
   for (const std::uint32_t index : adapterIndexes) packer.UInt32(index);
 }
 
-void CQeLocation::Unpack(const msgpack::object& object) {
-  LaRecord record(object);
-  record.Next([&](const msgpack::object& field) { criterias.Unpack(field); });
-  record.Next([&](const msgpack::object& field) { UnpackText(field, id); });
-  record.Next([&](const msgpack::object& field) { UnpackText(field, name); });
-  record.Next([&](const msgpack::object& field) { UnpackText(field, note); });
-  record.Next([&](const msgpack::object& field) { enabled = UnpackBool(field); });
-  record.Next([&](const msgpack::object& field) {
-    LaRecord indexes(field);
-    adapterIndexes.resize(indexes.Size());
-    for (std::uint32_t& index : adapterIndexes)
-      indexes.Next([&](const msgpack::object& element) { index = UnpackUInt32(element); });
+void CQeLocation::Unpack(LaReader& reader) {
+  LaRecord record(reader);
+  record.Next([&] { criterias.Unpack(reader); });
+  record.Next([&] { reader.Text(id); });
+  record.Next([&] { reader.Text(name); });
+  record.Next([&] { reader.Text(note); });
+  record.Next([&] { enabled = reader.Bool(); });
+  record.Next([&] {
+    adapterIndexes.resize(reader.Array());
+    for (std::uint32_t& index : adapterIndexes) index = reader.UInt32();
   });
+  record.End();
 }

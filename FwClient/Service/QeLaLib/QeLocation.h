@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "FwClient/Service/QeLaLib/Include/QeLaLocation.h"
@@ -17,6 +18,9 @@ class CQeLocation final : public _IQeLocation {
   // A fresh ID and the name "<ID> Location". When the system makes no UUID, a merely machine-local one included, the
   // ID stays empty and the name is " Location".
   CQeLocation();
+
+  // One without ID and name, so that none is made for what is overwritten.
+  static CQeLocation ToBeRead() noexcept { return CQeLocation(std::wstring(), std::wstring()); }
 
   bool SerializeToBytes(std::vector<std::uint8_t>& bytes) const override;
   bool DeserializeFromBytes(const std::vector<std::uint8_t>& bytes) override;
@@ -45,9 +49,11 @@ class CQeLocation final : public _IQeLocation {
   const CQeLocationCriterias& Criterias() const noexcept { return criterias; }
 
   void Pack(LaPacker& packer) const;
-  void Unpack(const msgpack::object& object);
+  void Unpack(LaReader& reader);
 
  private:
+  CQeLocation(std::wstring itsId, std::wstring itsName) noexcept : id(std::move(itsId)), name(std::move(itsName)) {}
+
   CQeLocationCriterias criterias;
   std::wstring id;
   std::wstring name;

@@ -7,6 +7,22 @@
 
 #include "FwClient/Service/QeLaLib/CriteriaValue.h"
 
+namespace {
+
+constexpr std::size_t kFewTexts = 16;  // compared each with each sooner than hashed
+
+bool AreDistinct(const std::vector<std::wstring>& texts) {
+  if (texts.size() <= kFewTexts) {
+    for (auto text = texts.begin(); text != texts.end(); ++text)
+      if (std::find(texts.begin(), text, *text) != text) return false;
+    return true;
+  }
+  const std::unordered_set<std::wstring_view> distinct(texts.begin(), texts.end());
+  return distinct.size() == texts.size();
+}
+
+}  // namespace
+
 CQeLocationCriterias::TextList CQeLocationCriterias::* const CQeLocationCriterias::kLists[kTextKinds] = {
     &CQeLocationCriterias::dnsSuffixes,        &CQeLocationCriterias::defaultGateways,
     &CQeLocationCriterias::dhcpServers,        &CQeLocationCriterias::dnsServers,
@@ -110,10 +126,7 @@ bool CQeLocationCriterias::Merge(const _IEnumQeLocationCriterias& source) {
 bool CQeLocationCriterias::AreAsAdded() const {
   return std::all_of(std::begin(kLists), std::end(kLists), [this](const auto list) {
     const TextList& texts = this->*list;
-    std::unordered_set<std::wstring_view> seen;
-    return std::all_of(texts.begin(), texts.end(), [&](const std::wstring& text) {
-      return seen.insert(text).second && NormalizeCriteriaValue(text) == text;
-    });
+    return std::all_of(texts.begin(), texts.end(), IsNormalCriteriaValue) && AreDistinct(texts);
   });
 }
 
@@ -126,8 +139,9 @@ void CQeLocationCriterias::Pack(LaPacker& packer) const {
   packer.Bool(zeltReachable);
 }
 
-void CQeLocationCriterias::Unpack(const msgpack::object& object) {
-  LaRecord record(object);
-  for (const auto list : kLists) record.Next([&](const msgpack::object& field) { UnpackTexts(field, this->*list); });
-  record.Next([&](const msgpack::object& field) { zeltReachable = UnpackBool(field); });
+void CQeLocationCriterias::Unpack(LaReader& reader) {
+  LaRecord record(reader);
+  for (const auto list : kLists) record.Next([&] { reader.Texts(this->*list); });
+  record.Next([&] { zeltReachable = reader.Bool(); });
+  record.End();
 }

@@ -16,6 +16,8 @@ class CQeLocationCriterias final : public _IEnumQeLocationCriterias {
   static constexpr char kClassName[] = "class CQeLocationCriterias";
   static constexpr std::uint32_t kTextKinds = 8;  // LCT_DNS_SUFFIX to LCT_DOMAIN_REACHABLE
 
+  static CQeLocationCriterias ToBeRead() noexcept { return {}; }
+
   bool SerializeToBytes(std::vector<std::uint8_t>& bytes) const override;
   bool DeserializeFromBytes(const std::vector<std::uint8_t>& bytes) override;
   std::size_t GetCount() const override;
@@ -39,7 +41,7 @@ class CQeLocationCriterias final : public _IEnumQeLocationCriterias {
   bool Merge(const _IEnumQeLocationCriterias& source);
 
   void Pack(LaPacker& packer) const;
-  void Unpack(const msgpack::object& object);
+  void Unpack(LaReader& reader);
 
  private:
   using TextList = std::vector<std::wstring>;

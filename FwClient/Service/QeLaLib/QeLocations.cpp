@@ -7,6 +7,10 @@
 
 namespace {
 
+// Of a whole record: the headers of location and criteria set, eight empty lists, three empty texts, two booleans and
+// an empty list of indexes. What bytes merely claim to hold is not allocated.
+constexpr std::size_t kLeastBytes = 2 + 8 + 3 + 2 + 1;
+
 std::shared_ptr<_IQeLocation> CopyOf(const CQeLocation& location) { return std::make_shared<CQeLocation>(location); }
 
 // The first location with the ID; sets read from bytes may hold an ID twice.
@@ -113,14 +117,20 @@ void CQeLocations::Pack(LaPacker& packer) const {
   for (const CQeLocation& item : m_items) item.Pack(packer);
 }
 
-void CQeLocations::Unpack(const msgpack::object& object) {
-  LaRecord record(object);
-  record.Next([&](const msgpack::object& field) {
-    // Existing locations are overwritten in place, so a short record keeps the fields of the one at its position.
-    LaRecord locations(field);
+void CQeLocations::Unpack(LaReader& reader) {
+  LaRecord record(reader);
+  record.Next([&] {
+    const std::size_t count = reader.Array();
     m_isPlain = false;  // until all is read, which may end in the middle
-    m_items.resize(locations.Size());
-    for (CQeLocation& item : m_items) locations.Next([&](const msgpack::object& element) { item.Unpack(element); });
+    if (reader.AcceptedRecords() == LaReader::Records::kWhole) {
+      m_items.reserve(std::min(count, reader.BytesLeft() / kLeastBytes));
+      while (m_items.size() < count) m_items.emplace_back(CQeLocation::ToBeRead()).Unpack(reader);
+    } else {
+      // Existing locations are overwritten in place, so a short record keeps the fields of the one at its position.
+      m_items.resize(count);
+      for (CQeLocation& item : m_items) item.Unpack(reader);
+    }
     m_isPlain = ArePlain(m_items);
   });
+  record.End();
 }

@@ -15,6 +15,8 @@ class CQeLocations final : public _IEnumQeLocations {
  public:
   static constexpr char kClassName[] = "class CQeLocations";
 
+  static CQeLocations ToBeRead() noexcept { return {}; }
+
   bool SerializeToBytes(std::vector<std::uint8_t>& bytes) const override;
   bool DeserializeFromBytes(const std::vector<std::uint8_t>& bytes) override;
   std::uint64_t GetCount() const override;
@@ -45,7 +47,7 @@ class CQeLocations final : public _IEnumQeLocations {
   const std::vector<CQeLocation>& Items() const noexcept { return m_items; }
 
   void Pack(LaPacker& packer) const;
-  void Unpack(const msgpack::object& object);
+  void Unpack(LaReader& reader);
 
  private:
   std::vector<CQeLocation> m_items;
