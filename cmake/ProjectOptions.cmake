@@ -12,6 +12,9 @@ target_compile_options(qela_options INTERFACE
   $<$<CXX_COMPILER_ID:GNU>:-Wduplicated-cond -Wduplicated-branches -Wlogical-op -Wuseless-cast -Wsuggest-override>
   $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety -Wunreachable-code -Wrange-loop-analysis>)
 
+# What ships is optimised with -O2: CMake's own -O3, which stands before it, makes the DLL a tenth larger.
+target_compile_options(qela_options INTERFACE $<$<CONFIG:Release>:-O2>)
+
 # Paths in the binary, and so in log lines, start at the checkout: FwClient/...
 target_compile_options(qela_options INTERFACE "-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=")
 

@@ -5,7 +5,9 @@
 
 #include <algorithm>
 #include <chrono>
+#include <clocale>
 #include <cstddef>
+#include <cwchar>
 #include <functional>
 #include <iostream>
 #include <iterator>
@@ -411,6 +413,15 @@ TEST(WildcardLabel, BackReferencesReachAcrossTheLongestNames) {
   const std::wstring half(30, L'a');
   EXPECT_TRUE(Matches(L"([a-z]+)-*-\\1", half + L"-x-" + half));
   EXPECT_FALSE(Matches(L"([a-z]+)-*-\\1", half + L"-x-" + half + L"b"));
+}
+
+// The C library is shared with the host, and so is its locale.
+TEST(WildcardLabel, BackReferencesCompareLettersWhateverTheLocale) {
+  ASSERT_NE(std::setlocale(LC_ALL, "en-US"), nullptr);
+  EXPECT_EQ(std::wcscoll(L"a\u00adb", L"ab\u00ad"), 0) << "sorting passes over a soft hyphen";
+  EXPECT_TRUE(Matches(L"(a\u00adb)*\\1", L"a\u00adb-a\u00adb"));
+  EXPECT_FALSE(Matches(L"(a\u00adb)*\\1", L"a\u00adb-ab\u00ad"));
+  std::setlocale(LC_ALL, "C");
 }
 
 TEST(WildcardLabel, UsualRepetitionsAreNotTooLarge) {

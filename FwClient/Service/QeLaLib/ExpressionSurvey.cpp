@@ -5,10 +5,11 @@
 #include <cstdint>
 #include <locale>
 #include <optional>
-#include <regex>
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "FwClient/Service/QeLaLib/ExpressionTraits.h"
 
 namespace {
 
@@ -202,19 +203,13 @@ class Surveyor {
     if (!IsNextOfClass(mask)) return std::nullopt;
     long long number = 0;
     for (; digits > 0 && IsNextOfClass(mask); --digits) {
-      const int digit = DigitValue(m_text[m_at++], radix);
+      const int digit = ExpressionTraits::value(m_text[m_at++], radix);
       number *= radix;
       if (number > INT_MAX || number < INT_MIN) return std::nullopt;
       number += digit;
       if (number > INT_MAX || number < INT_MIN) return std::nullopt;
     }
     return static_cast<int>(number);
-  }
-  static int DigitValue(wchar_t character, int radix) {
-    if (character >= L'0' && character <= L'9') return character - L'0';
-    if (radix == 16 && character >= L'a' && character <= L'f') return character - L'a' + 10;
-    if (radix == 16 && character >= L'A' && character <= L'F') return character - L'A' + 10;
-    return -1;
   }
 
   // "\x41" and "\u0041", behind the letter.
@@ -349,7 +344,8 @@ class Surveyor {
     m_at = end + 1;
     if (!Take(L']')) return std::nullopt;
     if (mark == L':') {
-      if (m_traits.lookup_classname(name.begin(), name.end()) == Traits::char_class_type()) return std::nullopt;
+      if (m_traits.lookup_classname(name.begin(), name.end()) == ExpressionTraits::char_class_type())
+        return std::nullopt;
       return Element{Element::kClass};
     }
     const std::wstring element = m_traits.lookup_collatename(name.begin(), name.end());
@@ -386,8 +382,7 @@ class Surveyor {
     }
   }
 
-  using Traits = std::regex_traits<wchar_t>;
-  const Traits m_traits;
+  const ExpressionTraits m_traits;
   const std::locale m_locale = m_traits.getloc();
   const std::ctype<wchar_t>& m_ctype = std::use_facet<std::ctype<wchar_t>>(m_locale);
 

@@ -9,8 +9,11 @@
 
 #include "FwClient/Common/Utilities/AsciiCase.h"
 #include "FwClient/Service/QeLaLib/ExpressionSurvey.h"
+#include "FwClient/Service/QeLaLib/ExpressionTraits.h"
 
 namespace {
+
+using LabelRegex = std::basic_regex<wchar_t, ExpressionTraits>;
 
 // The characters that a regular expression does not take literally; a "." cannot occur in a label.
 constexpr std::wstring_view kExpressionCharacters = L"^$\\+?()[]{}|";
@@ -95,7 +98,7 @@ class SpendingIterator {
 };
 
 // What becomes too expensive is no match.
-bool MatchesWithin(Budget budget, const std::wstring& text, const std::wregex& expression) {
+bool MatchesWithin(Budget budget, const std::wstring& text, const LabelRegex& expression) {
   try {
     return std::regex_match(SpendingIterator(text.data(), budget), SpendingIterator(text.data() + text.size(), budget),
                             expression);
@@ -130,7 +133,7 @@ struct WildcardLabel::Expression final : Matcher {
     return isCounted ? MatchesWithin(Budget(kMaxLookingAheadSteps), text, expression)
                      : std::regex_match(text, expression);
   }
-  std::wregex expression;
+  LabelRegex expression;
   bool isCounted;
 };
 
@@ -142,7 +145,7 @@ struct WildcardLabel::Backtracking final : Matcher {
     return text.size() <= kMaxTextCharacters &&
            MatchesWithin(Budget(kMaxBacktrackingSteps, kMaxBacktrackingStackBytes), text, expression);
   }
-  std::wregex expression;
+  LabelRegex expression;
 };
 
 bool IsPlainWildcard(std::wstring_view label) noexcept {
