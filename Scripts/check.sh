@@ -5,7 +5,7 @@ set -uo pipefail
 cd /src
 failed=0
 step() { printf 'dev: %s\n' "$*" >&2; }
-sources() { find FwClient HostStandIns Tools Tests \( -name '*.h' -o -name '*.cpp' \) -print0; }
+sources() { find FwClient HostStandIns Tools Tests Bench \( -name '*.h' -o -name '*.cpp' \) -print0; }
 
 step "format"
 sources | xargs -0 clang-format-19 --dry-run -Werror || failed=1

@@ -6,7 +6,7 @@ command=$1
 shift
 preset=mingw-release
 
-sources() { find FwClient HostStandIns Tools Tests \( -name '*.h' -o -name '*.cpp' \) -print0; }
+sources() { find FwClient HostStandIns Tools Tests Bench \( -name '*.h' -o -name '*.cpp' \) -print0; }
 say() { printf 'dev: %s\n' "$*" >&2; }
 
 # build [TARGET]: everything, or one target and what it needs.
@@ -28,6 +28,11 @@ case $command in
     build qela
     say "starting the private network"
     Scripts/lab.sh --own-network Scripts/demo.sh "build/$preset" || exit 1
+    ;;
+  bench)
+    build QeLaBench >&2 # standard output is the report's
+    say "measuring"
+    Scripts/lab.sh --own-network Scripts/bench.sh "build/$preset/bin" "$@"
     ;;
   check) Scripts/check.sh || exit 1 ;;
   format) sources | xargs -0 clang-format-19 -i ;;

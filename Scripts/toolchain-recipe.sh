@@ -12,6 +12,9 @@ readonly kPackages=(
 # Unpacked, not installed: only their headers are wanted, and their dependencies (Boost, the native
 # libraries) would add hundreds of megabytes.
 readonly kHeaderPackages=(libmsgpack-cxx-dev libspdlog-dev libfmt-dev libcli11-dev nlohmann-json3-dev)
+# Built for Windows along with our own, so only their sources are wanted. Each lies unpacked in /usr/src/NAME, as
+# googletest's does.
+readonly kSourcePackages=(benchmark)
 
 # fill_root ROOT: what is neither a package nor Wine's prefix. The empty files and folders are what enter-root.sh mounts
 # over.

@@ -40,6 +40,7 @@ make_toolchain() {
     --dpkgopt='path-exclude=/usr/share/doc/*' --dpkgopt='path-exclude=/usr/share/man/*' --dpkgopt='path-exclude=/usr/share/locale/*' \
     --include="$include" \
     --customize-hook="chroot \"\$1\" sh -ec 'mkdir -p /opt/deps && cd /opt/deps && apt-get download -qq ${kHeaderPackages[*]} && for p in *.deb; do dpkg-deb -x \$p .; done && rm *.deb'" \
+    --customize-hook="chroot \"\$1\" sh -ec 'sed -i s/^deb/deb-src/ /etc/apt/sources.list && apt-get update -qq && for p in ${kSourcePackages[*]}; do mkdir /tmp/\$p /usr/src/\$p && cd /tmp/\$p && apt-get source -qq --download-only \$p && tar -xf *.orig.tar.* -C /usr/src/\$p --strip-components=1 && cd / && rm -r /tmp/\$p || exit 1; done; sed -i s/^deb-src/deb/ /etc/apt/sources.list'" \
     --customize-hook='chroot "$1" apt-get clean' \
     "$kSuite" "$making" 2>&1 | tee "$kLog" | sed -u -n '/customize-hook/d; s/^I: /dev:   /p' ||
     { tail -n 20 "$kLog" >&2; fail "the toolchain could not be made (whole log: $kLog). Check the network, then run the command again."; }

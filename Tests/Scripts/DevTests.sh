@@ -40,7 +40,7 @@ cannot_build() {
 
 it "tells what to do in a read-only checkout"
 read_only "$work/checkout"
-for command in demo test check format build shell; do
+for command in demo test bench check format build shell; do
   dev "$command"
   expect 3 '' "$(cannot_build)"
 done

@@ -1,0 +1,80 @@
+#include "Bench/MeasuredService.h"
+
+#include <format>
+#include <vector>
+
+#include "Bench/FloorPacking.h"
+#include "Tests/Support/LogRecorder.h"
+
+namespace {
+
+struct Trace {
+  std::vector<LoggedEvent> log;
+  CallCounts calls;
+};
+
+template <typename Side>
+Trace TraceOf(Side side) {
+  const LogRecorder recorder;
+  callCounts = {};
+  side();
+  return {recorder.Events(), callCounts};
+}
+
+std::string Narrow(const std::wstring& text) {
+  std::string narrow;
+  for (const wchar_t c : text) narrow += c < 0x80 ? static_cast<char>(c) : '?';
+  return narrow;
+}
+
+// File and line differ, of course.
+bool SayTheSame(const LoggedEvent& left, const LoggedEvent& right) {
+  return left.severity == right.severity && left.source == right.source && left.component == right.component &&
+         left.text == right.text;
+}
+
+}  // namespace
+
+MeasuredService::MeasuredService(const AdapterList& adapters, const PlainSet& set, Instance instance)
+    : m_machine(m_library.Module(), adapters) {
+  m_registry.Store(PackStoredSet(set));
+  if (instance == Instance::kAutoSaving)
+    m_api = m_autoSaving = m_library.Api();
+  else
+    m_api = (m_smart = m_library.SmartApi()).get();
+  m_registry.Store({});
+}
+
+MeasuredService::~MeasuredService() {
+  if (m_autoSaving != nullptr) m_autoSaving->Release();
+}
+
+std::string MeasuredService::Difference(FloorCalculation& floor) {
+  m_log.reset();
+  const Trace own = TraceOf([this] { Calculate(); });
+  const Trace bare = TraceOf([&] { floor.Load(); });
+  m_log.emplace(Module());
+
+  for (std::size_t i = 0; i < own.log.size() && i < bare.log.size(); ++i)
+    if (!SayTheSame(own.log[i], bare.log[i]))
+      return std::format("log line {}: the library says \"{}\", the floor \"{}\"", i, Narrow(own.log[i].text),
+                         Narrow(bare.log[i].text));
+  if (own.log.size() != bare.log.size())
+    return std::format("the library logs {} lines, the floor {}", own.log.size(), bare.log.size());
+  if (own.calls != bare.calls) return "the library and the floor make different Windows calls";
+
+  const auto current = m_api->GetCurrentLocations();
+  const std::vector<std::wstring> ids = floor.CurrentIds();
+  if (current->GetCount() != ids.size())
+    return std::format("the library finds {} current locations, the floor {}", current->GetCount(), ids.size());
+  for (std::size_t i = 0; i < ids.size(); ++i)
+    if (current->GetItem(i)->GetId() != ids[i]) return std::format("current location {} is another one", i);
+  const auto all = m_api->GetLocations();
+  for (std::size_t i = 0; i < all->GetCount(); ++i) {
+    std::vector<std::uint32_t> indexes;
+    all->GetItem(i)->GetAdapterIndexes(indexes);
+    if (const auto expected = floor.Indexes(i); !expected.empty() && indexes != expected)
+      return std::format("location {} has other adapters", i);
+  }
+  return {};
+}
