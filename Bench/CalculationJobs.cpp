@@ -10,22 +10,6 @@ namespace {
 constexpr std::size_t kLocations = 1000;
 constexpr std::size_t kAdapters = 9;
 
-struct NamedShape {
-  const char* name;
-  Shape shape;
-};
-constexpr NamedShape kShapes[] = {
-    {"gateway miss", Shape::kGatewayMiss},
-    {"suffix literal", Shape::kSuffixLiteral},
-    {"suffix wildcard", Shape::kSuffixWildcard},
-    {"DHCP", Shape::kDhcp},
-    {"five kinds", Shape::kFiveKinds},
-    {"two suffixes, two gateways, two DNS", Shape::kTwoOfThreeKinds},
-    {"one in ten current", Shape::kOneInTenCurrent},
-    {"all current", Shape::kAllCurrent},
-    {"no criteria", Shape::kNoCriteria},
-};
-
 void Calculate(Run& run, Shape shape) {
   const PlainSet set = LocationsOf(shape, run.Size(kLocations));
   MeasuredService service(Adapters(kAdapters), set);

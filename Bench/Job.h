@@ -74,7 +74,11 @@ using Jobs = std::vector<Job>;
 
 // One a source file.
 void AddCalculationJobs(Jobs& jobs);
+void AddHeapJobs(Jobs& jobs);
 void AddPackingJobs(Jobs& jobs);
+void AddEditJobs(Jobs& jobs);
+void AddAddressJobs(Jobs& jobs);
+void AddGrowthJobs(Jobs& jobs);
 
 template <typename Own, typename Floor>
 void Run::Compare(Own own, Floor floor, double worth) {

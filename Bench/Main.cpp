@@ -20,7 +20,11 @@ enum ExitCode { kAllHold = 0, kSomeMissed = 1, kBadArguments = 2 };
 Jobs AllJobs() {
   Jobs jobs;
   AddCalculationJobs(jobs);
+  AddHeapJobs(jobs);
   AddPackingJobs(jobs);
+  AddEditJobs(jobs);
+  AddAddressJobs(jobs);
+  AddGrowthJobs(jobs);
   return jobs;
 }
 

@@ -13,8 +13,7 @@ struct Trace {
   CallCounts calls;
 };
 
-template <typename Side>
-Trace TraceOf(Side side) {
+Trace TraceOf(const std::function<void()>& side) {
   const LogRecorder recorder;
   callCounts = {};
   side();
@@ -35,8 +34,8 @@ bool SayTheSame(const LoggedEvent& left, const LoggedEvent& right) {
 
 }  // namespace
 
-MeasuredService::MeasuredService(const AdapterList& adapters, const PlainSet& set, Instance instance)
-    : m_machine(m_library.Module(), adapters) {
+MeasuredService::MeasuredService(const AdapterList* adapters, const PlainSet& set, Instance instance) {
+  if (adapters != nullptr) m_machine.emplace(m_library.Module(), *adapters);
   m_registry.Store(PackStoredSet(set));
   if (instance == Instance::kAutoSaving)
     m_api = m_autoSaving = m_library.Api();
@@ -49,20 +48,24 @@ MeasuredService::~MeasuredService() {
   if (m_autoSaving != nullptr) m_autoSaving->Release();
 }
 
-std::string MeasuredService::Difference(FloorCalculation& floor) {
+std::string MeasuredService::Difference(const std::function<void()>& own, const std::function<void()>& floor) {
   m_log.reset();
-  const Trace own = TraceOf([this] { Calculate(); });
-  const Trace bare = TraceOf([&] { floor.Load(); });
+  const Trace ours = TraceOf(own);
+  const Trace bare = TraceOf(floor);
   m_log.emplace(Module());
 
-  for (std::size_t i = 0; i < own.log.size() && i < bare.log.size(); ++i)
-    if (!SayTheSame(own.log[i], bare.log[i]))
-      return std::format("log line {}: the library says \"{}\", the floor \"{}\"", i, Narrow(own.log[i].text),
+  for (std::size_t i = 0; i < ours.log.size() && i < bare.log.size(); ++i)
+    if (!SayTheSame(ours.log[i], bare.log[i]))
+      return std::format("log line {}: the library says \"{}\", the floor \"{}\"", i, Narrow(ours.log[i].text),
                          Narrow(bare.log[i].text));
-  if (own.log.size() != bare.log.size())
-    return std::format("the library logs {} lines, the floor {}", own.log.size(), bare.log.size());
-  if (own.calls != bare.calls) return "the library and the floor make different Windows calls";
+  if (ours.log.size() != bare.log.size())
+    return std::format("the library logs {} lines, the floor {}", ours.log.size(), bare.log.size());
+  return ours.calls == bare.calls ? "" : "the library and the floor make different Windows calls";
+}
 
+std::string MeasuredService::Difference(FloorCalculation& floor) {
+  if (std::string difference = Difference([this] { Calculate(); }, [&] { floor.Load(); }); !difference.empty())
+    return difference;
   const auto current = m_api->GetCurrentLocations();
   const std::vector<std::wstring> ids = floor.CurrentIds();
   if (current->GetCount() != ids.size())

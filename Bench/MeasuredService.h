@@ -1,6 +1,7 @@
 // The shipped library as a host has it, loaded anew, on a machine and with a log that cost next to nothing.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -15,7 +16,10 @@ class MeasuredService {
   enum class Instance { kSmart, kAutoSaving };
 
   // The service has read `set`; the registry is empty from then on.
-  MeasuredService(const AdapterList& adapters, const PlainSet& set, Instance instance = Instance::kSmart);
+  MeasuredService(const AdapterList& adapters, const PlainSet& set, Instance instance = Instance::kSmart)
+      : MeasuredService(&adapters, set, instance) {}
+  // The same on this machine, with its real adapters.
+  explicit MeasuredService(const PlainSet& set) : MeasuredService(nullptr, set, Instance::kSmart) {}
   ~MeasuredService();
   MeasuredService(const MeasuredService&) = delete;
   MeasuredService& operator=(const MeasuredService&) = delete;
@@ -27,14 +31,18 @@ class MeasuredService {
   // A calculation: a load that finds nothing leaves the set as it is and calculates.
   void Calculate() { m_api->Load(); }
 
-  // Runs both sides once and compares what they logged, which Windows calls they made, which locations they found
-  // current and on which adapters. Empty when they agree; otherwise the first difference.
+  // Runs both sides once and compares what they log and which Windows calls they make. Empty when they agree; otherwise
+  // the first difference.
+  std::string Difference(const std::function<void()>& own, const std::function<void()>& floor);
+  // The same for a calculation, and which locations are current on which adapters.
   std::string Difference(FloorCalculation& floor);
 
  private:
+  MeasuredService(const AdapterList* adapters, const PlainSet& set, Instance instance);
+
   ServiceLibrary m_library;
   QuickRegistry m_registry{m_library.Module()};
-  QuickMachine m_machine;
+  std::optional<QuickMachine> m_machine;
   std::optional<EmptyLog> m_log{m_library.Module()};
   std::shared_ptr<_IQeLaApiSmart> m_smart;
   _IQeLaApi* m_autoSaving = nullptr;

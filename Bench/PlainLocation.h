@@ -41,6 +41,22 @@ enum class Shape {
   kNoCriteria,
 };
 
+struct NamedShape {
+  const char* name;
+  Shape shape;
+};
+inline constexpr NamedShape kShapes[] = {
+    {"gateway miss", Shape::kGatewayMiss},
+    {"suffix literal", Shape::kSuffixLiteral},
+    {"suffix wildcard", Shape::kSuffixWildcard},
+    {"DHCP", Shape::kDhcp},
+    {"five kinds", Shape::kFiveKinds},
+    {"two suffixes, two gateways, two DNS", Shape::kTwoOfThreeKinds},
+    {"one in ten current", Shape::kOneInTenCurrent},
+    {"all current", Shape::kAllCurrent},
+    {"no criteria", Shape::kNoCriteria},
+};
+
 PlainSet LocationsOf(Shape shape, std::size_t count);
 
 // As administrators make them: two or three criteria, names, one or two matched adapters; none is current.
