@@ -12,12 +12,6 @@ constexpr char kConstruct[] = "_ZN8LogUtils8LogEventC1EPKciiS2_PNS_10LogManagerE
 constexpr char kWide[] = "_ZNK8LogUtils8LogEventclEPKcPKwz";
 constexpr char kNarrow[] = "_ZNK8LogUtils8LogEventclEPKcS2_z";
 
-template <typename Function>
-Function* LogExport(const char* name) {
-  return reinterpret_cast<Function*>(
-      reinterpret_cast<void*>(::GetProcAddress(::GetModuleHandleW(L"LogLib.dll"), name)));
-}
-
 LogUtils::LogManager* NoManager() { return nullptr; }
 void NoEvent(void*, const char*, int, int, const char*, LogUtils::LogManager*, int, int) {}
 void NoWideText(const void*, const char*, const wchar_t*, ...) {}
@@ -86,12 +80,15 @@ LSTATUS WINAPI QuickClose(HKEY) {
 
 }  // namespace
 
-LogCalls logCalls = {
-    LogExport<LogUtils::LogManager*()>(kManager),
-    LogExport<void(void*, const char*, int, int, const char*, LogUtils::LogManager*, int, int)>(kConstruct),
-    LogExport<void(const void*, const char*, const wchar_t*, ...)>(kWide),
-    LogExport<void(const void*, const char*, const char*, ...)>(kNarrow),
-};
+LogCalls LogCallsOf(HMODULE logLibrary) {
+  const auto find = [&]<typename Function>(Function*, const char* name) {
+    return reinterpret_cast<Function*>(reinterpret_cast<void*>(::GetProcAddress(logLibrary, name)));
+  };
+  return {find(&NoManager, kManager), find(&NoEvent, kConstruct), find(&NoWideText, kWide),
+          find(&NoNarrowText, kNarrow)};
+}
+
+LogCalls logCalls = LogCallsOf(::GetModuleHandleW(L"LogLib.dll"));
 
 CallCounts callCounts;
 

@@ -26,6 +26,7 @@ struct LogCalls {
   void (*volatile wide)(const void* event, const char* component, const wchar_t* format, ...);
   void (*volatile narrow)(const void* event, const char* component, const char* format, ...);
 };
+LogCalls LogCallsOf(HMODULE logLibrary);
 extern LogCalls logCalls;  // the logging library's, unless there is an EmptyLog
 
 // While it lives, what is logged goes nowhere, at the cost of the calls.

@@ -24,6 +24,9 @@ Jobs AllJobs() {
   AddPackingJobs(jobs);
   AddEditJobs(jobs);
   AddAddressJobs(jobs);
+  AddNetworkJobs(jobs);
+  AddModuleJobs(jobs);
+  AddLogJobs(jobs);
   AddGrowthJobs(jobs);
   return jobs;
 }

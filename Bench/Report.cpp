@@ -29,7 +29,7 @@ std::string GoalText(Unit unit, const Goal& goal) {
   const auto shortened = [&](double value) {
     if (unit == Unit::kTime)
       return value < 1e6 ? std::format("{:g} us", value / 1e3) : std::format("{:g} ms", value / 1e6);
-    return unit == Unit::kBytes ? std::format("{:g} B", value) : std::format("{:g}", value);
+    return unit == Unit::kBytes ? std::format("{:.0f} B", value) : std::format("{:g}", value);
   };
   std::string text = "<= ";
   if (goal.factor > 0) text += std::format("{:g} x", goal.factor);
