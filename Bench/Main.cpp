@@ -3,10 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <CLI/CLI.hpp>
-#include <algorithm>
 #include <cstdio>
 #include <regex>
 #include <string>
+#include <utility>
 
 #include "Bench/Job.h"
 #include "Bench/Report.h"
@@ -19,13 +19,13 @@ enum ExitCode { kAllHold = 0, kSomeMissed = 1, kBadArguments = 2 };
 
 Jobs AllJobs() {
   Jobs jobs;
+  AddModuleJobs(jobs);  // first: a process that has had further threads loads ten times slower under Wine
   AddCalculationJobs(jobs);
   AddHeapJobs(jobs);
   AddPackingJobs(jobs);
   AddEditJobs(jobs);
   AddAddressJobs(jobs);
   AddNetworkJobs(jobs);
-  AddModuleJobs(jobs);
   AddLogJobs(jobs);
   AddGrowthJobs(jobs);
   return jobs;
@@ -88,10 +88,7 @@ int main(int argc, char** argv) {
 
   ::testing::InitGoogleTest();
   for (const Job& job : jobs) Register(job, isSmoke ? 1 : repetitions, isSmoke);
-  Report report(jobs, asJson);
+  Report report(jobs, asJson, !isSmoke);
   benchmark::RunSpecifiedBenchmarks(&report, nullptr, ".");
-  const bool fine = std::all_of(report.Results().begin(), report.Results().end(), [&](const Result& result) {
-    return result.failure.empty() && (isSmoke || result.holds);
-  });
-  return fine && report.Results().size() == jobs.size() ? kAllHold : kSomeMissed;
+  return report.Count(kOk) + report.Count(kRan) == jobs.size() ? kAllHold : kSomeMissed;
 }

@@ -39,11 +39,6 @@ std::string GoalText(Unit unit, const Goal& goal) {
   return text;
 }
 
-std::string Verdict(const Result& result) {
-  if (!result.failure.empty()) return "FAILED";
-  return result.holds ? "ok" : "MISSED";
-}
-
 const char* NameOf(Unit unit) {
   switch (unit) {
     case Unit::kTime:
@@ -72,13 +67,13 @@ nlohmann::ordered_json JsonOf(const Result& result) {
     json["failure"] = result.failure;
   }
   json["goal"] = {{"factor", result.goal.factor}, {"constant", result.goal.constant}};
-  json["verdict"] = Verdict(result);
+  json["verdict"] = result.verdict;
   return json;
 }
 
 }  // namespace
 
-Report::Report(const Jobs& jobs, bool asJson) : m_asJson(asJson) {
+Report::Report(const Jobs& jobs, bool asJson, bool judges) : m_asJson(asJson), m_judges(judges) {
   for (const Job& job : jobs) {
     m_jobs[job.name] = &job;
     m_nameWidth = std::max(m_nameWidth, job.name.size());
@@ -109,7 +104,7 @@ void Report::ReportRuns(const std::vector<Run>& runs) {
   std::vector<double> own;
   std::vector<double> floor;
   std::vector<double> ratio;
-  std::vector<double> used;  // of what the goal allows
+  std::vector<double> beyond;  // what the goal allows
   for (const Run& run : runs) {
     if (run.skipped != benchmark::internal::NotSkipped) {
       result.failure = run.skip_message;
@@ -118,36 +113,45 @@ void Report::ReportRuns(const std::vector<Run>& runs) {
     own.push_back(run.counters.at(kOwnCounter).value);
     floor.push_back(run.counters.at(kFloorCounter).value);
     ratio.push_back(floor.back() > 0 ? own.back() / floor.back() : 0);
-    used.push_back(own.back() - (job.goal.factor * floor.back() + job.goal.constant));
+    beyond.push_back(own.back() - (job.goal.factor * floor.back() + job.goal.constant));
   }
   result.own = Median(own);
   result.floor = Median(floor);
   result.ratio = Median(ratio);
-  result.holds = result.failure.empty() && Median(used) <= 0;
+  if (!result.failure.empty())
+    result.verdict = kFailed;
+  else if (m_judges)
+    result.verdict = Median(beyond) <= 0 ? kOk : kMissed;
+  else
+    result.verdict = kRan;
   if (!m_asJson) {
+    const auto figure = [&](double value, bool isThere) {
+      return isThere && result.failure.empty() ? Figure(job.unit, value) : "-";
+    };
     const bool hasFloor = job.goal.factor > 0;
-    PrintLine({job.name, Figure(job.unit, result.own), hasFloor ? Figure(job.unit, result.floor) : "-",
-               hasFloor ? std::format("{:.2f} x", result.ratio) : "-", GoalText(job.unit, job.goal),
-               Verdict(result) + (result.failure.empty() ? "" : ": " + result.failure)});
+    PrintLine({job.name, figure(result.own, true), figure(result.floor, hasFloor),
+               hasFloor && result.failure.empty() ? std::format("{:.2f} x", result.ratio) : "-",
+               GoalText(job.unit, job.goal), result.verdict + (result.failure.empty() ? "" : ": " + result.failure)});
   }
   m_results.push_back(std::move(result));
 }
 
+std::size_t Report::Count(const std::string& verdict) const {
+  return static_cast<std::size_t>(std::count_if(m_results.begin(), m_results.end(),
+                                                [&](const Result& result) { return result.verdict == verdict; }));
+}
+
 void Report::Finalize() {
-  const auto count = [this](const char* verdict) {
-    return std::count_if(m_results.begin(), m_results.end(),
-                         [&](const Result& result) { return Verdict(result) == verdict; });
-  };
   if (m_asJson) {
     nlohmann::ordered_json document;
     document["jobs"] = nlohmann::ordered_json::array();
     for (const Result& result : m_results) document["jobs"].push_back(JsonOf(result));
-    document["missed"] = count("MISSED");
-    document["failed"] = count("FAILED");
+    document["missed"] = Count(kMissed);
+    document["failed"] = Count(kFailed);
     std::puts(document.dump(2).c_str());
   } else {
-    std::puts(std::format("{} jobs: {} ok, {} missed, {} failed", m_results.size(), count("ok"), count("MISSED"),
-                          count("FAILED"))
+    std::puts(std::format("{} jobs: {} ok, {} missed, {} failed", m_results.size(), Count(kOk) + Count(kRan),
+                          Count(kMissed), Count(kFailed))
                   .c_str());
   }
 }

@@ -11,7 +11,10 @@ class Stopwatch {
  public:
   Stopwatch() noexcept : m_started(Now()) {}
 
-  double Nanoseconds() const noexcept { return static_cast<double>(Now() - m_started) * NanosecondsPerTick(); }
+  double Nanoseconds() const noexcept {
+    const std::uint64_t ticks = Now() - m_started;
+    return static_cast<double>(ticks) * NanosecondsPerTick();
+  }
 
  private:
   static std::uint64_t Now() noexcept {
