@@ -69,9 +69,10 @@ void GrowAdapters(Run& run) {
   });
 }
 
-// The last gateway is that of an adapter.
+// The last gateway is that of an adapter. From 100 on: below, the snapshot takes all the time, and would hide even
+// quadratic growth from the fit.
 void GrowGateways(Run& run) {
-  Grow(run, {1, 10, 100, 1000, 10'000}, [](std::size_t size) {
+  Grow(run, {100, 1000, 10'000}, [](std::size_t size) {
     PlainSet set(1);
     set[0].id = L"many";
     auto& gateways = set[0].texts[LCT_DEFAULT_GATEWAY];
@@ -103,7 +104,7 @@ void AddGrowthJobs(Jobs& jobs) {
   add("100 to 100000 locations, all current", [](Run& run) { GrowLocations(run, Shape::kAllCurrent); });
   add("100 to 100000 locations, distinct suffixes", [](Run& run) { GrowLocations(run, Shape::kSuffixLiteral); });
   add("1 to 1000 adapters", GrowAdapters);
-  add("1 to 10000 gateways of a current location", GrowGateways);
+  add("100 to 10000 gateways of a current location", GrowGateways);
   jobs.push_back({.name = "calculation 100000 x 9, one in ten current",
                   .goal = {.constant = 50e6},
                   .measure = TimeManyLocations,
