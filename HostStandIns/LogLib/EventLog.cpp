@@ -3,6 +3,8 @@
 #include <windows.h>
 
 #include <algorithm>
+#include <chrono>
+#include <memory>
 #include <new>
 #include <vector>
 
@@ -23,6 +25,33 @@ std::wstring LogFilePath() {
     if (fits) return path;
   }
 }
+
+// The fields of an event are rendered before spdlog sees it; this puts the local time with its offset in front of them.
+// All of the time but the milliseconds is made once a second.
+class LineFormatter final : public spdlog::formatter {
+ public:
+  void format(const spdlog::details::log_msg& message, spdlog::memory_buf_t& line) override {
+    const auto second = std::chrono::floor<std::chrono::seconds>(message.time);
+    if (second != m_second) {
+      m_time.clear();
+      m_pattern.format(message, m_time);
+      m_milliseconds = std::find(m_time.begin(), m_time.end(), '.') + 1;
+      m_second = second;
+    }
+    auto number = std::chrono::floor<std::chrono::milliseconds>(message.time - second).count();
+    for (char* digit = m_milliseconds + 2; digit >= m_milliseconds; --digit, number /= 10)
+      *digit = static_cast<char>('0' + number % 10);
+    line.append(m_time);
+    spdlog::details::fmt_helper::append_string_view(message.payload, line);
+  }
+  std::unique_ptr<spdlog::formatter> clone() const override { return std::make_unique<LineFormatter>(); }
+
+ private:
+  spdlog::pattern_formatter m_pattern{"%Y-%m-%dT%H:%M:%S.%e%z\t", spdlog::pattern_time_type::local, ""};
+  spdlog::memory_buf_t m_time;
+  char* m_milliseconds = nullptr;  // their three digits in it
+  std::chrono::sys_seconds m_second = std::chrono::sys_seconds::min();
+};
 
 }  // namespace
 
@@ -46,18 +75,20 @@ EventLog::EventLog() : m_console(std::make_shared<ConsoleSink>()) {
   if (const std::wstring path = LogFilePath(); !path.empty()) sinks.push_back(std::make_shared<FileSink>(path));
   m_logger = std::make_unique<spdlog::logger>("LogLib", sinks.begin(), sinks.end());
   m_logger->set_level(spdlog::level::trace);
-  // The fields of an event are rendered before spdlog sees it, which adds the local time with its offset.
-  m_logger->set_formatter(std::make_unique<spdlog::pattern_formatter>("%Y-%m-%dT%H:%M:%S.%e%z\t%v",
-                                                                      spdlog::pattern_time_type::local, "\n"));
+  m_logger->set_formatter(std::make_unique<LineFormatter>());
   // Our sinks report their own failures, once; what is left is running out of memory.
   m_logger->set_error_handler([](const std::string&) {});
 }
 
-void EventLog::Write(const LogUtils::LogRecord& record) {
+void EventLog::Write(const LogUtils::LogRecord& record, std::wstring_view text) {
   // Rendering costs more than anything else here, so it waits for somebody who reads it.
   const auto& sinks = m_logger->sinks();
-  if (std::any_of(sinks.begin(), sinks.end(), [](const auto& sink) { return sink->level() != spdlog::level::off; }))
-    m_logger->log(spdlog::level::info, spdlog::string_view_t(RenderEventLine(record)));
+  if (std::any_of(sinks.begin(), sinks.end(), [](const auto& sink) { return sink->level() != spdlog::level::off; })) {
+    spdlog::memory_buf_t line;
+    RenderEventLine(record, text, line);
+    line.push_back('\n');
+    m_logger->log(spdlog::level::info, spdlog::string_view_t(line.data(), line.size()));
+  }
   m_hostSink.Write(record);
 }
 

@@ -3,6 +3,7 @@
 #include <LogLibHost.h>
 
 #include <memory>
+#include <string_view>
 
 #include "HostSink.h"
 #include "OutputSinks.h"
@@ -13,7 +14,8 @@ class EventLog {
   // Made by the first use, not when the library is loaded, so that a host can set LOGLIB_FILE before.
   static EventLog& Instance();
 
-  void Write(const LogUtils::LogRecord& record);
+  // `text` is the record's.
+  void Write(const LogUtils::LogRecord& record, std::wstring_view text);
   void SetSink(LogUtils::LogSink sink, void* context) noexcept { m_hostSink.Set(sink, context); }
   void EnableConsole(bool enabled);
 

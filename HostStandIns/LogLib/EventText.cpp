@@ -1,53 +1,40 @@
 #include "EventText.h"
 
 #include <cstdio>
-#include <cwchar>
 
-namespace {
+#include "Spdlog.h"
 
-// Measures, then writes. `print` is a vsnprintf for wide text that answers the length when it is given no buffer.
-template <typename Print>
-std::wstring Format(const wchar_t* format, va_list arguments, Print print) {
-  if (format == nullptr) return {};
-  va_list again;
-  va_copy(again, arguments);
-  const int length = print(nullptr, 0, format, arguments);
-  std::wstring text;
-  try {
-    if (length < 0) {
-      text = format;
-    } else {
-      text.resize(static_cast<std::size_t>(length));
-      if (print(text.data(), text.size() + 1, format, again) < 0) text = format;
-    }
-  } catch (...) {
-    va_end(again);
-    throw;
-  }
-  va_end(again);
-  return text;
+EventText::EventText(const wchar_t* format, va_list arguments) {
+  Format(_CRT_INTERNAL_PRINTF_LEGACY_WIDE_SPECIFIERS, format == nullptr ? L"" : format, arguments);
 }
 
-}  // namespace
-
-std::wstring FormatEventText(const wchar_t* format, va_list arguments) {
-  // _vscwprintf would be the call that measures, but here it reads %s as narrow text; _vsnwprintf without a buffer
-  // measures as it writes.
-  return Format(format, arguments, [](wchar_t* buffer, std::size_t size, const wchar_t* text, va_list values) {
-    return ::_vsnwprintf(buffer, size, text, values);
-  });
-}
-
-std::wstring FormatEventText(const char* format, va_list arguments) {
-  if (format == nullptr) return {};
+EventText::EventText(const char* format, va_list arguments) {
+  if (format == nullptr) format = "";
   // Narrow formatting would put a wide argument (%S) through the process's locale, and the "C" locale fails at the
   // first letter that is not ASCII. The standard's wide formatting has the narrow one's meanings (%s narrow, %S wide)
   // and converts no wide text, so the format is widened instead. Formats are ASCII; other bytes become one letter each.
-  std::wstring wide;
-  for (const char* byte = format; *byte != '\0'; ++byte)
-    wide += static_cast<wchar_t>(static_cast<unsigned char>(*byte));
-  return Format(wide.c_str(), arguments, [](wchar_t* buffer, std::size_t size, const wchar_t* text, va_list values) {
-    return ::__stdio_common_vswprintf(_CRT_INTERNAL_PRINTF_STANDARD_SNPRINTF_BEHAVIOR, buffer, size, text, nullptr,
-                                      values);
-  });
+  fmt::basic_memory_buffer<wchar_t, 256> wide;
+  do wide.push_back(static_cast<unsigned char>(*format));
+  while (*format++ != '\0');
+  Format(0, wide.data(), arguments);
+}
+
+// `meaning` says how the C library reads %s and %S. Its function for all such calls is the only one that fills a buffer
+// and tells the length of a text that does not fit.
+void EventText::Format(unsigned long long meaning, const wchar_t* format, va_list arguments) {
+  const auto print = [&](wchar_t* buffer, std::size_t size, va_list values) {
+    return ::__stdio_common_vswprintf(meaning | _CRT_INTERNAL_PRINTF_STANDARD_SNPRINTF_BEHAVIOR, buffer, size, format,
+                                      nullptr, values);
+  };
+  va_list once;
+  va_copy(once, arguments);
+  const int length = print(m_short.data(), m_short.size(), once);
+  va_end(once);
+  if (length >= 0 && static_cast<std::size_t>(length) < m_short.size()) {
+    m_text = {m_short.data(), static_cast<std::size_t>(length)};
+    return;
+  }
+  if (length >= 0) m_long.resize(static_cast<std::size_t>(length));
+  if (length < 0 || print(m_long.data(), m_long.size() + 1, arguments) < 0) m_long = format;
+  m_text = m_long;
 }

@@ -13,6 +13,7 @@ void HostSink::Set(LogUtils::LogSink sink, void* context) noexcept {
 }
 
 void HostSink::Write(const LogUtils::LogRecord& record) {
+  if (m_sink == nullptr) return;  // the usual case takes no lock
   const DWORD thread = ::GetCurrentThreadId();
   LogUtils::LogSink sink = nullptr;
   void* context = nullptr;

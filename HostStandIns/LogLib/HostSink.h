@@ -2,6 +2,7 @@
 
 #include <LogLibHost.h>
 
+#include <atomic>
 #include <cstdint>
 #include <vector>
 
@@ -26,7 +27,7 @@ class HostSink {
 
   CriticalSection m_lock;
   CONDITION_VARIABLE m_finished = CONDITION_VARIABLE_INIT;
-  LogUtils::LogSink m_sink = nullptr;
+  std::atomic<LogUtils::LogSink> m_sink = nullptr;  // changes inside m_lock
   void* m_context = nullptr;
   std::uint64_t m_generation = 0;
   std::vector<Call> m_calls;

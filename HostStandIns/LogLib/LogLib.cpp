@@ -15,9 +15,9 @@ namespace {
 template <typename Character>
 void Write(LogRecord record, const Character* format, va_list arguments) noexcept {
   try {
-    const std::wstring text = FormatEventText(format, arguments);
-    record.text = text.c_str();
-    EventLog::Instance().Write(record);
+    const EventText text(format, arguments);
+    record.text = text.Get().data();
+    EventLog::Instance().Write(record, text.Get());
   } catch (...) {
   }
 }

@@ -15,20 +15,26 @@ bool WriteAll(HANDLE file, std::string_view bytes) {
   return true;
 }
 
+// Only the console itself can tell, which costs as much as writing four lines; but a file or a pipe is no console, and
+// the type costs far less. Nothing is remembered: the host may redirect standard error at any time, and a handle that
+// is closed may come back as something else.
+bool IsConsole(HANDLE handle) {
+  DWORD mode = 0;
+  return ::GetFileType(handle) == FILE_TYPE_CHAR && ::GetConsoleMode(handle, &mode);
+}
+
 // A console shows UTF-16 whatever its code page; anything else is fed UTF-8.
 void WriteToStandardError(std::string_view utf8) {
   HANDLE handle = ::GetStdHandle(STD_ERROR_HANDLE);
   if (!IsUsable(handle)) return;
-  DWORD mode = 0;
-  if (!::GetConsoleMode(handle, &mode)) {
+  if (!IsConsole(handle)) {
     WriteAll(handle, utf8);
     return;
   }
   const int length = static_cast<int>(utf8.size());
-  std::wstring text(static_cast<std::size_t>(::MultiByteToWideChar(CP_UTF8, 0, utf8.data(), length, nullptr, 0)),
-                    L'\0');
-  ::MultiByteToWideChar(CP_UTF8, 0, utf8.data(), length, text.data(), static_cast<int>(text.size()));
-  ::WriteConsoleW(handle, text.data(), static_cast<DWORD>(text.size()), nullptr, nullptr);
+  std::wstring text(utf8.size(), L'\0');  // never more units than bytes
+  const int units = ::MultiByteToWideChar(CP_UTF8, 0, utf8.data(), length, text.data(), length);
+  ::WriteConsoleW(handle, text.data(), static_cast<DWORD>(units), nullptr, nullptr);
 }
 
 }  // namespace

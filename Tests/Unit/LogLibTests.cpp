@@ -286,6 +286,56 @@ TEST_F(LogLibOutput, TextsAreEscapedSoThatAnEventStaysOneLine) {
     EXPECT_EQ(WithoutTime(lines[index]), "8\tFirewallBL\tFIREWALL\tFwClient/File.cpp:42\t" + cases[index].expected);
 }
 
+// Long texts are looked at in blocks: a letter is written alike at each place in one and between two.
+TEST_F(LogLibOutput, ALetterIsWrittenAlikeAtEachPlaceOfAText) {
+  const struct {
+    wchar_t letter;
+    std::string expected;
+  } cases[] = {
+      {0x1f, "\\u001F"},        {L' ', " "},
+      {L'\\', "\\\\"},          {L'~', "~"},
+      {0x7f, "\\u007F"},        {0x80, "\\u0080"},
+      {0xa0, "\xc2\xa0"},       {0xff, "\xc3\xbf"},
+      {0x100, "\xc4\x80"},      {0x161, "\xc5\xa1"},  // "a" in its low byte
+      {0x2028, "\\u2028"},      {0x7fff, "\xe7\xbf\xbf"},
+      {0x8061, "\xe8\x81\xa1"}, {0xd861, "\xef\xbf\xbd"},
+      {0xffff, "\xef\xbf\xbf"},
+  };
+  constexpr std::size_t kLength = 40;
+  const CopiedLogLib log(m_folder, File());
+  log.SetConsole(false);
+  std::vector<std::string> expected;
+  for (const auto& [letter, bytes] : cases)
+    for (std::size_t place = 0; place < kLength; ++place) {
+      std::wstring text(kLength, L'x');
+      text[place] = letter;
+      log.Log(text);
+      expected.push_back(std::string(place, 'x') + bytes + std::string(kLength - place - 1, 'x'));
+    }
+  const std::vector<std::string> lines = ReadLines(File());
+  ASSERT_EQ(lines.size(), expected.size());
+  for (std::size_t index = 0; index < lines.size(); ++index)
+    EXPECT_EQ(lines[index].substr(lines[index].rfind('\t') + 1), expected[index]);
+}
+
+TEST_F(LogLibOutput, ATextEndsAtANul) {
+  const CopiedLogLib log(m_folder, File());
+  log.LogNarrow("before%cbehind", nullptr);
+  ASSERT_EQ(ReadLines(File()).size(), 1u);
+  EXPECT_TRUE(ReadLines(File())[0].ends_with("\tbefore"));
+}
+
+// The length of a text that just fits into what is at hand for the usual ones, and its neighbours.
+TEST_F(LogLibOutput, TextsOfEveryLengthAreWrittenWhole) {
+  const CopiedLogLib log(m_folder, File());
+  log.SetConsole(false);
+  for (std::size_t length = 0; length < 1100; ++length) log.Log(std::wstring(length, L'x'));
+  const std::vector<std::string> lines = ReadLines(File());
+  ASSERT_EQ(lines.size(), 1100u);
+  for (std::size_t length = 0; length < lines.size(); ++length)
+    EXPECT_EQ(lines[length].substr(lines[length].rfind('\t') + 1), std::string(length, 'x'));
+}
+
 TEST_F(LogLibOutput, NamesAndPathsAreEscapedTooAndMayBeMissing) {
   const CopiedLogLib log(m_folder, File());
   log.LogEvent({"a\tb\\c\xff", 1, 3, nullptr, getLogManager(), 2, 0}, L"text");
@@ -386,6 +436,36 @@ TEST_F(LogLibOutput, ConsoleShowsTheSameLinesUntilSwitchedOff) {
   const std::vector<std::string> all = ReadLines(File());
   ASSERT_EQ(all.size(), 3u);
   EXPECT_EQ(ErrorLines(), (std::vector{all[0], all[2]}));
+}
+
+TEST_F(LogLibOutput, ConsoleIsWhatStandardErrorIsAtTheTimeOfTheEvent) {
+  const CopiedLogLib log(m_folder, File());
+  log.Log(L"first");
+  const HANDLE other = ::CreateFileW((m_folder / L"other").c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                                     nullptr, CREATE_ALWAYS, 0, nullptr);
+  ::SetStdHandle(STD_ERROR_HANDLE, other);
+  log.Log(L"second");
+  ::SetStdHandle(STD_ERROR_HANDLE, m_errors);
+  ::CloseHandle(other);
+  const std::vector<std::string> all = ReadLines(File());
+  ASSERT_EQ(all.size(), 2u);
+  EXPECT_EQ(ErrorLines(), std::vector{all[0]});
+  EXPECT_EQ(ReadLines(m_folder / L"other"), std::vector{all[1]});
+}
+
+// The question costs as much as writing four lines.
+TEST_F(LogLibOutput, AFileIsNotAskedWhetherItIsAConsole) {
+  const CopiedLogLib log(m_folder, File());
+  static int asked;
+  asked = 0;
+  const ImportPatch patch(
+      log.Module(), "GetConsoleMode", +[](HANDLE, LPDWORD) -> BOOL {
+        ++asked;
+        return FALSE;
+      });
+  log.Log(L"text");
+  EXPECT_EQ(ErrorLines().size(), 1u);
+  EXPECT_EQ(asked, 0);
 }
 
 TEST_F(LogLibOutput, AProcessWithoutStandardErrorLogsToTheFile) {
