@@ -30,7 +30,8 @@ struct Place {
   LocationCriteria Asked() const {
     LocationCriteria asked;
     asked.name = &name;
-    for (std::size_t kind = 0; kind < lists.size(); ++kind) asked.lists[kind] = &lists[kind];
+    for (std::size_t kind = 0; kind < lists.size(); ++kind)
+      asked.Add(static_cast<LOCATION_CRITERIA_TYPE>(kind), lists[kind]);
     asked.zeltReachable = zeltReachable;
     return asked;
   }
@@ -63,8 +64,7 @@ class Matcher : public ::testing::Test {
   }
 
   // Asks the matcher, and leaves the report of it in m_location.
-  bool IsCurrent(const Place& place,
-                 LocationMatcher::AfterFailure afterFailure = LocationMatcher::AfterFailure::kStop) {
+  bool IsCurrent(const Place& place, AfterFailure afterFailure = AfterFailure::kStop) {
     m_questions.clear();
     MatchReport report;
     MatchReporter reporter(report);
@@ -164,7 +164,7 @@ TEST_F(Matcher, MayGoOnWithWhatCostsNothing) {
   place.lists[LCT_DNS_SERVER] = {L"10.0.0.53"};
   place.lists[LCT_REGISTRY_KEY] = {L"yes"};
   place.lists[LCT_DOMAIN_REACHABLE] = {L"up"};
-  EXPECT_FALSE(IsCurrent(place, LocationMatcher::AfterFailure::kTestWhatCostsNothing));
+  EXPECT_FALSE(IsCurrent(place, AfterFailure::kTestWhatCostsNothing));
   EXPECT_EQ(m_questions, Texts{});
   EXPECT_EQ(m_matched, Indexes{});
   EXPECT_THAT(OutcomesOf(0),

@@ -3,8 +3,6 @@
 #pragma once
 
 #include <algorithm>
-#include <cstddef>
-#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -20,19 +18,3 @@ inline bool EqualsIgnoringAsciiCase(std::wstring_view left, std::wstring_view ri
   return std::equal(left.begin(), left.end(), right.begin(), right.end(),
                     [](wchar_t a, wchar_t b) { return ToAsciiLower(a) == ToAsciiLower(b); });
 }
-
-// For tables whose keys are looked up without regard to ASCII case, also by a view.
-struct AsciiCaseEqual {
-  using is_transparent = void;
-  bool operator()(std::wstring_view left, std::wstring_view right) const noexcept {
-    return EqualsIgnoringAsciiCase(left, right);
-  }
-};
-struct AsciiCaseHash {
-  using is_transparent = void;
-  std::size_t operator()(std::wstring_view text) const noexcept {
-    std::uint64_t hash = 0xcbf29ce484222325;  // FNV-1a
-    for (const wchar_t character : text) hash = (hash ^ ToAsciiLower(character)) * 0x100000001b3;
-    return hash;
-  }
-};

@@ -6,8 +6,6 @@
 
 namespace {
 
-constexpr std::size_t kUsualCharacters = 512;  // of a report, so that it is put together without growing
-
 void AppendNumber(std::wstring& text, std::uint64_t number) {
   std::array<char, 20> digits;
   text.append(digits.data(), std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr);
@@ -30,7 +28,11 @@ std::wstring RenderTextList(const std::vector<std::wstring>& list) {
 
 std::wstring RenderAdapterProps(const AdapterProps& adapter) {
   std::wstring text;
-  text.reserve(kUsualCharacters);
+  AppendAdapterProps(text, adapter);
+  return text;
+}
+
+void AppendAdapterProps(std::wstring& text, const AdapterProps& adapter) {
   // Support engineers search for these labels: their blanks and letter case are uneven, and stay so.
   text += L"\n\tInterface Index:";
   AppendNumber(text, adapter.ifIndex);
@@ -44,5 +46,4 @@ std::wstring RenderAdapterProps(const AdapterProps& adapter) {
   AppendTextList(text += L"\n\tDNS Servers:", adapter.dnsServers);
   (text += L"\n\tWINS Primary Server:") += adapter.winsPrimary;
   (text += L"\n\tWINS Secondary Server:") += adapter.winsSecondary;
-  return text;
 }

@@ -33,5 +33,8 @@ struct AdapterProps {
 // The adapter's properties as the lines of the log report; the media type and the physical address are not in it.
 std::wstring RenderAdapterProps(const AdapterProps& adapter);
 
+// The same at the end of a text.
+void AppendAdapterProps(std::wstring& text, const AdapterProps& adapter);
+
 // A count line and one line an entry.
 std::wstring RenderTextList(const std::vector<std::wstring>& list);

@@ -1,5 +1,6 @@
 #include "FwClient/Service/QeLaLib/AdapterSnapshot.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <new>
 #include <string_view>
@@ -55,24 +56,35 @@ bool QueryAdapters(AdapterBuffer& buffer) {
 }
 
 template <typename Entry>
+std::size_t CountOf(const Entry* first) {
+  std::size_t count = 0;
+  for (; first != nullptr; first = first->Next) ++count;
+  return count;
+}
+
+template <typename Entry>
 void AppendAddresses(const Entry* first, std::vector<std::wstring>& texts) {
+  texts.reserve(CountOf(first));
   for (; first != nullptr; first = first->Next) {
     std::wstring text = SocketAddressToText(first->Address);
     if (!text.empty()) texts.push_back(std::move(text));
   }
 }
 
-AdapterMediaType MediaTypeOf(IFTYPE type, std::wstring description) {
+AdapterMediaType MediaTypeOf(IFTYPE type, std::wstring_view description) {
+  constexpr std::wstring_view kVirtual = L"virtual";
   if (type == IF_TYPE_IEEE80211) return Wireless;
   if (type != IF_TYPE_ETHERNET_CSMACD) return Other;
-  LowerAscii(description);
-  return description.find(L"virtual") != std::wstring::npos ? Virtual : Wired;
+  const auto found = std::search(description.begin(), description.end(), kVirtual.begin(), kVirtual.end(),
+                                 [](wchar_t character, wchar_t wanted) { return ToAsciiLower(character) == wanted; });
+  return found != description.end() ? Virtual : Wired;
 }
 
 // "00-1A-2B-3C-4D-5E"
 std::wstring PhysicalAddressToText(const BYTE* bytes, ULONG count) {
   constexpr std::wstring_view kDigits = L"0123456789ABCDEF";
   std::wstring text;
+  text.reserve(std::size_t{3} * count);
   for (ULONG i = 0; i < count; ++i) {
     if (i != 0) text += L'-';
     text += kDigits[bytes[i] >> 4];
@@ -83,8 +95,8 @@ std::wstring PhysicalAddressToText(const BYTE* bytes, ULONG count) {
 
 std::wstring TextOrEmpty(const wchar_t* text) { return text != nullptr ? text : L""; }
 
-AdapterProps PropsOf(const IP_ADAPTER_ADDRESSES& entry) {
-  AdapterProps adapter;
+void AppendProps(const IP_ADAPTER_ADDRESSES& entry, std::vector<AdapterProps>& adapters) {
+  AdapterProps& adapter = adapters.emplace_back();
   AppendAddresses(entry.FirstGatewayAddress, adapter.gateways);
   adapter.dhcpEnabled = (entry.Flags & IP_ADAPTER_DHCP_ENABLED) != 0;
   if (adapter.dhcpEnabled) {
@@ -104,7 +116,6 @@ AdapterProps PropsOf(const IP_ADAPTER_ADDRESSES& entry) {
     if (primary->Next != nullptr) adapter.winsSecondary = SocketAddressToText(primary->Next->Address);
   }
   AppendAddresses(entry.FirstUnicastAddress, adapter.ipAddresses);
-  return adapter;
 }
 
 }  // namespace
@@ -124,9 +135,10 @@ std::wstring SocketAddressToText(const SOCKET_ADDRESS& address) {
 }
 
 void AppendAdapters(const IP_ADAPTER_ADDRESSES* first, std::vector<AdapterProps>& adapters) {
+  adapters.reserve(adapters.size() + CountOf(first));
   for (; first != nullptr; first = first->Next)
     if (first->OperStatus == IfOperStatusUp && first->IfType != IF_TYPE_SOFTWARE_LOOPBACK)
-      adapters.push_back(PropsOf(*first));
+      AppendProps(*first, adapters);
 }
 
 SharedAdapters NoAdapters() noexcept {
@@ -155,8 +167,11 @@ AdapterSnapshotResult TakeAdapterSnapshot(SharedAdapters& snapshot) {
 void LogAdapters(const std::vector<AdapterProps>& adapters) {
   LA_LOG(kLogInfo, L"Adapters List :");
   try {
+    std::wstring report;
     for (const AdapterProps& adapter : adapters) {
-      LA_LOG(kLogInfo, L"Adapter properties:\n%s", RenderAdapterProps(adapter).c_str());
+      report.clear();
+      AppendAdapterProps(report, adapter);
+      LA_LOG(kLogInfo, L"Adapter properties:\n%s", report.c_str());
       LA_LOG(kLogInfo, L"//---------------------------------------------\n");
     }
   } catch (const std::bad_alloc&) {

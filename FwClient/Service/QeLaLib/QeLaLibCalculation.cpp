@@ -25,11 +25,13 @@ const LocationProbes& Probes() {
 struct CopiedCriteria {
   explicit CopiedCriteria(const _IQeLocation& location) : name(location.GetName()) {
     asked.name = &name;
-    for (std::uint32_t kind = 0; kind < kTextCriteriaKinds; ++kind) asked.lists[kind] = &lists[kind];
     const auto criterias = location.GetCriterias();
     if (criterias == nullptr) return;  // a host's own implementation may have none
-    for (std::uint32_t kind = 0; kind < kTextCriteriaKinds; ++kind)
-      criterias->GetStringCriteria(static_cast<LOCATION_CRITERIA_TYPE>(kind), lists[kind]);
+    for (std::uint32_t number = 0; number < kTextCriteriaKinds; ++number) {
+      const auto kind = static_cast<LOCATION_CRITERIA_TYPE>(number);
+      criterias->GetStringCriteria(kind, lists[number]);
+      asked.Add(kind, lists[number]);
+    }
     criterias->GetBoolCriteria(LCT_ZELT_REACHABLE, asked.zeltReachable);
   }
   CopiedCriteria(const CopiedCriteria&) = delete;
@@ -44,7 +46,10 @@ struct CopiedCriteria {
 LocationCriteria CriteriaOf(const CQeLocation& location) {
   LocationCriteria asked;
   asked.name = &location.Name();
-  for (std::uint32_t kind = 0; kind < kTextCriteriaKinds; ++kind) asked.lists[kind] = &location.Criterias().Texts(kind);
+  // Spelled out for each kind by the compiler, which leaves a loop one: this runs for every location.
+  [&]<std::size_t... kKinds>(std::index_sequence<kKinds...>) {
+    (asked.Add(static_cast<LOCATION_CRITERIA_TYPE>(kKinds), location.Criterias().Texts(kKinds)), ...);
+  }(std::make_index_sequence<kTextCriteriaKinds>());
   asked.zeltReachable = location.Criterias().IsZeltReachable();
   return asked;
 }

@@ -36,8 +36,6 @@ std::shared_ptr<_IEnumQeLocationCriterias> CQeLocation::GetCriterias() const {
 
 std::wstring CQeLocation::GetId() const { return id; }
 
-bool CQeLocation::IsEnabled() const { return enabled; }
-
 std::wstring CQeLocation::GetName() const { return name; }
 
 std::wstring CQeLocation::GetNote() const { return note; }
@@ -66,8 +64,6 @@ void CQeLocation::SetNote(const std::wstring& value) { note = value; }
 void CQeLocation::SetId(const std::wstring& value) { id = value; }
 
 void CQeLocation::GetAdapterIndexes(std::vector<std::uint32_t>& indexes) const { indexes = adapterIndexes; }
-
-void CQeLocation::SetAdapterIndexes(const std::vector<std::uint32_t>& indexes) { adapterIndexes = indexes; }
 
 bool CQeLocation::AssignFrom(const _IQeLocation& source) {
   id = source.GetId();

@@ -26,7 +26,7 @@ class CQeLocation final : public _IQeLocation {
   bool DeserializeFromBytes(const std::vector<std::uint8_t>& bytes) override;
   std::shared_ptr<_IEnumQeLocationCriterias> GetCriterias() const override;
   std::wstring GetId() const override;
-  bool IsEnabled() const override;
+  bool IsEnabled() const override { return enabled; }
   std::wstring GetName() const override;
   std::wstring GetNote() const override;
   std::uint32_t AddCriteria(const LOCATION_CRITERIA_TYPE* kind, const std::wstring& value) override;
@@ -37,7 +37,7 @@ class CQeLocation final : public _IQeLocation {
   void SetNote(const std::wstring& value) override;
   void SetId(const std::wstring& value) override;
   void GetAdapterIndexes(std::vector<std::uint32_t>& indexes) const override;
-  void SetAdapterIndexes(const std::vector<std::uint32_t>& indexes) override;
+  void SetAdapterIndexes(const std::vector<std::uint32_t>& indexes) override { adapterIndexes = indexes; }
 
   // Takes over everything of `source`, through its interface; its criteria are merged into the ones held here, which
   // are not cleared first. Returns whether every criterion could be added; false still leaves all the others.
@@ -47,6 +47,7 @@ class CQeLocation final : public _IQeLocation {
   const std::wstring& Id() const noexcept { return id; }
   const std::wstring& Name() const noexcept { return name; }
   const CQeLocationCriterias& Criterias() const noexcept { return criterias; }
+  const std::vector<std::uint32_t>& AdapterIndexes() const noexcept { return adapterIndexes; }
 
   void Pack(LaPacker& packer) const;
   void Unpack(LaReader& reader);

@@ -23,13 +23,6 @@ bool AreDistinct(const std::vector<std::wstring>& texts) {
 
 }  // namespace
 
-CQeLocationCriterias::TextList CQeLocationCriterias::* const CQeLocationCriterias::kLists[kTextKinds] = {
-    &CQeLocationCriterias::dnsSuffixes,        &CQeLocationCriterias::defaultGateways,
-    &CQeLocationCriterias::dhcpServers,        &CQeLocationCriterias::dnsServers,
-    &CQeLocationCriterias::primaryWinsServers, &CQeLocationCriterias::secondaryWinsServers,
-    &CQeLocationCriterias::registryKeys,       &CQeLocationCriterias::reachableDomains,
-};
-
 const CQeLocationCriterias::TextList* CQeLocationCriterias::Find(LOCATION_CRITERIA_TYPE kind) const noexcept {
   return kind < kTextKinds ? &(this->*kLists[kind]) : nullptr;
 }

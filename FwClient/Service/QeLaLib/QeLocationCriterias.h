@@ -26,7 +26,7 @@ class CQeLocationCriterias final : public _IEnumQeLocationCriterias {
   bool GetStringCriteria(LOCATION_CRITERIA_TYPE kind, std::vector<std::wstring>& values) const override;
 
   // The list of a text kind without a copy.
-  const std::vector<std::wstring>& Texts(std::uint32_t kind) const noexcept { return this->*kLists[kind]; }
+  const std::vector<std::wstring>& Texts(std::uint32_t kind) const noexcept;
   bool IsZeltReachable() const noexcept { return zeltReachable; }
 
   // Whether the lists could have been filled by adding: no entry twice, none that would be stored as another text.
@@ -50,7 +50,7 @@ class CQeLocationCriterias final : public _IEnumQeLocationCriterias {
   const TextList* Find(LOCATION_CRITERIA_TYPE kind) const noexcept;
   TextList* Find(LOCATION_CRITERIA_TYPE kind) noexcept;
 
-  static TextList CQeLocationCriterias::* const kLists[kTextKinds];  // by kind
+  static TextList CQeLocationCriterias::* const kLists[kTextKinds];  // by kind; below the class, which is whole there
 
   TextList dnsSuffixes;
   TextList defaultGateways;
@@ -62,3 +62,14 @@ class CQeLocationCriterias final : public _IEnumQeLocationCriterias {
   TextList reachableDomains;
   bool zeltReachable = false;
 };
+
+inline constexpr CQeLocationCriterias::TextList CQeLocationCriterias::* const CQeLocationCriterias::kLists[] = {
+    &CQeLocationCriterias::dnsSuffixes,        &CQeLocationCriterias::defaultGateways,
+    &CQeLocationCriterias::dhcpServers,        &CQeLocationCriterias::dnsServers,
+    &CQeLocationCriterias::primaryWinsServers, &CQeLocationCriterias::secondaryWinsServers,
+    &CQeLocationCriterias::registryKeys,       &CQeLocationCriterias::reachableDomains,
+};
+
+inline const std::vector<std::wstring>& CQeLocationCriterias::Texts(std::uint32_t kind) const noexcept {
+  return this->*kLists[kind];
+}

@@ -62,10 +62,6 @@ std::uint32_t CQeLocations::Add(const _IQeLocation* location) {
   return LSR_OK;
 }
 
-void CQeLocations::ReplaceAdapterIndexes(std::size_t index, const std::vector<std::uint32_t>& adapterIndexes) {
-  m_items[index].SetAdapterIndexes(adapterIndexes);
-}
-
 void CQeLocations::AddFrom(const CQeLocations& source, const std::vector<std::wstring>& ids) {
   const std::vector<CQeLocation>& items = source.m_items;
   std::size_t next = 0;  // behind the location that was added last

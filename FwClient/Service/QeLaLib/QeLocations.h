@@ -35,7 +35,10 @@ class CQeLocations final : public _IEnumQeLocations {
   bool IsPlain() const noexcept { return m_isPlain; }
 
   // What updating the location at `index` with one that differs only in these comes to. Only in a plain set.
-  void ReplaceAdapterIndexes(std::size_t index, const std::vector<std::uint32_t>& adapterIndexes);
+  void ReplaceAdapterIndexes(std::size_t index, const std::vector<std::uint32_t>& adapterIndexes) {
+    // Most often they are the same: memory that is not written need not be written back.
+    if (m_items[index].AdapterIndexes() != adapterIndexes) m_items[index].SetAdapterIndexes(adapterIndexes);
+  }
 
   // Adds copies of the first locations with these IDs, in the order of the IDs: each by the rule of adding, so that an
   // ID is added once and a location that cannot be copied not at all. IDs that `source` does not have are passed over.

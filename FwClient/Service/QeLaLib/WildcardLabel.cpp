@@ -1,13 +1,13 @@
 #include "FwClient/Service/QeLaLib/WildcardLabel.h"
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <iterator>
 #include <regex>
 #include <string_view>
 
-#include "FwClient/Common/Utilities/AsciiCase.h"
 #include "FwClient/Service/QeLaLib/ExpressionSurvey.h"
 #include "FwClient/Service/QeLaLib/ExpressionTraits.h"
 
@@ -16,7 +16,11 @@ namespace {
 using LabelRegex = std::basic_regex<wchar_t, ExpressionTraits>;
 
 // The characters that a regular expression does not take literally; a "." cannot occur in a label.
-constexpr std::wstring_view kExpressionCharacters = L"^$\\+?()[]{}|";
+constexpr auto kIsInExpressions = [] {
+  std::array<bool, 128> is{};
+  for (const char character : std::string_view("^$\\+?()[]{}|")) is[static_cast<std::size_t>(character)] = true;
+  return is;
+}();
 
 // The expression library recurses while it compiles, most of all once a "(", and while it matches. Labels beyond these
 // sizes are no DNS names, and would cost stack that a host's thread may not have. With them, compiling and matching
@@ -116,9 +120,10 @@ struct WildcardLabel::Matcher {
 
 // The usual label.
 struct WildcardLabel::Plain final : Matcher {
-  explicit Plain(const std::wstring& itsLabel) : label(itsLabel) {}
-  bool Matches(const std::wstring& text) const override { return PlainWildcardMatches(label, text); }
+  Plain(const std::wstring& itsLabel, std::size_t itsStar) : label(itsLabel), star(itsStar) {}
+  bool Matches(const std::wstring& text) const override { return PlainWildcardMatches(label, star, text); }
   std::wstring label;
+  std::size_t star;
 };
 
 // Any other label. The library's breadth-first matcher has the outcomes of its default one, and takes polynomial time:
@@ -148,19 +153,24 @@ struct WildcardLabel::Backtracking final : Matcher {
   LabelRegex expression;
 };
 
-bool IsPlainWildcard(std::wstring_view label) noexcept {
-  return label.find_first_of(kExpressionCharacters) == std::wstring_view::npos && label.find(L'*') == label.rfind(L'*');
+std::size_t FindPlainStar(std::wstring_view label) noexcept {
+  std::size_t star = std::wstring_view::npos;
+  for (std::size_t i = 0; i < label.size(); ++i) {
+    if (label[i] < kIsInExpressions.size() && kIsInExpressions[label[i]]) return std::wstring_view::npos;
+    if (label[i] != L'*') continue;
+    if (star != std::wstring_view::npos) return std::wstring_view::npos;
+    star = i;
+  }
+  return star;
 }
 
-bool PlainWildcardMatches(std::wstring_view label, std::wstring_view text) noexcept {
-  const std::size_t star = label.find(L'*');
+bool PlainWildcardMatches(std::wstring_view label, std::size_t star, std::wstring_view text) noexcept {
+  if (text.size() + 1 < label.size()) return false;
   const std::wstring_view before = label.substr(0, star);
   const std::wstring_view after = label.substr(star + 1);
-  if (text.size() < before.size() + after.size()) return false;
   const std::size_t end = text.size() - after.size();
   const std::wstring_view wild = text.substr(before.size(), end - before.size());
-  return EqualsIgnoringAsciiCase(text.substr(0, before.size()), before) &&
-         EqualsIgnoringAsciiCase(text.substr(end), after) && std::none_of(wild.begin(), wild.end(), IsLineEnd);
+  return text.starts_with(before) && text.ends_with(after) && std::none_of(wild.begin(), wild.end(), IsLineEnd);
 }
 
 std::wstring WildcardToRegex(const std::wstring& label) {
@@ -170,7 +180,8 @@ std::wstring WildcardToRegex(const std::wstring& label) {
 }
 
 std::unique_ptr<const WildcardLabel::Matcher> WildcardLabel::Compile(const std::wstring& label) {
-  if (IsPlainWildcard(label)) return std::make_unique<Plain>(label);
+  if (const std::size_t star = FindPlainStar(label); star != std::wstring::npos)
+    return std::make_unique<Plain>(label, star);
 
   std::wstring expression = WildcardToRegex(label);
   const ExpressionSurvey survey = SurveyExpression(expression);
@@ -190,7 +201,5 @@ std::unique_ptr<const WildcardLabel::Matcher> WildcardLabel::Compile(const std::
 WildcardLabel::WildcardLabel(const std::wstring& label) : m_matcher(Compile(label)) {}
 
 WildcardLabel::~WildcardLabel() = default;
-
-WildcardLabel::WildcardLabel(WildcardLabel&&) noexcept = default;
 
 bool WildcardLabel::Matches(const std::wstring& text) const { return m_matcher != nullptr && m_matcher->Matches(text); }

@@ -1,6 +1,7 @@
 // One label of a DNS-suffix criterion that holds a "*".
 #pragma once
 
+#include <cstddef>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -10,13 +11,13 @@
 // Administrators' stored criteria rely on it.
 std::wstring WildcardToRegex(const std::wstring& label);
 
-// Whether a label that holds a "*" is "corp*" or the like: one star among characters that stand for themselves. It
-// needs no expression, and has no limit of length.
-bool IsPlainWildcard(std::wstring_view label) noexcept;
+// Where the star is in a label like "corp*": the only one, among characters that stand for themselves. Such a label
+// needs no expression, and has no limit of length. npos for any other.
+std::size_t FindPlainStar(std::wstring_view label) noexcept;
 
-// Whether the whole of `text` matches such a label. ASCII case does not count. The star stands for anything but the
-// ends of lines, as in the expression that the label would be.
-bool PlainWildcardMatches(std::wstring_view label, std::wstring_view text) noexcept;
+// Whether the whole of `text` matches such a label, both in lower case. The star stands for anything but the ends of
+// lines, as in the expression that the label would be.
+bool PlainWildcardMatches(std::wstring_view label, std::size_t star, std::wstring_view text) noexcept;
 
 // A compiled label. Immutable, so that one object serves a whole calculation.
 class WildcardLabel {
@@ -25,7 +26,6 @@ class WildcardLabel {
   // safely, makes an object that matches nothing: a broken criterion must not end the calculation of the others.
   explicit WildcardLabel(const std::wstring& label);
   ~WildcardLabel();
-  WildcardLabel(WildcardLabel&&) noexcept;
   WildcardLabel(const WildcardLabel&) = delete;
   WildcardLabel& operator=(const WildcardLabel&) = delete;
 
