@@ -133,18 +133,28 @@ TEST(LaPacker, StartsWith8192BytesAndDoubles) {
 // What `read` makes of the bytes, and that it takes all of them.
 template <typename Read>
 auto ReadFrom(const Bytes& bytes, Read read) {
-  LaReader reader(bytes, LaReader::Records::kAny);
+  LaReader reader(bytes, LaReader::Purpose::kFill);
   auto value = read(reader);
   EXPECT_EQ(reader.BytesLeft(), 0u);
   return value;
 }
 
+std::uint32_t NextNumber(LaReader& reader) {
+  std::uint32_t number = 0;
+  reader.UInt32(number);
+  return number;
+}
+
 bool BoolFrom(const Bytes& bytes) {
-  return ReadFrom(bytes, [](LaReader& reader) { return reader.Bool(); });
+  return ReadFrom(bytes, [](LaReader& reader) {
+    bool value = false;
+    reader.Bool(value);
+    return value;
+  });
 }
 
 std::uint32_t UInt32From(const Bytes& bytes) {
-  return ReadFrom(bytes, [](LaReader& reader) { return reader.UInt32(); });
+  return ReadFrom(bytes, [](LaReader& reader) { return NextNumber(reader); });
 }
 
 std::wstring TextFrom(const Bytes& bytes) {
@@ -238,7 +248,7 @@ TEST(LaMsgPackReading, EveryValueEndsWhereTheBytesEnd) {
 // U+00FC, so that the system converts it: ASCII is not shown to it.
 TEST(LaMsgPackReading, TextThatIsNoUtf8IsRefusedAndTheOldOneStays) {
   const Bytes bytes{0xa2, 0xc3, '('};
-  LaReader reader(bytes, LaReader::Records::kAny);
+  LaReader reader(bytes, LaReader::Purpose::kFill);
   std::wstring text = L"old";
   EXPECT_THROW(reader.Text(text), StlStringUtfConv::Exception);
   EXPECT_EQ(text, L"old");
@@ -251,7 +261,7 @@ TEST(LaMsgPackReading, TextThatTheSystemCannotConvertIsWantOfMemoryAndTheOldOneS
         ::SetLastError(ERROR_INVALID_PARAMETER);
         return 0;
       });
-  LaReader reader(bytes, LaReader::Records::kAny);
+  LaReader reader(bytes, LaReader::Purpose::kFill);
   std::wstring text = L"old";
   EXPECT_THROW(reader.Text(text), std::bad_alloc);
   EXPECT_EQ(text, L"old");
@@ -266,7 +276,7 @@ TEST(LaMsgPackReading, ListOfTextsReplacesTheOldOne) {
 TEST(LaMsgPackReading, ListOfTextsMustBeAnArray) {
   for (const Bytes& bytes : {Bytes{0xc0}, Bytes{0x80}, Bytes{0xa1, 'a'}, Bytes{0x00}}) {
     std::vector<std::wstring> texts{L"x"};
-    LaReader reader(bytes, LaReader::Records::kAny);
+    LaReader reader(bytes, LaReader::Purpose::kFill);
     EXPECT_THROW(reader.Texts(texts), msgpack::type_error);
     EXPECT_EQ(texts, std::vector<std::wstring>{L"x"});
   }
@@ -277,46 +287,100 @@ TEST(LaMsgPackReading, WhatIsPassedOverMayBeOfAnyTypeAndDepth) {
        {Bytes{0x00}, Bytes{0xff}, Bytes{0xc0}, Bytes{0xc4, 0x01, 'a'}, Bytes{0xd4, 0x01, 'a'}, Bytes{0xca, 0, 0, 0, 0},
         Bytes{0x81, 0xa1, 'a', 0x92, 0xc2, 0xc3}, Blob::Join({Bytes(100'000, 0x91), {0x90}})}) {
     const Bytes followed = Blob::Join({bytes, {0x07}});
-    LaReader reader(followed, LaReader::Records::kAny);
+    LaReader reader(followed, LaReader::Purpose::kFill);
     reader.Skip();
-    EXPECT_EQ(reader.UInt32(), 7u);
+    EXPECT_EQ(NextNumber(reader), 7u);
   }
   for (const Bytes& bytes : {Bytes{}, Bytes{0xc1}, Bytes{0x92, 0xc0}, Bytes{0xa1}}) {
-    LaReader reader(bytes, LaReader::Records::kAny);
+    LaReader reader(bytes, LaReader::Purpose::kFill);
     EXPECT_ANY_THROW(reader.Skip()) << testing::PrintToString(bytes);
   }
 }
 
+// What the target has room for is written where it is; a longer text, or one that the system converts, is made before
+// anything is changed.
+TEST(LaMsgPackReading, WhatWasPreparedIsFilledInWithoutMemory) {
+  const std::string longText(100, 'x');
+  const Bytes bytes = Blob::Join(
+      {{0x94, 0xa3, 'a', 'b', 'c', 0xd9, 100}, Bytes(longText.begin(), longText.end()), {0xa2, 0xc3, 0xbc, 0xa0}});
+  std::vector<std::wstring> texts{L"first", L"second", L"third", L"fourth", L"fifth"};
+  const std::vector<std::wstring> before = texts;
+  LaReader::PreparedTexts prepared;
+  LaReader(bytes, LaReader::Purpose::kPrepare, &prepared).Texts(texts);
+  EXPECT_EQ(texts, before);
+  EXPECT_EQ(prepared.size(), 2u);
+  const HeapWatch heap;
+  LaReader(bytes, LaReader::Purpose::kFill, &prepared).Texts(texts);
+  EXPECT_EQ(heap.Allocations(), 0u);
+  EXPECT_EQ(texts, (std::vector<std::wstring>{L"abc", std::wstring(100, L'x'), L"\xfc", L""}));
+}
+
+TEST(LaMsgPackReading, ListThatMustGrowCannotBePrepared) {
+  const Bytes bytes{0x92, 0x01, 0x02};
+  std::vector<std::uint32_t> numbers{7};
+  LaReader::PreparedTexts prepared;
+  LaReader reader(bytes, LaReader::Purpose::kPrepare, &prepared);
+  EXPECT_THROW(reader.Numbers(numbers), msgpack::type_error);
+  EXPECT_EQ(numbers, std::vector<std::uint32_t>{7});
+}
+
+TEST(LaRecord, WithFurtherFieldsCannotBePrepared) {
+  const Bytes bytes{0x92, 0x07, 0x08};
+  LaReader::PreparedTexts prepared;
+  LaReader reader(bytes, LaReader::Purpose::kPrepare, &prepared);
+  LaRecord record(reader);
+  record.Next([&] { NextNumber(reader); });
+  EXPECT_THROW(record.End(), msgpack::type_error);
+}
+
+TEST(LaMsgPackReading, PreparingFindsWhatFillingWould) {
+  LaReader::PreparedTexts prepared;
+  const auto fails = [&](const Bytes& bytes, auto read) {
+    LaReader reader(bytes, LaReader::Purpose::kPrepare, &prepared);
+    EXPECT_ANY_THROW(read(reader)) << testing::PrintToString(bytes);
+  };
+  bool truth = true;
+  fails({0x01}, [&](LaReader& reader) { reader.Bool(truth); });
+  EXPECT_TRUE(truth);
+  std::uint32_t number = 7;
+  fails({0xff}, [&](LaReader& reader) { reader.UInt32(number); });
+  EXPECT_EQ(number, 7u);
+  std::wstring text = L"old";
+  fails({0xa2, 0xc3, '('}, [&](LaReader& reader) { reader.Text(text); });
+  fails({0xc4, 0x01, 'a'}, [&](LaReader& reader) { reader.Text(text); });
+  EXPECT_EQ(text, L"old");
+}
+
 TEST(LaRecord, HandsOutItsFieldsInOrderAndThenNone) {
   const Bytes bytes{0x92, 0x07, 0x08, 0x09};
-  LaReader reader(bytes, LaReader::Records::kAny);
+  LaReader reader(bytes, LaReader::Purpose::kFill);
   LaRecord record(reader);
   std::vector<std::uint32_t> fields;
-  for (int i = 0; i < 4; ++i) record.Next([&] { fields.push_back(reader.UInt32()); });
+  for (int i = 0; i < 4; ++i) record.Next([&] { fields.push_back(NextNumber(reader)); });
   EXPECT_EQ(fields, (std::vector<std::uint32_t>{7, 8}));
 }
 
 TEST(LaRecord, EndsBehindItsFurtherFields) {
   const Bytes bytes{0x93, 0x07, 0x91, 0xc0, 0xa1, 'x', 0x09};
-  LaReader reader(bytes, LaReader::Records::kAny);
+  LaReader reader(bytes, LaReader::Purpose::kFill);
   LaRecord record(reader);
-  record.Next([&] { EXPECT_EQ(reader.UInt32(), 7u); });
+  record.Next([&] { EXPECT_EQ(NextNumber(reader), 7u); });
   record.End();
-  EXPECT_EQ(reader.UInt32(), 9u);
+  EXPECT_EQ(NextNumber(reader), 9u);
 }
 
 TEST(LaRecord, LacksNoFieldWhereItMustBeWhole) {
   const Bytes bytes{0x91, 0x07};
-  LaReader reader(bytes, LaReader::Records::kWhole);
+  LaReader reader(bytes, LaReader::Purpose::kMake);
   LaRecord record(reader);
-  record.Next([&] { EXPECT_EQ(reader.UInt32(), 7u); });
+  record.Next([&] { EXPECT_EQ(NextNumber(reader), 7u); });
   EXPECT_THROW(record.Next([] { FAIL(); }), msgpack::type_error);
 }
 
 TEST(LaRecord, MustBeAnArray) {
   for (const Bytes& bytes :
        {Bytes{0xc0}, Bytes{0x80}, Bytes{0x81, 0x00, 0x00}, Bytes{0xa0}, Bytes{0x00}, Bytes{0xc3}}) {
-    LaReader reader(bytes, LaReader::Records::kAny);
+    LaReader reader(bytes, LaReader::Purpose::kFill);
     EXPECT_THROW(LaRecord{reader}, msgpack::type_error);
   }
 }
@@ -380,7 +444,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 // ---- the two operations ----
 
-// A record of one number that fails where the test wants it.
+// A record of one number that fails where the test wants it; with a further field, so that it is not read in its place.
 struct Probe {
   static constexpr char kClassName[] = "class Probe";
   static Probe ToBeRead() { return {}; }
@@ -395,10 +459,10 @@ struct Probe {
   }
   void Unpack(LaReader& reader) {
     LaRecord record(reader);
-    record.Next([&] { number = reader.UInt32(); });
+    record.Next([&] { reader.UInt32(number); });
+    record.End();
     if (number == kFails) throw 1;
     if (number == kWantsMemory) throw std::bad_alloc();
-    record.End();
   }
 
   static constexpr std::uint32_t kFails = 9;
@@ -441,6 +505,31 @@ TEST(DeserializeObject, LeavesFieldsThatTheBytesLack) {
   EXPECT_EQ(probe.number, 8u);
 }
 
+// With the memory that it has: the same objects take the same bytes again without asking for any of their size.
+TEST(DeserializeObject, ReadsTheSameCollectionAgainInItsPlace) {
+  CQeLocations locations;
+  const LOCATION_CRITERIA_TYPE kind = LCT_DNS_SUFFIX;
+  for (int i = 0; i < 100; ++i) {
+    CQeLocation location;
+    location.AddCriteria(&kind, L"a-suffix-that-needs-memory.example");
+    location.SetAdapterIndexes({1, 2});
+    locations.Add(&location);
+  }
+  Bytes bytes;
+  ASSERT_TRUE(locations.SerializeToBytes(bytes));
+  CQeLocations target;
+  ASSERT_TRUE(target.DeserializeFromBytes(bytes));
+  const auto allocationsOf = [&] {
+    const HeapWatch heap;
+    EXPECT_TRUE(target.DeserializeFromBytes(bytes));
+    return heap.Allocations();
+  };
+  EXPECT_LT(allocationsOf(), 5u);
+  Bytes again;
+  ASSERT_TRUE(target.SerializeToBytes(again));
+  EXPECT_EQ(again, bytes);
+}
+
 TEST(DeserializeObject, NoBytesAreAFailureWithoutALine) {
   const PrintedErrors errors;
   Probe probe;
@@ -452,7 +541,7 @@ TEST(DeserializeObject, NoBytesAreAFailureWithoutALine) {
 TEST(DeserializeObject, AFailurePrintsOneLine) {
   const PrintedErrors errors;
   Probe probe;
-  EXPECT_FALSE(DeserializeObject(probe, {0x91, Probe::kFails}));
+  EXPECT_FALSE(DeserializeObject(probe, {0x92, Probe::kFails, 0xc0}));
   EXPECT_EQ(probe.number, Probe::kFails);  // read before the failure
   EXPECT_FALSE(DeserializeObject(probe, {0x91}));
   const std::string line = "UCD DeserializeFromBytes failed for class Probe";
@@ -462,7 +551,7 @@ TEST(DeserializeObject, AFailurePrintsOneLine) {
 TEST(DeserializeObject, WantOfMemoryLeavesTheObjectAndPrintsOneLine) {
   const PrintedErrors errors;
   Probe probe;
-  EXPECT_FALSE(DeserializeObject(probe, {0x91, Probe::kWantsMemory}));
+  EXPECT_FALSE(DeserializeObject(probe, {0x92, Probe::kWantsMemory, 0xc0}));
   EXPECT_EQ(probe.number, 7u);
   EXPECT_EQ(errors.Lines(), std::vector<std::string>{"UCD DeserializeFromBytes failed for class Probe"});
 }

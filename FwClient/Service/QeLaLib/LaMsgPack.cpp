@@ -1,5 +1,6 @@
 #include "FwClient/Service/QeLaLib/LaMsgPack.h"
 
+#include <algorithm>
 #include <limits>
 #include <stdexcept>
 
@@ -12,6 +13,15 @@ constexpr std::size_t kFirstBytes = 8192;
 std::uint32_t Length32(std::size_t length) {
   if (length > std::numeric_limits<std::uint32_t>::max()) throw std::length_error("too long for MessagePack");
   return static_cast<std::uint32_t>(length);
+}
+
+std::wstring Converted(std::string_view utf8) {
+  try {
+    return StlStringUtfConv::ToWide(utf8);
+  } catch (const StlStringUtfConv::Exception& failure) {
+    if (failure.WhoseFault() == StlStringUtfConv::Exception::Cause::System) throw std::bad_alloc();
+    throw;
+  }
 }
 
 }  // namespace
@@ -68,13 +78,13 @@ std::size_t LaReader::Array() {
   return count;
 }
 
-bool LaReader::Bool() {
+void LaReader::Bool(bool& value) {
   const auto type = BigEndian(1);
   if (type != 0xc2 && type != 0xc3) throw msgpack::type_error();
-  return type == 0xc3;
+  if (m_purpose != Purpose::kPrepare) value = type == 0xc3;
 }
 
-std::uint32_t LaReader::UInt32() {
+void LaReader::UInt32(std::uint32_t& value) {
   const auto type = BigEndian(1);
   std::uint64_t number = type;  // up to 0x7f it is the number itself
   if (type >= 0xcc && type <= 0xcf) {
@@ -87,7 +97,7 @@ std::uint32_t LaReader::UInt32() {
     throw msgpack::type_error();
   }
   if (number > std::numeric_limits<std::uint32_t>::max()) throw msgpack::type_error();
-  return static_cast<std::uint32_t>(number);
+  if (m_purpose != Purpose::kPrepare) value = static_cast<std::uint32_t>(number);
 }
 
 void LaReader::Text(std::wstring& text) {
@@ -99,17 +109,30 @@ void LaReader::Text(std::wstring& text) {
     size = BigEndian(std::size_t{1} << (type - 0xd9));
   else
     throw msgpack::type_error();
-  try {
-    text = StlStringUtfConv::ToWide(Take(size));
-  } catch (const StlStringUtfConv::Exception& failure) {
-    if (failure.WhoseFault() == StlStringUtfConv::Exception::Cause::System) throw std::bad_alloc();
-    throw;
+  const std::string_view utf8 = Take(size);
+  if (const auto ascii = StlStringUtfConv::AsciiText(utf8); ascii && ascii->size() <= text.capacity()) {
+    if (m_purpose == Purpose::kPrepare) return;
+    text.resize(ascii->size());
+    std::copy(ascii->begin(), ascii->end(), text.begin());
+  } else if (m_purpose == Purpose::kPrepare) {
+    m_prepared->push_back(Converted(utf8));
+  } else if (m_prepared != nullptr) {
+    text.swap((*m_prepared)[m_preparedTaken++]);
+  } else {
+    text = Converted(utf8);
   }
 }
 
 void LaReader::Texts(std::vector<std::wstring>& texts) {
-  texts.resize(Array());
-  for (std::wstring& text : texts) Text(text);
+  const std::size_t count = Array();
+  Resize(texts, count);
+  for (std::size_t i = 0; i < count; ++i) Text(texts[i]);
+}
+
+void LaReader::Numbers(std::vector<std::uint32_t>& numbers) {
+  const std::size_t count = Array();
+  Resize(numbers, count);
+  for (std::size_t i = 0; i < count; ++i) UInt32(numbers[i]);
 }
 
 void LaReader::Skip() {

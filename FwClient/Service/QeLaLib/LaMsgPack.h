@@ -42,26 +42,43 @@ class LaPacker {
   msgpack::packer<Stream> m_packer;
 };
 
-// Walks the bytes of one object, value by value. Whatever is of another type than asked for, or ends too early, throws
-// msgpack::type_error. A text that the system cannot convert, for a reason other than the text, counts as want of
-// memory: std::bad_alloc.
+// Walks the bytes of one object, value by value, and puts each into its place. Whatever is of another type than asked
+// for, or ends too early, throws msgpack::type_error. A text that the system cannot convert, for a reason other than
+// the text, counts as want of memory: std::bad_alloc.
 class LaReader {
  public:
-  // Whether a record may have fewer fields than are asked for.
-  enum class Records { kAny, kWhole };
+  enum class Purpose {
+    kFill,     // an object that is there: records may lack fields, which then stay as they are
+    kMake,     // a new object: records must be whole, since nothing stands in for a missing field
+    kPrepare,  // changes nothing; makes the texts that kFill needs to go through without memory, with the same object
+  };
+  using PreparedTexts = std::vector<std::wstring>;
 
-  LaReader(std::span<const std::uint8_t> bytes, Records records) : m_bytes(bytes), m_records(records) {}
+  // kPrepare adds to `prepared`; a kFill that gets them uses them up. Lists that must grow cannot be prepared: they
+  // count as another type.
+  LaReader(std::span<const std::uint8_t> bytes, Purpose purpose, PreparedTexts* prepared = nullptr)
+      : m_bytes(bytes), m_purpose(purpose), m_prepared(prepared) {}
 
   // The number of elements, which are read next. There is at least a byte for each.
   std::size_t Array();
-  bool Bool();                    // booleans only, not 0 or 1
-  std::uint32_t UInt32();         // any non-negative integer that fits
-  void Text(std::wstring& text);  // str only, not bin
+  void Bool(bool& value);             // booleans only, not 0 or 1
+  void UInt32(std::uint32_t& value);  // any non-negative integer that fits
+  void Text(std::wstring& text);      // str only, not bin
   void Texts(std::vector<std::wstring>& texts);
+  void Numbers(std::vector<std::uint32_t>& numbers);
   // Passes over an object of any type.
   void Skip();
 
-  Records AcceptedRecords() const noexcept { return m_records; }
+  // Gives a list as many elements as will be read into it.
+  template <typename List>
+  void Resize(List& list, std::size_t size) {
+    if (m_purpose != Purpose::kPrepare)
+      list.resize(size);
+    else if (size > list.size())
+      throw msgpack::type_error();
+  }
+
+  Purpose For() const noexcept { return m_purpose; }
   std::size_t BytesLeft() const noexcept { return m_bytes.size() - m_next; }
 
  private:
@@ -70,11 +87,12 @@ class LaReader {
 
   std::span<const std::uint8_t> m_bytes;
   std::size_t m_next = 0;
-  Records m_records;
+  Purpose m_purpose;
+  PreparedTexts* m_prepared;
+  std::size_t m_preparedTaken = 0;
 };
 
-// The fields of a record, one after the other. Missing ones are passed over, so that their targets keep what they
-// hold, where the reader accepts that; further ones are ignored.
+// The fields of a record, one after the other. Further ones are ignored.
 class LaRecord {
  public:
   explicit LaRecord(LaReader& reader) : m_reader(reader), m_left(reader.Array()) {}
@@ -84,13 +102,15 @@ class LaRecord {
     if (m_left != 0) {
       --m_left;
       read();
-    } else if (m_reader.AcceptedRecords() == LaReader::Records::kWhole) {
+    } else if (m_reader.For() == LaReader::Purpose::kMake) {
       throw msgpack::type_error();
     }
   }
 
   // Behind the last field.
   void End() {
+    // Passing over an object may ask for memory.
+    if (m_left != 0 && m_reader.For() == LaReader::Purpose::kPrepare) throw msgpack::type_error();
     for (; m_left != 0; --m_left) m_reader.Skip();
   }
 
@@ -118,30 +138,37 @@ bool SerializeObject(const Object& object, std::vector<std::uint8_t>& bytes) noe
   }
 }
 
+// Whether the object reads the bytes to their end for this purpose. Want of memory leaves as std::bad_alloc; other
+// failures are told by ReadObject, which looks closer.
+template <typename Object, typename Unpack>
+bool Reads(Object& object, std::span<const std::uint8_t> bytes, Unpack unpack, LaReader::Purpose purpose,
+           LaReader::PreparedTexts* prepared = nullptr) {
+  try {
+    LaReader reader(bytes, purpose, prepared);
+    unpack(object, reader);
+    return true;
+  } catch (const std::bad_alloc&) {
+    throw;
+  } catch (...) {
+    return false;
+  }
+}
+
 // Reads an object by `unpack(object, reader)`, field by field over what `before` holds, and gives it to `keep`. What is
 // thrown leaves. Bytes that are no object are not kept; where one of its fields is bad, what was read before the bad
 // place is. Want of memory (std::bad_alloc) keeps nothing: it says nothing about the bytes, and a half-read set would
 // sooner or later be stored in the place of the whole one.
 template <typename Object, typename Unpack, typename Keep>
 void ReadObject(const Object& before, std::span<const std::uint8_t> bytes, Unpack unpack, Keep keep) {
-  // Most often all is as we wrote it. Such bytes say everything about an object, so that a new one is read straight
-  // from them: it is thrown away where they turn out to be others.
-  bool isWhole = false;
+  // Most often all is as we wrote it. Such bytes say everything about an object, so that nothing of the old one is
+  // needed.
   Object fresh = Object::ToBeRead();
-  try {
-    LaReader reader(bytes, LaReader::Records::kWhole);
-    unpack(fresh, reader);
-    isWhole = true;
-  } catch (const std::bad_alloc&) {
-    throw;
-  } catch (...) {
-  }
-  if (isWhole) return keep(std::move(fresh));
+  if (Reads(fresh, bytes, unpack, LaReader::Purpose::kMake)) return keep(std::move(fresh));
 
   CheckBytes(bytes);
   Object converted = before;
   try {
-    LaReader reader(bytes, LaReader::Records::kAny);
+    LaReader reader(bytes, LaReader::Purpose::kFill);
     unpack(converted, reader);
   } catch (const std::bad_alloc&) {
     throw;
@@ -160,10 +187,14 @@ template <typename Object>
 bool DeserializeObject(Object& object, const std::vector<std::uint8_t>& bytes) noexcept {
   static_assert(std::is_nothrow_move_assignable_v<Object>);
   if (bytes.empty()) return false;
+  const auto unpack = [](Object& target, LaReader& reader) { target.Unpack(reader); };
   try {
-    ReadObject(
-        object, bytes, [](Object& target, LaReader& reader) { target.Unpack(reader); },
-        [&](Object&& read) noexcept { object = std::move(read); });
+    // In the memory that the object has, as far as that will do.
+    LaReader::PreparedTexts texts;
+    if (Reads(object, bytes, unpack, LaReader::Purpose::kPrepare, &texts))
+      Reads(object, bytes, unpack, LaReader::Purpose::kFill, &texts);
+    else
+      ReadObject(object, bytes, unpack, [&](Object&& read) noexcept { object = std::move(read); });
     return true;
   } catch (...) {
     PrintReadFailure(Object::kClassName);

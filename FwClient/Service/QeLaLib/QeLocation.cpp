@@ -92,10 +92,7 @@ void CQeLocation::Unpack(LaReader& reader) {
   record.Next([&] { reader.Text(id); });
   record.Next([&] { reader.Text(name); });
   record.Next([&] { reader.Text(note); });
-  record.Next([&] { enabled = reader.Bool(); });
-  record.Next([&] {
-    adapterIndexes.resize(reader.Array());
-    for (std::uint32_t& index : adapterIndexes) index = reader.UInt32();
-  });
+  record.Next([&] { reader.Bool(enabled); });
+  record.Next([&] { reader.Numbers(adapterIndexes); });
   record.End();
 }

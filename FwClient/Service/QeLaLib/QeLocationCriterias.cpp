@@ -135,6 +135,6 @@ void CQeLocationCriterias::Pack(LaPacker& packer) const {
 void CQeLocationCriterias::Unpack(LaReader& reader) {
   LaRecord record(reader);
   for (const auto list : kLists) record.Next([&] { reader.Texts(this->*list); });
-  record.Next([&] { zeltReachable = reader.Bool(); });
+  record.Next([&] { reader.Bool(zeltReachable); });
   record.End();
 }

@@ -1,8 +1,9 @@
 #include "FwClient/Service/QeLaLib/QeLocations.h"
 
 #include <algorithm>
-#include <string_view>
-#include <unordered_set>
+#include <bit>
+#include <functional>
+#include <new>
 #include <utility>
 
 namespace {
@@ -19,12 +20,27 @@ auto FirstWithId(Items& items, const std::wstring& id) {
   return std::find_if(items.begin(), items.end(), [&](const CQeLocation& item) { return item.Id() == id; });
 }
 
-bool ArePlain(const std::vector<CQeLocation>& items) {
-  std::unordered_set<std::wstring_view> ids;
-  ids.reserve(items.size());
+// Linear, in one table of positions: hash sets ask for memory for every element.
+bool AreIdsDistinct(const std::vector<CQeLocation>& items) {
+  std::vector<const std::wstring*> table(std::bit_ceil(2 * items.size() + 1));
+  const std::size_t mask = table.size() - 1;
   return std::all_of(items.begin(), items.end(), [&](const CQeLocation& item) {
-    return ids.insert(item.Id()).second && item.Criterias().AreAsAdded();
+    std::size_t place = std::hash<std::wstring>()(item.Id()) & mask;
+    for (; table[place] != nullptr; place = (place + 1) & mask)
+      if (*table[place] == item.Id()) return false;
+    table[place] = &item.Id();
+    return true;
   });
+}
+
+// False as well where there is no memory to find out: then the rules are followed in full.
+bool ArePlain(const std::vector<CQeLocation>& items) noexcept {
+  try {
+    return AreIdsDistinct(items) && std::all_of(items.begin(), items.end(),
+                                                [](const CQeLocation& item) { return item.Criterias().AreAsAdded(); });
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
 }
 
 }  // namespace
@@ -117,16 +133,17 @@ void CQeLocations::Unpack(LaReader& reader) {
   LaRecord record(reader);
   record.Next([&] {
     const std::size_t count = reader.Array();
-    m_isPlain = false;  // until all is read, which may end in the middle
-    if (reader.AcceptedRecords() == LaReader::Records::kWhole) {
+    if (reader.For() != LaReader::Purpose::kPrepare)
+      m_isPlain = false;  // until all is read, which may end in the middle
+    if (reader.For() == LaReader::Purpose::kMake) {
       m_items.reserve(std::min(count, reader.BytesLeft() / kLeastBytes));
       while (m_items.size() < count) m_items.emplace_back(CQeLocation::ToBeRead()).Unpack(reader);
     } else {
       // Existing locations are overwritten in place, so a short record keeps the fields of the one at its position.
-      m_items.resize(count);
-      for (CQeLocation& item : m_items) item.Unpack(reader);
+      reader.Resize(m_items, count);
+      for (std::size_t i = 0; i < count; ++i) m_items[i].Unpack(reader);
     }
-    m_isPlain = ArePlain(m_items);
+    if (reader.For() != LaReader::Purpose::kPrepare) m_isPlain = ArePlain(m_items);
   });
   record.End();
 }
