@@ -28,7 +28,7 @@ inline constexpr DWORD kHandshakeMs = 2 * (kSendMs + kReceiveMs);  // 40 s: the 
 inline constexpr DWORD kRoundMs =                                  // 320 s
     kResolveMs + kAddressesMs + kTunnelMs + kHandshakeMs + kSendMs + kAnswerMs;
 inline constexpr DWORD kRequestMs = (1 + kRedirects) * kRoundMs;  // 3,520 s
-static_assert(kRequestMs == 3'520'000, "Docs/architecture.md gives this figure, and what follows from it");
+static_assert(kRequestMs == 3'520'000, "Docs/timeouts.md gives this figure, and what follows from it");
 
 // The longest wait for the report of one asynchronous call. Whatever WinHTTP reports when its own limits are over still
 // comes in time, so that an attempt through a proxy never fails where a blocking one would go on. The limit is there
