@@ -215,7 +215,7 @@ std::optional<Options> ParseCommandLine(const std::vector<std::wstring>& argumen
     options.second = ToWide(range[1]);
   }
   for (const std::string& name : media)
-    options.mediaMask |= name == "wired" ? kWired : name == "wireless" ? kWireless : kVirtual;
+    options.mediaMask |= static_cast<std::uint8_t>(name == "wired" ? Wired : name == "wireless" ? Wireless : Virtual);
   // Only the location's own commands ask for a name.
   if (group->parsed() && options.location.empty())
     throw CommandError(kWrongUsage, "the location's name must not be empty");

@@ -5,15 +5,10 @@
 #include <string>
 #include <vector>
 
-// Kind of an adapter. The values are bits of a mask: Other has all three and so agrees with any kind asked for.
-enum AdapterMediaType : std::uint32_t {
-  Wired = 1,
-  Wireless = 2,
-  Virtual = 4,
-  Other = 7,
-};
+#include "FwClient/Service/QeLaLib/Include/QeLaApi.h"
 
-// Every address is text as inet_ntop spells it, so that matching is a comparison of texts.
+// Every address is text as inet_ntop spells it, since matching is a comparison of texts. A criterion is compared as it
+// was written (CriteriaValue.h respells mapped IPv6 addresses only), so an address in another spelling never matches.
 struct AdapterProps {
   std::uint32_t ifIndex = 0;
   AdapterMediaType mediaType{};

@@ -81,7 +81,7 @@ bool GetSubnetRange(const std::wstring& subnet, std::wstring& low, std::wstring&
 
 bool IsIpInRange(const std::wstring& address, const std::wstring& low, const std::wstring& high) {
   // The family of each text is asked for whenever it is needed, not once: every question that fails leaves a line in
-  // the log, and support engineers know their number.
+  // the log, and their number tells which text is bad: two lines for an address, one for the low end of a range.
   if (QeLaUtils::IsIPV4orIPV6(address) == AF_INET && QeLaUtils::IsIPV4orIPV6(low) == AF_INET)
     return QeLaUtils::IpCompareIPv4(address, low) >= 0 && QeLaUtils::IpCompareIPv4(address, high) <= 0;
   if (QeLaUtils::IsIPV4orIPV6(address) == AF_INET6 && QeLaUtils::IsIPV4orIPV6(low) == AF_INET6)

@@ -64,7 +64,7 @@ in6_addr ParseIPv6(const std::wstring& text, const NtDllExports& ntDll) {
 
 }  // namespace
 
-// By value, as its callers know it.
+// By value, since the signature is fixed: callers hand over a copy.
 // NOLINTNEXTLINE(performance-unnecessary-value-param)
 int QeLaUtils::IsIPV4orIPV6(std::wstring address) {
   ADDRINFOW* first = nullptr;

@@ -1,8 +1,26 @@
-// The library's two exports and the service object that they hand out.
+// The library's two exports and the service object that they hand out. A host in ten lines:
+//
+//   #include <QeLaApi.h>
+//   #include <cstdio>
+//
+//   void Show(std::shared_ptr<_IEnumQeLocations> current) {
+//     for (std::uint64_t i = 0; i < current->GetCount(); ++i)
+//       std::printf("%ls\n", current->GetItem(i)->GetName().c_str());
+//   }
+//   int main() {
+//     const std::shared_ptr<_IQeLaApiSmart> service = GetQeLaApiSmart(nullptr);  // reads the stored locations
+//     Show(service->GetCurrentLocations());
+//     if (!service->StartDiscovery(&Show)) return 1;  // from here on Show runs at every change, on a thread of its own
+//     std::getchar();
+//     return service->StopDiscovery() ? 0 : 1;
+//   }
 //
 // Threads: every operation may be called from any thread. "Lock: yes" means that the operation holds the service's
 // recursive lock while it runs; the others do not touch it. The lock is held through whole calculations, network
-// probes included, so an operation that takes it can wait as long as the slowest probe.
+// probes included, so an operation that takes it can wait as long as all probes of a calculation take. For one HTTPS
+// host and one adapter that is tens of seconds when the host is silent, and up to 433,090 seconds, with the system's
+// own limits for proxy discovery on top, when host and proxy are made to be slow; for a management server it is a DNS
+// query. Docs/timeouts.md tells where the seconds come from.
 //
 // The host's own code that the library calls inside an operation (its log sink, the function that hands out its COM
 // record, a location that it implements itself) may call any operation too. What it edits during a calculation is kept,
@@ -23,7 +41,8 @@
 class CQeCriticalSection;
 
 // Called on the discovery thread, outside the service lock, with private copies of the locations that are current
-// now, in stored order. Any operation of the service may be called from inside it.
+// now, in stored order. Any operation of the service may be called from inside it. An exception that leaves it ends
+// there and costs that one pass: the host counts as told, and is called again at the next change of the list.
 using QeLaLocationsChanged = void (*)(std::shared_ptr<_IEnumQeLocations> currentLocations);
 
 // A printf-style function (narrow format and arguments) that is told of failures to write or read the byte form.
@@ -47,6 +66,14 @@ enum FirewallAddressType : std::uint32_t {
   FIAT_ANY_IP_V6 = 8,
 };
 
+// Media types of adapters, bits of the mask of IsAdapterMediaType. Other agrees with each of the three.
+enum AdapterMediaType : std::uint32_t {
+  Wired = 1,     // Ethernet
+  Wireless = 2,  // IEEE 802.11
+  Virtual = 4,   // Ethernet whose description says "virtual", in any letter case
+  Other = 7,     // anything else
+};
+
 // The service: the configured locations, the current ones, and the discovery of changes. Slots 0 to 19.
 struct _IQeLaApiSmart {
   // A new, empty location with a fresh ID, not stored. Lock: no.
@@ -65,15 +92,16 @@ struct _IQeLaApiSmart {
   // Empties the set. Always returns true. Saves as AddLocation does. Lock: yes.
   virtual bool RemoveAllLocations() = 0;
 
-  // Replaces the set with the one stored in the registry and calculates the current locations. Returns false, with
-  // the set unchanged, when none is stored or memory runs out; false also when the stored bytes are bad
-  // (LaSerializer.h tells what then stays). Calls nobody back: a change shows at the discovery thread's next wake-up.
-  // Lock: yes.
+  // Replaces the set with the stored one and calculates the current locations. The set is stored in the binary value
+  // "la" of HKEY_LOCAL_MACHINE\SOFTWARE\Corvane\Tessel\Firewall\LA, in the registry view of the process
+  // (Docs/stored-form.md). Returns false, with the set unchanged, when none is stored or memory runs out; false also
+  // when the stored bytes are bad (LaSerializer.h tells what then stays). Calls nobody back: a change shows at the
+  // discovery thread's next wake-up. Lock: yes.
   virtual bool Load() = 0;
 
-  // Calculates the current locations, wakes the discovery thread if it runs, and writes the set to the registry.
-  // Returns true when it was written. A calling thread that a probe left with the interactive user's identity writes
-  // nothing; each call tries to end that first. Lock: yes.
+  // Calculates the current locations, wakes the discovery thread if it runs, and writes the set where Load reads it,
+  // making the key if need be. Returns true when it was written and flushed to disk. A calling thread that a probe left
+  // with the interactive user's identity writes nothing; each call tries to end that first. Lock: yes.
   virtual bool Save() = 0;
 
   // A copy of the first stored location with this ID, or an empty pointer. Lock: yes.
@@ -100,7 +128,7 @@ struct _IQeLaApiSmart {
                                      const std::wstring& second) = 0;
 
   // Whether an adapter of the last calculation whose interface index is listed has a media type that shares a bit
-  // with `mask`: 1 wired, 2 wireless, 4 virtual; any other type has all three bits. Lock: no.
+  // with `mask`, which is made of AdapterMediaType values. Lock: no.
   virtual bool IsAdapterMediaType(std::uint8_t mask, const std::vector<std::uint32_t>& ifIndexes) = 0;
 
   // The physical addresses of the adapters of the last calculation, such as "00-1A-2B-3C-4D-5E". Lock: no.

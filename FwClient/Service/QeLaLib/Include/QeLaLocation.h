@@ -11,8 +11,8 @@
 
 // One configured network place: identity, texts, an enabled flag, a criteria set, and the adapters that matched.
 // Every location that the library hands out is a private copy: changes reach the stored set only through
-// _IQeLaApiSmart::UpdateLocation. No operation takes a lock. Pointer arguments must not be null; a null one is
-// answered as an invalid kind or ignored.
+// _IQeLaApiSmart::UpdateLocation. No operation takes a lock. A null pointer changes nothing: as a kind it is answered
+// with LCR_INVALID_KIND, as an enabled flag it is ignored.
 struct _IQeLocation : ILaSerializer {
   // A copy of the criteria set, owned by the caller; later changes to the location do not show in it.
   virtual std::shared_ptr<_IEnumQeLocationCriterias> GetCriterias() const = 0;
