@@ -306,6 +306,26 @@ TEST_F(EditsDuringACalculation, LocationThatIsReplacedKeepsTheEditAndTakesTheMat
   EXPECT_EQ(MatchedAdapters(*m_service, L"A"), Indexes{6});
 }
 
+// Writing back brings raw texts into their normal form. A save inside the calculation does so under its feet.
+TEST_F(EditsDuringACalculation, RawSetStaysAsItWasAlsoWhenASaveInsideWritesItBack) {
+  AdapterList list;
+  list.Add(L"LAN").Index(3).Gateway("10.0.0.7");
+  list.Add(L"Wi-Fi").Index(5).Gateway("10.0.0.1");
+  m_adapters.Set(list);
+  bool isInside = false;
+  m_log.OnEvent([&](const LoggedEvent& event) {
+    if (event.text != L"IsCurrentLocation checking location first") return;
+    m_log.OnEvent(nullptr);
+    isInside = true;
+    m_service->Save();
+  });
+  // What is raw matches no adapter; what it becomes would match the first.
+  LoadSet({{.id = "A", .name = "first"},
+           WithTexts("B", LCT_DEFAULT_GATEWAY, {"0000:0000:0000:0000:0000:ffff:0a00:0007", "10.0.0.1"})});
+  EXPECT_TRUE(isInside);
+  EXPECT_EQ(MatchedAdapters(*m_service, L"B"), Indexes{5});
+}
+
 TEST_F(EditsDuringACalculation, LocationThatIsLoadedAnewKeepsWhatWasLoaded) {
   LoadSet({{.id = "A", .name = "before"}});
   m_log.OnEvent([this](const LoggedEvent& event) {

@@ -40,8 +40,8 @@ void AdapterCriteria::AskForSuffixes(const std::vector<std::wstring>& values) {
   for (std::size_t i = 0; i < values.size(); ++i) m_suffixCriteria[i].Assign(values[i]);
 }
 
-// The values are tried in their order. Addresses are compared as texts: both sides were brought to one spelling when
-// they were stored.
+// The values are tried in their order. Addresses are compared as texts, as they were written: adapters show them in
+// inet_ntop's spelling, and only a full mapped IPv6 criterion is respelled (CriteriaValue.h).
 const std::wstring* AdapterCriteria::Find(const AdapterProps& adapter, const DnsLabels& suffix,
                                           LOCATION_CRITERIA_TYPE kind, const std::vector<std::wstring>& values) {
   switch (kind) {

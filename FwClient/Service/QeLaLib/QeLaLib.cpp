@@ -89,7 +89,8 @@ std::wstring ReadZeltServerList() {
   std::wstring text;
   status = QueryServerList(key.get(), bytes, text);
   if (status != ERROR_SUCCESS) {
-    // Two blanks before the parenthesis: they tell this failure from the one above.
+    // Two blanks before the parenthesis: they tell this failure from the one above. Kept on purpose; guarded by
+    // ManagementServerProbe.AListThatCanBeSizedButNotReadIsNegative.
     LA_LOG(kLogInfo, L"CheckZeltReachability RegQueryValueEx failed with %ld  (this is expected on x64 systems)",
            status);
     return {};
@@ -103,8 +104,8 @@ bool IsKnownToDns(const std::wstring& name) {
   UniqueDnsRecords records;
   const DNS_STATUS status =
       ::DnsQuery_W(name.c_str(), DNS_TYPE_A, DNS_QUERY_BYPASS_CACHE, nullptr, records.put(), nullptr);
-  // Written after the query although it reads as if before it. Those who read the log know it so: the line's time is
-  // that of the answer.
+  // Written after the query although it reads as if before it: the line's time is that of the answer. Kept on purpose;
+  // guarded by ManagementServerProbe.StopsAtTheFirstNameThatAnswers.
   LA_LOG(kLogInfo, L"IsZELTReachable calling DnsQuery on %s", name.c_str());
   if (status != 0) {
     LA_LOG(kLogInfo, L"ZELT reachability failed with DNS_STATUS %ld", status);

@@ -83,7 +83,7 @@ class CQeLaLib : public _IQeLaApi {
   bool CalculateCurrentLocations();
 
   // Takes a new snapshot of the adapters and writes it to the log. False when there is none, or no adapter. The caller
-  // holds the lock; so it is for the next three.
+  // holds the lock, here and for the next three.
   bool CalculateCurrentAdapterProps();
   bool BuildAdapterSnapshot();
 
@@ -103,8 +103,8 @@ class CQeLaLib : public _IQeLaApi {
   std::vector<std::wstring> m_currentLocationIds;                                // in stored order
   CRITICAL_SECTION* m_lock;
   bool m_externalLock;  // m_lock is the host's
-  // Raw handles: a restart of discovery overwrites them without closing, as hosts expect; the destructor closes those
-  // that are stored then.
+  // Raw handles: a restart of discovery overwrites them without closing, which is kept on purpose and guarded by
+  // Discovery.EveryRestartLeavesTwoEventsAndTheThreadHandle; the destructor closes those that are stored then.
   HANDLE m_discoveryThread = nullptr;
   HANDLE m_stopEvent = nullptr;
   HANDLE m_refreshEvent = nullptr;
