@@ -299,9 +299,12 @@ TEST_F(EditsDuringACalculation, LocationThatIsReplacedKeepsTheEditAndTakesTheMat
     elsewhere.Add(L"Cafe").Index(6);
     m_adapters.Set(elsewhere);
   });
+  AdapterList moved;
+  moved.Add(L"Train").Index(4);
+  m_adapters.Set(moved);
   m_service->Save();
   EXPECT_EQ(m_service->GetLocation(L"A")->GetName(), L"renamed");
-  EXPECT_EQ(MatchedAdapters(*m_service, L"A"), Indexes{kOfficeIndex});
+  EXPECT_EQ(MatchedAdapters(*m_service, L"A"), Indexes{4});
   m_service->Save();
   EXPECT_EQ(MatchedAdapters(*m_service, L"A"), Indexes{6});
 }
