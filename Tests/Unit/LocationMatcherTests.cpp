@@ -110,6 +110,16 @@ TEST_F(Matcher, AdaptersThatMatchAreAppendedInSnapshotOrderUnlessTheyAreListed) 
   EXPECT_EQ(m_matched, (Indexes{3, 7}));
 }
 
+// As those without IPv4 do, whose index is 0.
+TEST_F(Matcher, AdaptersThatShareAnIndexAreListedOnce) {
+  Add(9, L"Bridge").gateways = {L"10.0.0.1"};
+  Add(7, L"Tunnel").gateways = {L"10.0.0.1"};
+  Place place;
+  place.lists[LCT_DEFAULT_GATEWAY] = {L"10.0.0.1"};
+  EXPECT_TRUE(IsCurrent(place));
+  EXPECT_EQ(m_matched, (Indexes{7, 3, 9}));
+}
+
 TEST_F(Matcher, ManagementServerIsAskedOnceAndOnlyWhenAnAdapterMatches) {
   Place place;
   place.zeltReachable = true;
