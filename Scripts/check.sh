@@ -4,17 +4,16 @@
 set -uo pipefail
 cd /src
 failed=0
-step() { printf 'dev: %s\n' "$*" >&2; }
-sources() { find FwClient HostStandIns Tools Tests Bench \( -name '*.h' -o -name '*.cpp' \) -print0; }
+. Scripts/common.sh
 
-step "format"
-sources | xargs -0 clang-format-19 --dry-run -Werror || failed=1
+say "format"
+cpp_sources | xargs -0 clang-format-19 --dry-run -Werror || failed=1
 
-step "second compiler"
+say "second compiler"
 cmake --preset clang-check >build/configure-clang.log 2>&1 || { cat build/configure-clang.log >&2; exit 1; }
 cmake --build --preset clang-check -- -k 0 || failed=1
 
-step "clang-tidy"
+say "clang-tidy"
 # The compile commands of the second compiler: clang-tidy understands them as they are. Sources that are unchanged since
 # they were last found clean are passed over; headers and settings count, through the preprocessed text.
 mkdir -p build/tidy
@@ -28,5 +27,5 @@ tidy() {
 export -f tidy
 find FwClient HostStandIns Tools -name '*.cpp' -print0 | sort -z | xargs -0 -n1 -P"$(nproc)" bash -c 'tidy "$0"' || failed=1
 
-[ "$failed" -eq 0 ] && step "clean" || step "something was found (see above)"
+[ "$failed" -eq 0 ] && say "clean" || say "something was found (see above)"
 exit "$failed"

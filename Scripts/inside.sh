@@ -2,12 +2,10 @@
 # What ./dev does inside the toolchain's root, where the checkout is /src.
 set -euo pipefail
 cd /src
+. Scripts/common.sh
 command=$1
 shift
 preset=mingw-release
-
-sources() { find FwClient HostStandIns Tools Tests Bench \( -name '*.h' -o -name '*.cpp' \) -print0; }
-say() { printf 'dev: %s\n' "$*" >&2; }
 
 # build [TARGET]: everything, or one target and what it needs.
 build() {
@@ -35,6 +33,6 @@ case $command in
     Scripts/lab.sh --own-network Scripts/bench.sh "build/$preset/bin" "$@"
     ;;
   check) Scripts/check.sh || exit 1 ;;
-  format) sources | xargs -0 clang-format-19 -i ;;
+  format) cpp_sources | xargs -0 clang-format-19 -i ;;
   shell) Scripts/lab.sh /bin/bash "$@" ;;
 esac

@@ -7,6 +7,8 @@
 #                   trusted authorities. Wine answers questions about adapters from the network in which its server was
 #                   started, so a test that changes the network needs both.
 set -euo pipefail
+. "$(dirname "$0")/common.sh"
+. "$(dirname "$0")/wine-machine.sh"
 if [ "${1:-}" = --own-network ]; then
   shift
   exec unshare --net --mount /bin/bash "$0" --inside-own-network "$@"
@@ -22,7 +24,7 @@ if [ "${1:-}" = --inside-own-network ]; then
   rm -r "$own" # what is mounted stays
   mount -t tmpfs tmpfs /run/netns
 fi
-[ $# -gt 0 ] || { echo "usage: lab.sh [--own-network] COMMAND [ARGUMENT...]" >&2; exit 2; }
+[ $# -gt 0 ] || misuse "lab.sh needs a command: lab.sh [--own-network] COMMAND [ARGUMENT...]"
 
 run=$(mktemp -d /opt/lab/runs/XXXXXX)
 export WINEPREFIX=$run/prefix
@@ -33,17 +35,12 @@ for hive in system.reg user.reg userdef.reg; do
 done
 
 finish() {
-  wineserver -k >/dev/null 2>&1 || true
-  wineserver -w >/dev/null 2>&1 || true
+  stop_machine
   rm -rf "$run"
 }
 trap finish EXIT
 trap 'exit 130' INT
 trap 'exit 143' TERM
 
-# The server and the services start before the command with their output away: they would inherit the
-# command's pipe, keep it open and hang whoever reads it.
-LD_PRELOAD=$LAB_SHIM wineserver -p </dev/null >/dev/null 2>&1
-LD_PRELOAD=$LAB_SHIM wine wineboot </dev/null >/dev/null 2>&1
-
+start_machine
 "$@"

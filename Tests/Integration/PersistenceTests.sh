@@ -11,10 +11,8 @@ before=$(qela locations --json)
 it "stores locations with every text"
 expect "$(jq -c '[.locations[] | [.name, .note, .enabled]]' <<<"$before")" '[["Büro 東京","first floor",true],["Home","",false]]'
 
-wineserver -k
-wineserver -w
-LD_PRELOAD=$LAB_SHIM wineserver -p </dev/null >/dev/null 2>&1
-LD_PRELOAD=$LAB_SHIM wine wineboot </dev/null >/dev/null 2>&1
+stop_machine
+start_machine
 
 it "finds them unchanged after a restart"
 expect "$(qela locations --json)" "$before"

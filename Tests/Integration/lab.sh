@@ -4,6 +4,7 @@ bin=$1
 tests=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 . "$tests/../../Scripts/lab-network.sh"
 . "$tests/../../Scripts/watch-events.sh"
+. "$tests/../../Scripts/wine-machine.sh"
 
 qela() { "$tests/../../Scripts/wine.sh" "$bin/qela.exe" "$@"; }
 

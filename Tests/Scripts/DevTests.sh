@@ -1,5 +1,5 @@
 #!/bin/bash
-# What ./dev says where it cannot write. Run in a mount namespace of its own, with the checkout's folder as argument. Root
+# What ./dev says to a wrong command line and where it cannot write. Run in a mount namespace of its own, with the checkout's folder as argument. Root
 # may write to any folder, so what must not be written is mounted read-only.
 set -euo pipefail
 source=$1
@@ -77,6 +77,25 @@ umount "$work/cache"
 it "goes on where both can be written"
 dev build
 expect 0 entered ''
+
+it "refuses arguments that a command does not take, before it does anything"
+for command in demo check format build; do
+  dev "$command" --quiet now
+  expect 2 '' "dev: error: ./dev $command takes no arguments; here is: --quiet now"
+done
+touch "$work/cache/kept"
+for wrong in all '--all --yes' ''; do
+  # shellcheck disable=SC2086
+  dev clean ${wrong:-''}
+  expect 2 '' "dev: error: ./dev clean takes --all or nothing; here is: $wrong"
+  [ -e "$work/cache/kept" ] && [ -e "$work/checkout/build" ]
+done
+
+it "hands the arguments of the others on"
+for command in test bench shell; do
+  dev "$command" --any thing
+  expect 0 entered ''
+done
 
 it "removes the build folder"
 dev clean

@@ -1,0 +1,14 @@
+# What the scripts of ./dev share. Sourced.
+
+# The checkout's folder.
+kSource=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+
+say() { printf 'dev: %s\n' "$*" >&2; }
+# fail MESSAGE: something that is needed is missing.
+fail() { printf 'dev: error: %s\n' "$*" >&2; exit 3; }
+# misuse MESSAGE: the command line is wrong.
+misuse() { printf 'dev: error: %s\n' "$*" >&2; exit 2; }
+
+# cpp_sources, shell_sources: the files of ours, each ended by a NUL, under names that start at the checkout.
+cpp_sources() { (cd "$kSource" && find FwClient HostStandIns Tools Tests Bench \( -name '*.h' -o -name '*.cpp' \) -print0 | sort -z); }
+shell_sources() { (cd "$kSource" && find dev .ci/run Scripts Tests Bench -type f \( -name '*.sh' -o ! -name '*.*' \) -print0 | sort -z); }
