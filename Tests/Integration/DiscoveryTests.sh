@@ -5,7 +5,8 @@
 set_dns_suffix eu-office.corp.example
 add_adapter wifi0
 add_adapter cable0
-export LOGLIB_FILE=$(mktemp -u)
+LOGLIB_FILE=$(mktemp -u)
+export LOGLIB_FILE
 qela location add Office --dns-suffix '*-office.corp.example' --gateway 10.20.0.1 >/dev/null
 qela location add Home --gateway 192.168.77.1 >/dev/null
 qela location add Elsewhere --dns-suffix other.example --gateway 10.20.0.1 >/dev/null
@@ -13,7 +14,7 @@ qela location add Closed --gateway 10.20.0.1 --disabled >/dev/null
 
 # Waits until the library has logged the text, which must not have been logged before.
 logged() {
-  grep -qF "$1" <(exec timeout 20 tail -n +1 -F "$LOGLIB_FILE" 2>/dev/null) || { echo "FAILED: not logged: $1" >&2; exit 1; }
+  grep -qF "$1" <(exec timeout 20 tail -n +1 -F "$LOGLIB_FILE" 2>/dev/null) || failed "not logged: $1"
 }
 
 rm -f "$LOGLIB_FILE"

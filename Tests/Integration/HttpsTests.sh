@@ -12,21 +12,18 @@ it "answers for every kind of server, proxy and user"
 it "went through the proxy where the proxy had to help"
 expect "$(grep -c 'CONNECT inner.lab.test:443' "$https/proxy.log" | sed 's/^[1-9].*/some/')" some
 
-# names: of the current locations.
-names() { qela current --json | jq -r '[.current[].name] | join(" ")'; }
-
 it "makes a location current whose host answers, and no other"
 qela location add Office --https-host ok.lab.test >/dev/null
 qela location add Guarded --https-host s401.lab.test >/dev/null
 qela location add Elsewhere --https-host s404.lab.test >/dev/null
 qela location add Impostor --https-host untrusted.lab.test >/dev/null
-expect "$(names)" "Office Guarded"
+expect "$(names_of_current)" "Office Guarded"
 
 it "takes one of several hosts for enough"
 qela location add Either --https-host refused.lab.test --https-host ok.lab.test >/dev/null
-expect "$(names)" "Office Guarded Either"
+expect "$(names_of_current)" "Office Guarded Either"
 
 it "finds nothing when the servers are gone"
 kill -QUIT "$(<"$https/web.pid")"
 while [ -n "$(ss -Hltn 'sport = :443 and src 127.0.0.1')" ]; do :; done
-expect "$(names)" ""
+expect "$(names_of_current)" ""

@@ -52,7 +52,7 @@ expect "$current" ""
 logged "CheckZeltReachability found ZeltServerList value "
 
 it "reads the list that a 32-bit agent keeps"
-registry delete "$kAgentKey" /v ZeltServerList /f /reg:64
+reg delete "$kAgentKey" /v ZeltServerList /f /reg:64 >/dev/null
 set_server_list zelt-one.corp.test 32
 probe
 expect "$current" Managed

@@ -2,9 +2,6 @@
 # Locations need keys and values of the machine's registry.
 . "$(dirname "$0")/lab.sh"
 
-registry() { "$tests/../../Scripts/wine.sh" reg "$@" </dev/null >/dev/null 2>&1; }
-current() { qela current --json | jq -r '[.current[].name] | join(" ")'; }
-
 add_adapter wifi0
 join_network wifi0 10.20.0.15/24 10.20.0.1
 {
@@ -21,24 +18,24 @@ join_network wifi0 10.20.0.15/24 10.20.0.1
 } >/dev/null
 
 it "needs the key"
-expect "$(current)" ""
-registry add 'HKLM\SOFTWARE\Vendor' /f /reg:64
-expect "$(current)" "Installed"
+expect "$(names_of_current)" ""
+reg add 'HKLM\SOFTWARE\Vendor' /f /reg:64 >/dev/null
+expect "$(names_of_current)" "Installed"
 
 it "needs a text value to be exactly the data"
-registry add 'HKLM\SOFTWARE\Vendor' /v Site /d Office /f /reg:64
-expect "$(current)" "Installed Office Either OfficeLan"
+reg add 'HKLM\SOFTWARE\Vendor' /v Site /d Office /f /reg:64 >/dev/null
+expect "$(names_of_current)" "Installed Office Either OfficeLan"
 
 it "needs a number to have the digits"
-registry add 'HKLM\SOFTWARE\Vendor' /v Site /d Home /f /reg:64
-registry add 'HKLM\SOFTWARE\Vendor' /v Level /t REG_DWORD /d 3 /f /reg:64
-expect "$(current)" "Installed Level3"
+reg add 'HKLM\SOFTWARE\Vendor' /v Site /d Home /f /reg:64 >/dev/null
+reg add 'HKLM\SOFTWARE\Vendor' /v Level /t REG_DWORD /d 3 /f /reg:64 >/dev/null
+expect "$(names_of_current)" "Installed Level3"
 
 it "takes an empty value name with data for the key's default value"
-registry add 'HKCU\Software\Vendor' /ve /d Default /f
-expect "$(current)" "Installed Level3 User"
+reg add 'HKCU\Software\Vendor' /ve /d Default /f >/dev/null
+expect "$(names_of_current)" "Installed Level3 User"
 
 it "does not look into the 32-bit view"
-registry delete 'HKLM\SOFTWARE\Vendor' /f /reg:64
-registry add 'HKLM\SOFTWARE\Vendor' /v Site /d Office /f /reg:32
-expect "$(current)" "User"
+reg delete 'HKLM\SOFTWARE\Vendor' /f /reg:64 >/dev/null
+reg add 'HKLM\SOFTWARE\Vendor' /v Site /d Office /f /reg:32 >/dev/null
+expect "$(names_of_current)" "User"

@@ -2,6 +2,7 @@
 set -euo pipefail
 bin=$1
 tests=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+. "$tests/../vocabulary.sh"
 . "$tests/../../Scripts/lab-network.sh"
 . "$tests/../../Scripts/watch-events.sh"
 . "$tests/../../Scripts/wine-machine.sh"
@@ -25,15 +26,8 @@ three_adapters() {
   join_network wifi0 10.20.0.15/24 10.20.0.1
 }
 
-# it SENTENCE: names what the next lines prove.
-it() {
-  sentence=$*
-  printf '%s\n' "- $*"
-}
+# reg ARGUMENT...: Windows' program of that name.
+reg() { "$tests/../../Scripts/wine.sh" reg "$@" </dev/null; }
 
-# expect ACTUAL EXPECTED
-expect() {
-  [ "$1" = "$2" ] && return
-  printf 'FAILED: %s\n  expected: %s\n  found:    %s\n' "$sentence" "$2" "$1" >&2
-  exit 1
-}
+# names_of_current: the names of the current locations.
+names_of_current() { qela current --json | jq -r '[.current[].name] | join(" ")'; }

@@ -25,21 +25,17 @@ stop_name_server() {
   while [ -n "$(ss -Huln 'sport = :53')" ]; do :; done
 }
 
-registry() { "$tests/../../Scripts/wine.sh" reg "$@" </dev/null >/dev/null 2>&1; }
-
 # set_server_list TEXT [VIEW]: VIEW is 64 or 32.
-set_server_list() { registry add "$kAgentKey" /v ZeltServerList /d "$1" /f "/reg:${2:-64}"; }
+set_server_list() { reg add "$kAgentKey" /v ZeltServerList /d "$1" /f "/reg:${2:-64}" >/dev/null; }
 
 # Calculates anew: $current are the names of the current locations, $log what the library wrote about it.
 probe() {
   rm -f "$LOGLIB_FILE"
-  current=$(qela current --json | jq -r '[.current[].name] | join(" ")')
+  current=$(names_of_current)
   log=$(cut -f 6 "$LOGLIB_FILE")
 }
 
 # logged TEXT: the library has written the line since the last probe began.
-logged() {
-  grep -qxF -- "$1" <<<"$log" || { printf 'FAILED: %s\n  not logged: %s\n' "$sentence" "$1" >&2; exit 1; }
-}
+logged() { grep -qxF -- "$1" <<<"$log" || failed "not logged: $1"; }
 
 qela location add Managed --management-server >/dev/null
