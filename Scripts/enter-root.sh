@@ -2,6 +2,7 @@
 # Runs inside fresh namespaces, before the change of root: mounts what the root needs, then enters it.
 # The mounts vanish with the namespace.
 set -euo pipefail
+. "$(dirname "$0")/common.sh"
 mount --make-rprivate /
 mount --bind "$LAB_ROOT" "$LAB_ROOT"  # the new root must be a mount point for ip netns
 mount -t proc proc "$LAB_ROOT/proc"

@@ -18,6 +18,10 @@ build() {
 case $command in
   build) build ;;
   test)
+    if [ "${1:-}" = --debug ]; then
+      shift
+      preset=mingw-debug
+    fi
     build
     say "testing"
     Scripts/lab.sh ctest --preset "$preset" "$@" || exit 1
@@ -34,5 +38,11 @@ case $command in
     ;;
   check) Scripts/check.sh || exit 1 ;;
   format) cpp_sources | xargs -0 clang-format-19 -i ;;
-  shell) Scripts/lab.sh /bin/bash "$@" ;;
+  debug)
+    preset=mingw-debug
+    build
+    flock -u 8 # ./dev's lock of the checkout: the debugger may stay open
+    Scripts/lab.sh Scripts/debug.sh "$preset" "$@"
+    ;;
+  shell) Scripts/lab.sh --own-network Scripts/shell.sh "$@" ;;
 esac

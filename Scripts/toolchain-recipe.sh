@@ -1,20 +1,33 @@
-# What goes into the toolchain's root. Sourced by toolchain.sh; any change of this file makes a new root.
+# What goes into the toolchain's root, layer by layer. Sourced by toolchain.sh; any change of this file makes a new root.
+#
+# A layer is added when a command first asks for it, so that a tool costs nothing before it is used. demo is the first
+# and holds what every other stands on; the versions of all of them stand in toolchain.lock.
 
 readonly kSuite=trixie
-readonly kPackages=(
-  # Shipping compiler and build
-  g++-mingw-w64-ucrt64 cmake ninja-build ccache googletest
-  # Second compiler, format and tidy (./dev check)
-  clang-19 clang-tidy-19 clang-format-19 lld-19
-  # What runs the result, and the network it runs in
-  wine wine64 mount iproute2 nginx-light dnsmasq-base tinyproxy-bin openssl jq tcc
+readonly kLayers=(demo test check debug)
+
+# Installed.
+readonly -A kPackages=(
+  # The shipping compiler and the build; what runs the result, and the network that it runs in.
+  [demo]="g++-mingw-w64-ucrt64 cmake ninja-build ccache
+    wine wine64 mount iproute2 nginx-light dnsmasq-base tinyproxy-bin openssl jq tcc"
+  # googletest is sources, which are built for Windows along with our own.
+  [test]="googletest"
+  # Format, second compiler, tidy; scripts.
+  [check]="clang-19 clang-tidy-19 clang-format-19 lld-19 shellcheck"
+  # The debugger, and its other half in Wine; what one misses in a shell.
+  [debug]="gdb-mingw-w64 gdb-mingw-w64-target git less nano"
 )
-# Unpacked, not installed: only their headers are wanted, and their dependencies (Boost, the native
+# Unpacked in /opt/deps, not installed: only their headers are wanted, and their dependencies (Boost, the native
 # libraries) would add hundreds of megabytes.
-readonly kHeaderPackages=(libmsgpack-cxx-dev libspdlog-dev libfmt-dev libcli11-dev nlohmann-json3-dev)
+readonly -A kHeaderPackages=(
+  [demo]="libmsgpack-cxx-dev libspdlog-dev libfmt-dev libcli11-dev nlohmann-json3-dev"
+)
 # Built for Windows along with our own, so only their sources are wanted. Each lies unpacked in /usr/src/NAME, as
 # googletest's does.
-readonly kSourcePackages=(benchmark)
+readonly -A kSourcePackages=(
+  [test]="benchmark"
+)
 
 # fill_root ROOT: what is neither a package nor Wine's prefix. The empty files and folders are what enter-root.sh mounts
 # over.

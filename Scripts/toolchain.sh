@@ -1,13 +1,15 @@
-# Makes the toolchain: a Debian 13 root with the compilers, Wine, the test servers and the header-only
-# libraries, cached outside the checkout. Sourced by ./dev; needs root.
+# Makes the toolchain: a Debian 13 root with the compilers, Wine, the test servers and the libraries that are built in,
+# cached outside the checkout. Sourced by ./dev, after common.sh; needs root, $kCache and $kLog.
 #
-# The cache's name holds a hash of what goes into the root, so that a change of the recipe makes a new root and an old
-# checkout keeps finding its own.
+# The root's name holds a hash of the versions in toolchain.lock and of what else goes into it, so that an upgrade is a
+# commit that makes a new root, while an old checkout keeps finding its own.
 
 . "$kSource/Scripts/toolchain-recipe.sh"
 
+kLock=$kSource/Scripts/toolchain.lock
+
 toolchain_key() {
-  cat "$kSource/Scripts/toolchain-recipe.sh" "$kSource/Scripts/wine-prefix.sh" "$kSource/Scripts/ipv6-route-shim.c" | sha256sum | cut -c1-16
+  cat "$kLock" "$kSource"/Scripts/{toolchain-recipe.sh,wine-prefix.sh,ipv6-route-shim.c} | sha256sum | cut -c1-16
 }
 
 # Installs the few host packages that making and entering the toolchain need, where they are missing.
@@ -24,32 +26,99 @@ install_host_tools() {
     { tail -n 20 "$kLog" >&2; fail "apt-get could not install ${missing[*]}. Check the network and the package sources, then run the command again."; }
 }
 
-# Makes $kRoot unless it is there. A root becomes visible under its name only when it is whole.
+# need_room MIB
+need_room() {
+  local free_mib
+  free_mib=$(df -Pm "$kCache" | awk 'NR==2 {print $4}')
+  [ "$free_mib" -gt "$1" ] || fail "$kCache has $free_mib MiB free; the toolchain needs $1 more. Set QELA_CACHE to a folder with more room."
+}
+
+# make_toolchain LAYER...: $kRoot with these layers, made as far as they are missing. A root becomes visible under its
+# name only when its first layer is whole.
 make_toolchain() {
   install_host_tools
-  [ ! -e "$kRoot/.ready" ] || return 0
-  local free_kib
-  free_kib=$(df -Pk "$kCache" | awk 'NR==2 {print $4}')
-  [ "$free_kib" -gt 6000000 ] || fail "$kCache has $((free_kib / 1024)) MiB free; the toolchain needs about 4 GiB. Set QELA_CACHE to a folder with more room."
-  say "making the toolchain in $kRoot (once; a few minutes, about 3 GiB)"
-  local making="$kRoot.making"
-  rm -rf --one-file-system "$making"
-  local include
-  include=$(IFS=,; echo "${kPackages[*]}")
-  mmdebstrap --variant=apt --aptopt='APT::Install-Recommends "false"' \
-    --dpkgopt='path-exclude=/usr/share/doc/*' --dpkgopt='path-exclude=/usr/share/man/*' --dpkgopt='path-exclude=/usr/share/locale/*' \
-    --include="$include" \
-    --customize-hook="chroot \"\$1\" sh -ec 'mkdir -p /opt/deps && cd /opt/deps && apt-get download -qq ${kHeaderPackages[*]} && for p in *.deb; do dpkg-deb -x \$p .; done && rm *.deb'" \
-    --customize-hook="chroot \"\$1\" sh -ec 'sed -i s/^deb/deb-src/ /etc/apt/sources.list && apt-get update -qq && for p in ${kSourcePackages[*]}; do mkdir /tmp/\$p /usr/src/\$p && cd /tmp/\$p && apt-get source -qq --download-only \$p && tar -xf *.orig.tar.* -C /usr/src/\$p --strip-components=1 && cd / && rm -r /tmp/\$p || exit 1; done; sed -i s/^deb-src/deb/ /etc/apt/sources.list'" \
-    --customize-hook='chroot "$1" apt-get clean' \
-    "$kSuite" "$making" 2>&1 | tee "$kLog" | sed -u -n '/customize-hook/d; s/^I: /dev:   /p' ||
-    { tail -n 20 "$kLog" >&2; fail "the toolchain could not be made (whole log: $kLog). Check the network, then run the command again."; }
+  local layer
+  if [ ! -e "$kRoot/.ready" ]; then
+    say "making the toolchain in $kRoot (once; about 2 GiB)"
+    rm -rf --one-file-system "$kRoot.making"
+    make_root "$kRoot.making"
+    tell_drift "$kRoot.making"
+    mv "$kRoot.making" "$kRoot"
+  fi
+  for layer; do
+    [ ! -e "$kRoot/.layer-$layer" ] || continue
+    say "adding to the toolchain what ./dev $command needs"
+    add_layer "$kRoot" "$layer"
+    tell_drift "$kRoot"
+  done
+}
 
-  fill_root "$making" || fail "the root could not be completed."
+# pins LOCK: what makes apt choose the lock's version wherever there is one, and the newest where it is gone.
+pins() { awk '!/^(#|src:)/ {printf "Package: %s\nPin: version %s\nPin-Priority: 1001\n\n", $1, $2}' "$1"; }
+
+# make_root ROOT: the first layer, with the lock's versions where the mirror has them and the newest where it has not.
+make_root() {
+  need_room 4000
+  pins "$kLock" >"$kCache/pins"
+  # In a mount namespace, so that no mount stays when this is ended.
+  unshare --mount mmdebstrap --variant=apt --aptopt='APT::Install-Recommends "false"' --aptopt='Acquire::Languages "none"' \
+    --dpkgopt='path-exclude=/usr/share/doc/*' --dpkgopt='path-exclude=/usr/share/man/*' --dpkgopt='path-exclude=/usr/share/locale/*' \
+    --setup-hook="mkdir -p \"\$1/etc/apt/preferences.d\" && cp '$kCache/pins' \"\$1/etc/apt/preferences.d/lock\"" \
+    --include="${kPackages[demo]//[[:space:]]/ }" \
+    "$kSuite" "$1" 2>&1 | tee "$kLog" | sed -u -n '/-hook/d; s/^I: /dev:   /p' ||
+    { tail -n 20 "$kLog" >&2; fail "the toolchain could not be made (whole log: $kLog). Check the network, then run the command again."; }
+  add_layer "$1" demo
+  fill_root "$1" || fail "the root could not be completed."
   say "making the Wine prefix that every run starts from"
-  in_root "$making" /bin/bash /opt/lab/wine-prefix.sh >"$kLog" 2>&1 || { tail -n 20 "$kLog" >&2; fail "Wine could not make its prefix (log: $kLog)."; }
-  touch "$making/.ready"
-  mv "$making" "$kRoot"
+  in_root "$1" /bin/bash /opt/lab/wine-prefix.sh >"$kLog" 2>&1 || { tail -n 20 "$kLog" >&2; fail "Wine could not make its prefix (log: $kLog)."; }
+  touch "$1/.ready"
+}
+
+# add_layer ROOT LAYER. One that was cut off is taken up where it ended.
+add_layer() {
+  cat /etc/resolv.conf >"$1/etc/resolv.conf"
+  chroot "$1" /usr/bin/env DEBIAN_FRONTEND=noninteractive LC_ALL=C.UTF-8 /bin/bash -s -- "${kPackages[$2]}" \
+    "${kHeaderPackages[$2]:-}" "${kSourcePackages[$2]:-}" "$(grep '^src:' "$kLock")" <"$kSource/Scripts/toolchain-layer.sh" \
+    >"$kLog" 2>&1 ||
+    { tail -n 20 "$kLog" >&2; fail "the toolchain could not be completed (whole log: $kLog). Check the network, then run the command again."; }
+  touch "$1/.layer-$2"
+}
+
+# root_versions ROOT: "PACKAGE VERSION", one a line, of all that lies in the root.
+root_versions() {
+  { dpkg-query --admindir="$1/var/lib/dpkg" -W -f '${Package} ${Version}\n'; cat "$1"/opt/lab/unpacked/*; } | LC_ALL=C sort -u
+}
+
+# drift ROOT: what the root has in other versions than the lock names, or without being named there.
+drift() { LC_ALL=C comm -23 <(root_versions "$1") <(grep -v '^#' "$kLock"); }
+
+tell_drift() {
+  local differing
+  differing=$(drift "$1")
+  [ -z "$differing" ] || say "note: the mirror no longer has every version of toolchain.lock; taken instead: ${differing//$'\n'/, }"
+}
+
+# write_lock: the newest version of everything, in a root of its own, which becomes the root of the lock that is written.
+write_lock() {
+  local layer making=$kCache/root-newest.making lock=$kLock kLock=/dev/null
+  kRoot=$making
+  install_host_tools
+  rm -rf --one-file-system "$making"
+  say "making a root of the newest versions"
+  make_root "$making"
+  for layer in "${kLayers[@]}"; do add_layer "$making" "$layer"; done
+  {
+    printf '%s\n' "# The versions of all that the toolchain's root holds. Written by ./dev lock."
+    root_versions "$making"
+  } >"$lock"
+  kLock=$lock
+  kRoot=$kCache/root-$(toolchain_key)
+  if [ -e "$kRoot" ]; then
+    rm -rf --one-file-system "$making"
+  else
+    pins "$kLock" >"$making/etc/apt/preferences.d/lock"
+    mv "$making" "$kRoot"
+  fi
 }
 
 # Runs a command inside a root with its own network, mounts, processes, host name and IPC; everything that
@@ -57,6 +126,6 @@ make_toolchain() {
 in_root() {
   local root=$1
   shift
-  kSource="$kSource" kCache="$kCache" LAB_ROOT="$root" unshare --net --mount --pid --fork --uts --ipc --kill-child \
+  kCache="$kCache" LAB_ROOT="$root" unshare --net --mount --pid --fork --uts --ipc --kill-child \
     /bin/bash "$kSource/Scripts/enter-root.sh" "$@"
 }
