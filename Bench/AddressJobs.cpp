@@ -12,7 +12,7 @@
 #include "Bench/Job.h"
 #include "Bench/MeasuredService.h"
 #include "FwClient/Service/QeLaLib/Include/QeLaApi.h"
-#include "Tests/Support/ImportPatch.h"
+#include "ScriptedWindows/ImportTable/ImportPatch.h"
 
 namespace {
 

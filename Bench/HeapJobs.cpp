@@ -6,7 +6,7 @@
 #include "Bench/HeapMeter.h"
 #include "Bench/Job.h"
 #include "Bench/MeasuredService.h"
-#include "Tests/Support/HeapWatch.h"
+#include "ScriptedWindows/ImportTable/HeapWatch.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <deque>
 
-#include "Tests/Support/ImportPatch.h"
+#include "ScriptedWindows/ImportTable/ImportPatch.h"
 
 // Counts the bytes that the module allocates and frees while this lives, as the heap gives them. One at a time.
 class HeapMeter {

@@ -15,8 +15,8 @@
 #include <deque>
 #include <vector>
 
-#include "Tests/Support/AdapterList.h"
-#include "Tests/Support/ImportPatch.h"
+#include "ScriptedWindows/ImportTable/ImportPatch.h"
+#include "ScriptedWindows/Windows/AdapterList.h"
 
 // The logging library's four functions, as they are exported.
 struct LogCalls {

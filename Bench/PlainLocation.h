@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "FwClient/Service/QeLaLib/Include/QeLaCriteria.h"
-#include "Tests/Support/AdapterList.h"
+#include "ScriptedWindows/Windows/AdapterList.h"
 
 inline constexpr std::size_t kTextKinds = 8;
 

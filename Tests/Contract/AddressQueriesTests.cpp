@@ -16,9 +16,9 @@
 #include <string>
 #include <vector>
 
+#include "ScriptedWindows/ImportTable/ImportPatch.h"
+#include "ScriptedWindows/Windows/WinsockFakes.h"
 #include "Tests/Contract/ServiceTest.h"
-#include "Tests/Support/ImportPatch.h"
-#include "Tests/Support/WinsockFakes.h"
 
 namespace {
 

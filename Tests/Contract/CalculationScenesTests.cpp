@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "Tests/Contract/ServiceTest.h"
+#include "Tests/Support/StoredSet.h"
 
 namespace {
 

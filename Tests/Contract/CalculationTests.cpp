@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "ScriptedWindows/ImportTable/HandleLedger.h"
 #include "Tests/Contract/ServiceTest.h"
 
 namespace {

@@ -13,8 +13,8 @@
 #include <string>
 #include <vector>
 
+#include "ScriptedWindows/ImportTable/HeapWatch.h"
 #include "Tests/Contract/DiscoveryTest.h"
-#include "Tests/Support/HeapWatch.h"
 
 namespace {
 

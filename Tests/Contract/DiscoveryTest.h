@@ -16,11 +16,12 @@
 #include <utility>
 #include <vector>
 
+#include "ScriptedWindows/ImportTable/HandleLedger.h"
+#include "ScriptedWindows/ImportTable/ThreadWatch.h"
+#include "ScriptedWindows/Windows/FakeAddressChanges.h"
+#include "ScriptedWindows/Windows/FakeAddressTable.h"
+#include "ScriptedWindows/Windows/WaitWatch.h"
 #include "Tests/Contract/ServiceTest.h"
-#include "Tests/Support/FakeAddressChanges.h"
-#include "Tests/Support/FakeAddressTable.h"
-#include "Tests/Support/ThreadWatch.h"
-#include "Tests/Support/WaitWatch.h"
 
 // The host's callback, which has no context, and what it was called with.
 class HostCallback {

@@ -12,8 +12,10 @@
 #include <string>
 #include <vector>
 
+#include "ScriptedWindows/ImportTable/HandleLedger.h"
+#include "ScriptedWindows/ImportTable/HeapWatch.h"
 #include "Tests/Contract/DiscoveryTest.h"
-#include "Tests/Support/HeapWatch.h"
+#include "Tests/Support/FakeRegistry.h"
 
 namespace {
 

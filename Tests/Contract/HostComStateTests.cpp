@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "Tests/Contract/ServiceTest.h"
+#include "Tests/Support/FakeRegistry.h"
 
 namespace {
 

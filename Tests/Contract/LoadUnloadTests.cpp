@@ -22,8 +22,9 @@
 #include <string_view>
 #include <vector>
 
+#include "ScriptedWindows/ImportTable/HeapWatch.h"
+#include "ScriptedWindows/Windows/RedirectedMachineHive.h"
 #include "Tests/Contract/DiscoveryTest.h"
-#include "Tests/Support/HeapWatch.h"
 
 namespace {
 

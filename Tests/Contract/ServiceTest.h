@@ -9,7 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "Tests/Support/AdapterList.h"
+#include "ScriptedWindows/Windows/AdapterList.h"
+#include "Tests/Support/FakeRegistry.h"
 #include "Tests/Support/LocationBlob.h"
 #include "Tests/Support/LogRecorder.h"
 #include "Tests/Support/OtherThread.h"

@@ -7,7 +7,10 @@
 #include <string>
 #include <vector>
 
+#include "ScriptedWindows/Windows/RedirectedMachineHive.h"
 #include "Tests/Contract/ServiceTest.h"
+#include "Tests/Support/FakeRegistry.h"
+#include "Tests/Support/StoredSet.h"
 
 namespace {
 
@@ -346,7 +349,7 @@ TEST_F(Storage, RegistryErrorsAreNotLogged) {
 
 // The same on the system's own registry.
 TEST(RealRegistry, HoldsTheSetAcrossInstances) {
-  RedirectedMachineHive hive;
+  WithStoredSet<RedirectedMachineHive> hive;
   const LogRecorder log;
   const ServiceLibrary library;
   const FakeAdapters adapters(library.Module());

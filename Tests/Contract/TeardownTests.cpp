@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
+#include "ScriptedWindows/ImportTable/FreedMemory.h"
 #include "Tests/Contract/DiscoveryTest.h"
-#include "Tests/Support/FreedMemory.h"
 
 namespace {
 

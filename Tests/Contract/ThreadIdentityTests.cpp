@@ -14,10 +14,11 @@
 #include <utility>
 #include <vector>
 
+#include "ScriptedWindows/Windows/FakeHttps.h"
+#include "ScriptedWindows/Windows/FakeInteractiveUser.h"
+#include "ScriptedWindows/Windows/WindowsScript.h"
 #include "Tests/Contract/ServiceTest.h"
-#include "Tests/Support/FakeHttps.h"
-#include "Tests/Support/FakeInteractiveUser.h"
-#include "Tests/Support/WindowsScript.h"
+#include "Tests/Support/FakeRegistry.h"
 
 namespace {
 

@@ -17,6 +17,7 @@
 #include <utility>
 #include <vector>
 
+#include "Tests/Support/FakeRegistry.h"
 #include "Tests/Support/LogRecorder.h"
 #include "Tests/Support/ServiceLibrary.h"
 

@@ -14,7 +14,7 @@
 #include "FwClient/Service/QeLaLib/QeLaLib.h"
 #include "FwClient/Service/QeLaLib/UserProxyContext.h"
 #include "FwClient/Service/QeLaLib/ValidateHttpsConnection.h"
-#include "Tests/Support/ImportPatch.h"
+#include "ScriptedWindows/ImportTable/ImportPatch.h"
 #include "Tests/Support/LogRecorder.h"
 
 namespace {

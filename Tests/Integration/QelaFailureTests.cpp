@@ -4,8 +4,9 @@
 #include <gmock/gmock.h>
 
 #include "FwClient/Common/Utilities/UniqueHandle.h"
-#include "Tests/Support/ImportPatch.h"
-#include "Tests/Support/RedirectedMachineHive.h"
+#include "ScriptedWindows/ImportTable/ImportPatch.h"
+#include "ScriptedWindows/Windows/RedirectedMachineHive.h"
+#include "Tests/Support/StoredSet.h"
 #include "Tools/qela/CommandError.h"
 #include "Tools/qela/Commands.h"
 #include "Tools/qela/Service.h"
@@ -17,7 +18,7 @@ using testing::HasSubstr;
 
 class QelaFailure : public testing::Test {
  protected:
-  RedirectedMachineHive m_registry;
+  WithStoredSet<RedirectedMachineHive> m_registry;
 };
 
 HMODULE Library() { return ::GetModuleHandleW(L"QeLaLib.dll"); }

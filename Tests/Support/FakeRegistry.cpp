@@ -4,7 +4,7 @@
 #include <cstring>
 #include <utility>
 
-#include "Tests/Support/ServiceLibrary.h"
+#include "Tests/Support/FakeRegistry.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <chrono>
 #include <utility>
 
-#include "Tests/Support/HeapWatch.h"
+#include "ScriptedWindows/ImportTable/HeapWatch.h"
 
 LogRecorder::LogRecorder() {
   LogUtils::setConsoleLogging(false);

@@ -5,11 +5,11 @@
 #include <gtest/gtest.h>
 
 #include "FwClient/Common/Utilities/ThreadIdentity.h"
-#include "Tests/Support/FakeCertificates.h"
-#include "Tests/Support/FakeHttps.h"
-#include "Tests/Support/FakeInteractiveUser.h"
+#include "ScriptedWindows/Windows/FakeCertificates.h"
+#include "ScriptedWindows/Windows/FakeHttps.h"
+#include "ScriptedWindows/Windows/FakeInteractiveUser.h"
+#include "ScriptedWindows/Windows/WindowsScript.h"
 #include "Tests/Support/LogRecorder.h"
-#include "Tests/Support/WindowsScript.h"
 
 class ScriptedHttps : public testing::Test {
  protected:

@@ -8,9 +8,9 @@
 #include <vector>
 
 #include "FwClient/Service/QeLaLib/QeLaLib.h"
-#include "Tests/Support/AdapterList.h"
-#include "Tests/Support/HeapWatch.h"
-#include "Tests/Support/ImportPatch.h"
+#include "ScriptedWindows/ImportTable/HeapWatch.h"
+#include "ScriptedWindows/ImportTable/ImportPatch.h"
+#include "ScriptedWindows/Windows/AdapterList.h"
 #include "Tests/Support/LogRecorder.h"
 
 namespace {

@@ -16,8 +16,8 @@
 
 #include "FwClient/Common/Utilities/ScopeGuards.h"
 #include "FwClient/Service/QeLaLib/Include/QeLaApi.h"
+#include "ScriptedWindows/Windows/WinsockFakes.h"
 #include "Tests/Support/LogRecorder.h"
-#include "Tests/Support/WinsockFakes.h"
 
 namespace {
 

@@ -7,8 +7,8 @@
 #include <cstdint>
 #include <vector>
 
-#include "Tests/Support/FakeAddressTable.h"
-#include "Tests/Support/HeapWatch.h"
+#include "ScriptedWindows/ImportTable/HeapWatch.h"
+#include "ScriptedWindows/Windows/FakeAddressTable.h"
 
 namespace {
 

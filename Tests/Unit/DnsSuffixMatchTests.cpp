@@ -17,7 +17,7 @@
 #include <string>
 #include <string_view>
 
-#include "Tests/Support/HeapWatch.h"
+#include "ScriptedWindows/ImportTable/HeapWatch.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 // The watch itself, on which the tests without memory rely.
-#include "Tests/Support/HeapWatch.h"
+#include "ScriptedWindows/ImportTable/HeapWatch.h"
 
 #include <gtest/gtest.h>
 

@@ -13,8 +13,8 @@
 #include "FwClient/Service/QeLaLib/QeLocation.h"
 #include "FwClient/Service/QeLaLib/QeLocationCriterias.h"
 #include "FwClient/Service/QeLaLib/QeLocations.h"
+#include "ScriptedWindows/ImportTable/HeapWatch.h"
 #include "Tests/Support/Blob.h"
-#include "Tests/Support/HeapWatch.h"
 #include "Tests/Unit/PrintedErrors.h"
 
 namespace {

@@ -1,4 +1,4 @@
-#include "Tests/Support/ImportPatch.h"
+#include "ScriptedWindows/ImportTable/ImportPatch.h"
 
 #include <gtest/gtest.h>
 

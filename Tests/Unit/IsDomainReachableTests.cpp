@@ -3,7 +3,7 @@
 #include <new>
 
 #include "FwClient/Service/QeLaLib/QeLaLib.h"
-#include "Tests/Support/HeapWatch.h"
+#include "ScriptedWindows/ImportTable/HeapWatch.h"
 #include "Tests/Support/ScriptedHttps.h"
 
 namespace {

@@ -9,9 +9,9 @@
 
 #include "FwClient/Common/Utilities/StlStringUtfConv.h"
 #include "FwClient/Service/QeLaLib/QeLocations.h"
+#include "ScriptedWindows/ImportTable/HeapWatch.h"
+#include "ScriptedWindows/ImportTable/ImportPatch.h"
 #include "Tests/Support/Blob.h"
-#include "Tests/Support/HeapWatch.h"
-#include "Tests/Support/ImportPatch.h"
 #include "Tests/Unit/PrintedErrors.h"
 
 namespace {

@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "Tests/Support/ImportPatch.h"
-#include "Tests/Support/RedirectedMachineHive.h"
+#include "ScriptedWindows/ImportTable/ImportPatch.h"
+#include "ScriptedWindows/Windows/RedirectedMachineHive.h"
 
 namespace {
 

@@ -9,8 +9,8 @@
 
 #include "FwClient/Service/QeLaLib/QeLaLib.h"
 #include "FwClient/Service/QeLaLib/QeLocation.h"
-#include "Tests/Support/AdapterList.h"
-#include "Tests/Support/ImportPatch.h"
+#include "ScriptedWindows/ImportTable/ImportPatch.h"
+#include "ScriptedWindows/Windows/AdapterList.h"
 #include "Tests/Support/LogRecorder.h"
 
 namespace {

@@ -15,9 +15,9 @@
 #include <vector>
 
 #include "FwClient/Common/Utilities/UniqueHandle.h"
-#include "Tests/Support/ImportPatch.h"
+#include "ScriptedWindows/ImportTable/ImportPatch.h"
+#include "ScriptedWindows/Windows/UniqueName.h"
 #include "Tests/Support/LogRecorder.h"
-#include "Tests/Support/UniqueName.h"
 
 namespace {
 

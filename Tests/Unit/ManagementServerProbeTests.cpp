@@ -11,10 +11,10 @@
 
 #include "FwClient/Service/QeLaLib/LaLog.h"
 #include "FwClient/Service/QeLaLib/QeLaLib.h"
-#include "Tests/Support/ImportPatch.h"
+#include "ScriptedWindows/ImportTable/ImportPatch.h"
+#include "ScriptedWindows/Windows/RegistrySpy.h"
+#include "ScriptedWindows/Windows/TemporaryRegistryKey.h"
 #include "Tests/Support/LogRecorder.h"
-#include "Tests/Support/RegistrySpy.h"
-#include "Tests/Support/TemporaryRegistryKey.h"
 
 namespace {
 

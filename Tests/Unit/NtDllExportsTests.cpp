@@ -7,7 +7,7 @@
 #include <set>
 #include <string>
 
-#include "Tests/Support/ImportPatch.h"
+#include "ScriptedWindows/ImportTable/ImportPatch.h"
 #include "Tests/Support/LogRecorder.h"
 
 namespace {

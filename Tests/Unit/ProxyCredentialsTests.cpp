@@ -15,7 +15,7 @@
 #include <utility>
 #include <vector>
 
-#include "Tests/Support/ImportPatch.h"
+#include "ScriptedWindows/ImportTable/ImportPatch.h"
 #include "Tests/Support/LogRecorder.h"
 
 namespace {

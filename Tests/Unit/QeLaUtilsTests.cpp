@@ -17,9 +17,9 @@
 
 #include "FwClient/Common/Utilities/NtDllExports.h"
 #include "FwClient/Common/Utilities/ScopeGuards.h"
-#include "Tests/Support/ImportPatch.h"
+#include "ScriptedWindows/ImportTable/ImportPatch.h"
+#include "ScriptedWindows/Windows/WinsockFakes.h"
 #include "Tests/Support/LogRecorder.h"
-#include "Tests/Support/WinsockFakes.h"
 
 namespace {
 

@@ -9,8 +9,8 @@
 #include <type_traits>
 #include <vector>
 
+#include "ScriptedWindows/ImportTable/HeapWatch.h"
 #include "Tests/Support/Blob.h"
-#include "Tests/Support/HeapWatch.h"
 #include "Tests/Unit/PrintedErrors.h"
 
 namespace {

@@ -13,10 +13,10 @@
 #include <type_traits>
 #include <vector>
 
+#include "ScriptedWindows/ImportTable/HeapWatch.h"
+#include "ScriptedWindows/ImportTable/ImportPatch.h"
 #include "Tests/Support/Blob.h"
-#include "Tests/Support/HeapWatch.h"
 #include "Tests/Support/HostLocation.h"
-#include "Tests/Support/ImportPatch.h"
 #include "Tests/Unit/PrintedErrors.h"
 
 namespace {

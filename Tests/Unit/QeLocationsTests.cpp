@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "FwClient/Service/QeLaLib/Include/QeLaApi.h"
+#include "ScriptedWindows/ImportTable/HeapWatch.h"
 #include "Tests/Support/Blob.h"
-#include "Tests/Support/HeapWatch.h"
 #include "Tests/Support/HostLocation.h"
 #include "Tests/Support/LocationBlob.h"
 #include "Tests/Unit/PrintedErrors.h"

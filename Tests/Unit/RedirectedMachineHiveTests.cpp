@@ -1,4 +1,4 @@
-#include "Tests/Support/RedirectedMachineHive.h"
+#include "ScriptedWindows/Windows/RedirectedMachineHive.h"
 
 #include <windows.h>
 #include <gmock/gmock.h>

@@ -7,9 +7,9 @@
 #include <vector>
 
 #include "FwClient/Service/QeLaLib/LaLog.h"
+#include "ScriptedWindows/Windows/RegistrySpy.h"
+#include "ScriptedWindows/Windows/TemporaryRegistryKey.h"
 #include "Tests/Support/LogRecorder.h"
-#include "Tests/Support/RegistrySpy.h"
-#include "Tests/Support/TemporaryRegistryKey.h"
 
 namespace {
 

@@ -9,8 +9,8 @@
 #include <string_view>
 #include <vector>
 
-#include "Tests/Support/HeapWatch.h"
-#include "Tests/Support/ImportPatch.h"
+#include "ScriptedWindows/ImportTable/HeapWatch.h"
+#include "ScriptedWindows/ImportTable/ImportPatch.h"
 
 namespace {
 

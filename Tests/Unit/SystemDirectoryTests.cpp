@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include "Tests/Support/FakeInteractiveUser.h"
-#include "Tests/Support/WindowsScript.h"
+#include "ScriptedWindows/Windows/FakeInteractiveUser.h"
+#include "ScriptedWindows/Windows/WindowsScript.h"
 
 namespace {
 

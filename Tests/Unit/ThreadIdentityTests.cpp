@@ -3,9 +3,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "Tests/Support/FakeInteractiveUser.h"
+#include "ScriptedWindows/Windows/FakeInteractiveUser.h"
+#include "ScriptedWindows/Windows/WindowsScript.h"
 #include "Tests/Support/OtherThread.h"
-#include "Tests/Support/WindowsScript.h"
 
 namespace {
 

@@ -16,8 +16,8 @@
 #include <string>
 #include <vector>
 
-#include "Tests/Support/HeapWatch.h"
-#include "Tests/Support/ImportPatch.h"
+#include "ScriptedWindows/ImportTable/HeapWatch.h"
+#include "ScriptedWindows/ImportTable/ImportPatch.h"
 
 namespace {
 

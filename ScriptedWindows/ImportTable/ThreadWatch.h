@@ -1,0 +1,43 @@
+// The threads that a module starts.
+#pragma once
+
+#include <windows.h>
+
+#include <cstddef>
+#include <mutex>
+#include <vector>
+
+#include "ScriptedWindows/ImportTable/ImportPatch.h"
+
+// Notes the threads that the module starts while this lives. At its end it waits for all of them, since the module is
+// about to lose what a test replaced; one that does not end within 10 seconds fails the test. Declare it last.
+class ThreadWatch {
+ public:
+  struct Start {
+    const SECURITY_ATTRIBUTES* security;
+    SIZE_T stackBytes;
+    DWORD flags;
+    HANDLE handle;  // as the module was given it
+    HANDLE thread;  // our own handle of the thread
+  };
+
+  explicit ThreadWatch(HMODULE module);
+  ~ThreadWatch();
+  ThreadWatch(const ThreadWatch&) = delete;
+  ThreadWatch& operator=(const ThreadWatch&) = delete;
+
+  std::size_t Count() const;
+  Start At(std::size_t index) const;
+
+  // Waits for the newest thread. False when it takes over 10 seconds.
+  bool WaitForEnd() const;
+  bool HasEnded() const;
+
+ private:
+  static HANDLE WINAPI Create(SECURITY_ATTRIBUTES* security, SIZE_T stackBytes, LPTHREAD_START_ROUTINE start,
+                              void* argument, DWORD flags, DWORD* id);
+
+  mutable std::mutex m_mutex;
+  std::vector<Start> m_starts;
+  ImportPatch m_patch;
+};

@@ -1,0 +1,65 @@
+#include "ScriptedWindows/Windows/RedirectedMachineHive.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+#include "ScriptedWindows/Windows/UniqueName.h"
+
+namespace {
+
+// Of the one that lives; empty without one.
+std::wstring& LivingPath() {
+  static std::wstring s_path;
+  return s_path;
+}
+
+void Remove() {
+  if (!LivingPath().empty()) ::RegDeleteTreeW(HKEY_CURRENT_USER, LivingPath().c_str());
+  LivingPath().clear();
+}
+
+}  // namespace
+
+RedirectedMachineHive::RedirectedMachineHive() : m_path(L"Software\\QeLaLibTests-" + UniqueName()) {
+  EXPECT_EQ(LivingPath(), L"") << "two hives in one process";
+  LivingPath() = m_path;
+  static const int s_registered = std::atexit(&Remove);
+  EXPECT_EQ(s_registered, 0);
+  ::RegDeleteTreeW(HKEY_CURRENT_USER, m_path.c_str());  // of an earlier process with this number, if it crashed
+  EXPECT_EQ(
+      ::RegCreateKeyExW(HKEY_CURRENT_USER, m_path.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &m_key, nullptr),
+      ERROR_SUCCESS);
+  EXPECT_EQ(::RegOverridePredefKey(HKEY_LOCAL_MACHINE, m_key), ERROR_SUCCESS);
+}
+
+RedirectedMachineHive::~RedirectedMachineHive() {
+  ::RegOverridePredefKey(HKEY_LOCAL_MACHINE, nullptr);
+  ::RegCloseKey(m_key);
+  Remove();
+}
+
+void RedirectedMachineHive::Set(const std::wstring& path, const std::wstring& name, DWORD type,
+                                const std::vector<std::uint8_t>& bytes) {
+  EXPECT_EQ(::RegSetKeyValueW(m_key, path.c_str(), name.c_str(), type, bytes.data(), static_cast<DWORD>(bytes.size())),
+            ERROR_SUCCESS);
+}
+
+bool RedirectedMachineHive::HasKey(const std::wstring& path) const {
+  HKEY key = nullptr;
+  if (::RegOpenKeyExW(m_key, path.c_str(), 0, KEY_READ, &key) != ERROR_SUCCESS) return false;
+  ::RegCloseKey(key);
+  return true;
+}
+
+std::optional<std::vector<std::uint8_t>> RedirectedMachineHive::Value(const std::wstring& path,
+                                                                      const std::wstring& name) const {
+  const auto get = [&](void* data, DWORD& size) {
+    return ::RegGetValueW(m_key, path.c_str(), name.c_str(), RRF_RT_ANY | RRF_NOEXPAND, nullptr, data, &size);
+  };
+  DWORD size = 0;
+  if (get(nullptr, size) != ERROR_SUCCESS) return std::nullopt;
+  std::vector<std::uint8_t> bytes(size);
+  EXPECT_EQ(get(bytes.data(), size), ERROR_SUCCESS);
+  return bytes;
+}
