@@ -1,7 +1,5 @@
 #include "ScriptedWindows/ImportTable/FreedMemory.h"
 
-#include <gtest/gtest.h>
-
 #include <malloc.h>
 
 #include <algorithm>
@@ -12,18 +10,15 @@ namespace {
 
 constexpr unsigned char kFreed = 0xDD;
 
-FreedMemory* g_current = nullptr;
-
 }  // namespace
 
-FreedMemory::FreedMemory(HMODULE module) : m_patch(module, "free", &Free) { g_current = this; }
+FreedMemory::FreedMemory(HMODULE module) : m_patch(module, "free", &Free) {}
 
 FreedMemory::~FreedMemory() {
-  g_current = nullptr;
   for (const auto& [block, size] : m_blocks) {
     const auto* bytes = static_cast<const unsigned char*>(block);
-    EXPECT_TRUE(std::all_of(bytes, bytes + size, [](unsigned char byte) { return byte == kFreed; }))
-        << "a freed block of " << size << " bytes was written to";
+    if (!std::all_of(bytes, bytes + size, [](unsigned char byte) { return byte == kFreed; }))
+      Complain("a freed block of " + std::to_string(size) + " bytes was written to");
     std::free(block);
   }
 }
@@ -35,11 +30,11 @@ bool FreedMemory::Contains(const void* block) const {
 
 void FreedMemory::Free(void* block) {
   if (block == nullptr) return;
-  FreedMemory& self = *g_current;
+  FreedMemory& self = Current();
   const std::lock_guard lock(self.m_mutex);
   const std::size_t size = ::_msize(block);
   if (!self.m_blocks.emplace(block, size).second) {
-    ADD_FAILURE() << "a block of " << size << " bytes is freed twice";
+    Complain("a block of " + std::to_string(size) + " bytes is freed twice");
     return;
   }
   std::memset(block, kFreed, size);

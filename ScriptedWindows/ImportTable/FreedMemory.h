@@ -6,15 +6,14 @@
 #include <mutex>
 
 #include "ScriptedWindows/ImportTable/ImportPatch.h"
+#include "ScriptedWindows/ImportTable/OnlyOne.h"
 
 // While it lives, what the module frees is filled with a pattern and kept, so that a read of it yields pointers to
-// nowhere and a write damages the pattern. At the end the damage, and what was freed twice, fails the test.
-class FreedMemory {
+// nowhere and a write damages the pattern. It complains of the damage at the end, and of what is freed twice.
+class FreedMemory : public OnlyOne<FreedMemory> {
  public:
   explicit FreedMemory(HMODULE module);
   ~FreedMemory();
-  FreedMemory(const FreedMemory&) = delete;
-  FreedMemory& operator=(const FreedMemory&) = delete;
 
   bool Contains(const void* block) const;
 

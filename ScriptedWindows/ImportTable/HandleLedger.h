@@ -1,64 +1,56 @@
-// The handles that a module opens and closes.
+// The books on handles: which are open, and by which call each is to be closed.
 #pragma once
-
-#include <windows.h>
 
 #include <cstddef>
 #include <map>
-#include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
-#include "ScriptedWindows/ImportTable/ImportPatch.h"
+#include "ScriptedWindows/ImportTable/PlainLock.h"
 
-// Notes every handle that the module opens and closes while it lives: events, threads, copies of both, registry keys,
-// module references, and the counted states of COM and Winsock. Declare it after other patches of the same calls (it
-// forwards to them) and read it before it ends. The module's runtime shares its import table; what that opens is noted
-// as well.
+// Kept by what watches or scripts the calls; read by tests. May be used from any thread.
 class HandleLedger {
  public:
-  explicit HandleLedger(HMODULE module);
-  ~HandleLedger();
-  HandleLedger(const HandleLedger&) = delete;
-  HandleLedger& operator=(const HandleLedger&) = delete;
+  // How often a handle of the kind was opened, or a call that closes was made.
+  std::size_t Count(const std::string& kindOrCloser) const;
 
-  // How often a function that opens has succeeded, or one that closes has been called.
-  std::size_t Count(const char* function) const;
+  // How many of the kind are open.
+  std::size_t Open(const std::string& kind) const;
 
-  // What was opened by the function and not closed since.
-  std::size_t Open(const char* function) const;
-
-  // Everything that was opened and not closed, as "CreateEventW x3"; empty when nothing is.
+  // Everything that is open: by kind, as "CreateEventW x3", or each by its name.
   std::vector<std::string> Leaks() const;
+  std::vector<std::string> OpenHandles() const;
 
-  // Handles closed by a function that is not theirs, or twice; empty when all went well. Handles that were opened
-  // before the ledger are not judged.
+  // Handles that were closed by a call that is not theirs, or twice, or used when they were not open. A handle from
+  // before the books is not judged.
   std::vector<std::string> Mistakes() const;
+
+  // A handle's name is its kind; from the second of the kind on it is numbered ("token2").
+  void Opened(const std::string& kind, const std::string& closer, const void* handle);
+  // To be noted before the handle is really closed: afterwards another thread may be given the same value.
+  void Closed(const std::string& closer, const void* handle);
+  // For a state that is counted: start-ups and clean-ups.
+  void Entered(const std::string& kind);
+  void Left(const std::string& closer, const std::string& kind);
+
+  bool Knows(const void* handle) const;  // open or closed
+  bool IsOpen(const void* handle) const;
+  // Its name, "null" for null; a mistake when it is not open.
+  std::string Use(const void* handle);
+  // The system may give the value to something else that is not watched.
+  void Forget(const void* handle);
 
  private:
   struct Entry {
-    const char* openedBy;
-    const char* closedBy;
+    std::string name;
+    std::string kind;
+    std::string closer;
+    bool open;
   };
-  static HandleLedger& Current();
-  template <typename Function>
-  void Patch(HMODULE module, const char* function, Function* replacement);
-  void* Original(const char* function) const;
-  // What a replacement notes: a handle of its own; one of several equal references; a call that is only counted.
-  void Opened(const char* function, const char* closedBy, const void* handle);
-  bool IsOpen(const void* handle) const;
-  void Closed(const char* function, const void* handle);
-  void Entered(const char* function, bool succeeded);
-  void Left(const char* function, const char* enteredBy);
 
-  struct Replacements;
-
-  mutable std::mutex m_mutex;
-  std::map<const void*, Entry> m_open;
-  std::map<const void*, Entry> m_closed;
+  mutable PlainLock m_lock;
+  std::map<const void*, Entry> m_handles;
   std::map<std::string, std::size_t> m_counts;
   std::map<std::string, std::size_t> m_entered;
   std::vector<std::string> m_mistakes;
-  std::map<std::string, std::unique_ptr<ImportPatch>> m_patches;
 };

@@ -1,9 +1,9 @@
 #include "ScriptedWindows/ImportTable/HeapWatch.h"
 
-#include <gtest/gtest.h>
-
 #include <atomic>
 #include <limits>
+
+#include "ScriptedWindows/Complaint.h"
 
 namespace {
 
@@ -100,7 +100,7 @@ HeapWatch::HeapWatch(HMODULE module)
       m_free(module, "free", &WatchedFree),
       m_heapAlloc(module, "HeapAlloc", &WatchedHeapAlloc),
       m_heapFree(module, "HeapFree", &WatchedHeapFree) {
-  EXPECT_EQ(g_thread, 0u) << "there is a heap watch already";
+  Require(g_thread == 0u, "there is a heap watch already");
   g_state = {};
   g_thread = ::GetCurrentThreadId();
 }
@@ -134,10 +134,11 @@ HeapWatch::Pause::~Pause() {
 }
 
 void ExpectNothingLeft(std::ptrdiff_t blocks, std::size_t n) {
-  EXPECT_EQ(blocks, 0) << "blocks left on the heap when allocation " << n << " failed";
+  if (blocks != 0)
+    Complain(std::to_string(blocks) + " blocks are left on the heap when allocation " + std::to_string(n) + " fails");
 }
 
-void WarmUpExceptions() {
+void WarmUpExceptions(HMODULE module) {
   const auto throwOne = [] {
     try {
       throw 1;
@@ -147,7 +148,7 @@ void WarmUpExceptions() {
   throwOne();
   // Once more, while the heap refuses the exception's memory: the runtime then takes it from a reserve, whose mutex is
   // made by malloc when it is first locked. That one failing as well would end the process.
-  HeapWatch heap;
+  HeapWatch heap(module);
   heap.FailAt(0);
   throwOne();
 }

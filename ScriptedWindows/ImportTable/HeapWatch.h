@@ -8,12 +8,12 @@
 
 #include "ScriptedWindows/ImportTable/ImportPatch.h"
 
-// Watches the module's own code, by default the running program's, for the thread that makes it: malloc, calloc,
+// Watches the module's own code, for the thread that makes it: malloc, calloc,
 // realloc and free (and so operator new and delete), HeapAlloc and HeapFree. One watch at a time. Objects that are made
 // under a watch must be destroyed under it, or BlocksLeft() counts them.
 class HeapWatch {
  public:
-  explicit HeapWatch(HMODULE module = ::GetModuleHandleW(nullptr));
+  explicit HeapWatch(HMODULE module);
   ~HeapWatch();
   HeapWatch(const HeapWatch&) = delete;
   HeapWatch& operator=(const HeapWatch&) = delete;
@@ -58,26 +58,26 @@ class HeapWatch {
 // runs the operation while one more of its allocations succeeds than in the call before, and judges the outcome; it
 // must leave nothing allocated. Ends when the operation needs no more allocations than succeed.
 template <typename Scenario>
-void FailEveryAllocation(Scenario scenario);
+void FailEveryAllocation(HMODULE module, Scenario scenario);
 
 // ---- implementation ----
 
-// What a scenario left on the heap; fails the test when that is anything.
+// What a scenario left on the heap; complains when that is anything.
 void ExpectNothingLeft(std::ptrdiff_t blocks, std::size_t n);
 
 // Lets the runtime make what it needs to throw, which it makes once and keeps.
-void WarmUpExceptions();
+void WarmUpExceptions(HMODULE module);
 
 template <typename Scenario>
-void FailEveryAllocation(Scenario scenario) {
-  WarmUpExceptions();
+void FailEveryAllocation(HMODULE module, Scenario scenario) {
+  WarmUpExceptions(module);
   for (const HeapWatch::Failing failing : {HeapWatch::Failing::Once, HeapWatch::Failing::FromThenOn}) {
     std::size_t n = 0;
     bool failed = false;
     do {
       std::ptrdiff_t left = 0;
       {
-        HeapWatch heap;
+        HeapWatch heap(module);
         scenario([&](auto operation) {
           heap.FailAt(n, failing);
           operation();

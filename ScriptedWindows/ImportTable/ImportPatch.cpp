@@ -1,10 +1,10 @@
 #include "ScriptedWindows/ImportTable/ImportPatch.h"
 
-#include <gtest/gtest.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+
+#include "ScriptedWindows/Complaint.h"
 
 namespace {
 
@@ -44,7 +44,7 @@ void Write(void** slot, void* value) {
 ImportPatch::ImportPatch(HMODULE module, const char* function, void* replacement, int)
     : m_slot(FindSlot(module, function)) {
   if (m_slot == nullptr) {
-    ADD_FAILURE() << "the module does not import " << function;
+    Complain(std::string("the module does not import ") + function);
     return;
   }
   m_original = *m_slot;

@@ -8,8 +8,8 @@
 // it again. The module's statically linked runtime shares the table, so a replacement of a common call (waits, heap,
 // Tls...) is called by the runtime too: forward by default and decide by argument or thread.
 //
-// Patches of one call must be undone in reverse order of their making. A function that the module does not import
-// fails the test.
+// Patches of one call must be undone in reverse order of their making. Complains of a function that the
+// module does not import.
 class ImportPatch {
  public:
   template <typename Function>
@@ -34,3 +34,6 @@ class ImportPatch {
 
 // Whether the module imports the function at all.
 bool Imports(HMODULE module, const char* function);
+
+// The program that runs, for tests of what is linked into it.
+inline HMODULE ThisProgram() { return ::GetModuleHandleW(nullptr); }

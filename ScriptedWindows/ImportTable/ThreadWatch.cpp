@@ -1,23 +1,18 @@
 #include "ScriptedWindows/ImportTable/ThreadWatch.h"
 
-#include <gtest/gtest.h>
-
 namespace {
 
 constexpr DWORD kDeadlineMs = 10'000;
 
-ThreadWatch* g_current = nullptr;
-
 }  // namespace
 
-ThreadWatch::ThreadWatch(HMODULE module) : m_patch(module, "CreateThread", &Create) { g_current = this; }
+ThreadWatch::ThreadWatch(HMODULE module) : m_patch(module, "CreateThread", &Create) {}
 
 ThreadWatch::~ThreadWatch() {
   for (const Start& start : m_starts) {
-    EXPECT_EQ(::WaitForSingleObject(start.thread, kDeadlineMs), WAIT_OBJECT_0) << "a thread does not end";
+    Require(::WaitForSingleObject(start.thread, kDeadlineMs) == WAIT_OBJECT_0, "a thread does not end");
     ::CloseHandle(start.thread);
   }
-  g_current = nullptr;
 }
 
 std::size_t ThreadWatch::Count() const {
@@ -38,15 +33,16 @@ bool ThreadWatch::HasEnded() const { return ::WaitForSingleObject(At(Count() - 1
 
 HANDLE WINAPI ThreadWatch::Create(SECURITY_ATTRIBUTES* security, SIZE_T stackBytes, LPTHREAD_START_ROUTINE start,
                                   void* argument, DWORD flags, DWORD* id) {
-  ThreadWatch& self = *g_current;
+  ThreadWatch& self = Current();
   const std::lock_guard lock(self.m_mutex);
   using CreateThreadFunction =
       HANDLE WINAPI(SECURITY_ATTRIBUTES*, SIZE_T, LPTHREAD_START_ROUTINE, void*, DWORD, DWORD*);
   HANDLE handle = self.m_patch.Original<CreateThreadFunction>()(security, stackBytes, start, argument, flags, id);
   if (handle == nullptr) return nullptr;
   HANDLE copy = nullptr;
-  EXPECT_TRUE(
-      ::DuplicateHandle(::GetCurrentProcess(), handle, ::GetCurrentProcess(), &copy, 0, FALSE, DUPLICATE_SAME_ACCESS));
+  Require(
+      ::DuplicateHandle(::GetCurrentProcess(), handle, ::GetCurrentProcess(), &copy, 0, FALSE, DUPLICATE_SAME_ACCESS),
+      "a thread's handle cannot be copied");
   self.m_starts.push_back({security, stackBytes, flags, handle, copy});
   return handle;
 }

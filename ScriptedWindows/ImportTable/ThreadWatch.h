@@ -8,10 +8,11 @@
 #include <vector>
 
 #include "ScriptedWindows/ImportTable/ImportPatch.h"
+#include "ScriptedWindows/ImportTable/OnlyOne.h"
 
 // Notes the threads that the module starts while this lives. At its end it waits for all of them, since the module is
-// about to lose what a test replaced; one that does not end within 10 seconds fails the test. Declare it last.
-class ThreadWatch {
+// about to lose what a test replaced; it complains of one that does not end within 10 seconds. Declare it last.
+class ThreadWatch : public OnlyOne<ThreadWatch> {
  public:
   struct Start {
     const SECURITY_ATTRIBUTES* security;
@@ -23,8 +24,6 @@ class ThreadWatch {
 
   explicit ThreadWatch(HMODULE module);
   ~ThreadWatch();
-  ThreadWatch(const ThreadWatch&) = delete;
-  ThreadWatch& operator=(const ThreadWatch&) = delete;
 
   std::size_t Count() const;
   Start At(std::size_t index) const;

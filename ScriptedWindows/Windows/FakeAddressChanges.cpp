@@ -1,15 +1,11 @@
 #include "ScriptedWindows/Windows/FakeAddressChanges.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <utility>
 
 namespace {
-
-FakeAddressChanges* g_current = nullptr;
 
 HANDLE const kHandle = reinterpret_cast<HANDLE>(std::uintptr_t{0xADD0});
 
@@ -18,21 +14,13 @@ constexpr ULONG_PTR kStatusCancelled = 0xC0000120;
 
 }  // namespace
 
-FakeAddressChanges& FakeAddressChanges::Current() { return *g_current; }
-
 FakeAddressChanges::FakeAddressChanges(HMODULE module)
     : m_notify(module, "NotifyAddrChange", &Notify),
       m_cancel(module, "CancelIPChangeNotify", &Cancel),
       m_getResult(module, "GetOverlappedResult", &GetResult),
-      m_closeEvent(module, "WSACloseEvent", &CloseEvent) {
-  EXPECT_EQ(g_current, nullptr) << "there are fake address changes already";
-  g_current = this;
-}
+      m_closeEvent(module, "WSACloseEvent", &CloseEvent) {}
 
-FakeAddressChanges::~FakeAddressChanges() {
-  EXPECT_EQ(m_pending.size(), 0u) << "requests are still pending";
-  g_current = nullptr;
-}
+FakeAddressChanges::~FakeAddressChanges() { Require(m_pending.size() == 0u, "requests are still pending"); }
 
 std::vector<FakeAddressChanges::Request> FakeAddressChanges::Complete() {
   std::vector<Request> completed = std::exchange(m_pending, {});
@@ -110,14 +98,14 @@ DWORD WINAPI FakeAddressChanges::Notify(HANDLE* handle, OVERLAPPED* overlapped) 
   if (hook) hook();
 
   const std::lock_guard lock(self.m_mutex);
-  EXPECT_NE(overlapped->hEvent, nullptr);
-  EXPECT_EQ(overlapped->Offset, 0u);
-  EXPECT_EQ(overlapped->OffsetHigh, 0u);
+  Require(overlapped->hEvent != nullptr);
+  Require(overlapped->Offset == 0u);
+  Require(overlapped->OffsetHigh == 0u);
   if (*handle == nullptr) {
-    EXPECT_EQ(overlapped->Internal, 0u);
-    EXPECT_EQ(overlapped->InternalHigh, 0u);
+    Require(overlapped->Internal == 0u);
+    Require(overlapped->InternalHigh == 0u);
   } else {
-    EXPECT_EQ(*handle, kHandle) << "a handle that nobody gave out";
+    Require(*handle == kHandle, "a handle that nobody gave out");
   }
   Answer answer{ERROR_IO_PENDING, ERROR_IO_PENDING, true};
   if (!self.m_unmarked && self.PendingOn(overlapped, false) != 0)
@@ -158,10 +146,10 @@ BOOL WINAPI FakeAddressChanges::Cancel(OVERLAPPED* overlapped) {
 BOOL WINAPI FakeAddressChanges::GetResult(HANDLE handle, OVERLAPPED* overlapped, DWORD*, BOOL wait) {
   FakeAddressChanges& self = Current();
   const std::lock_guard lock(self.m_mutex);
-  EXPECT_EQ(handle, kHandle);
-  EXPECT_TRUE(wait) << "a withdrawal takes its time";
+  Require(handle == kHandle);
+  Require(wait, "a withdrawal takes its time");
   if (self.PendingOn(overlapped, true) == 0) {
-    EXPECT_EQ(self.PendingOn(overlapped, false), 0u) << "a wait for a request that nobody completes";
+    Require(self.PendingOn(overlapped, false) == 0u, "a wait for a request that nobody completes");
     return TRUE;
   }
   std::erase_if(self.m_pending,
@@ -177,7 +165,7 @@ BOOL WINAPI FakeAddressChanges::CloseEvent(WSAEVENT event) {
   {
     const std::lock_guard lock(self.m_mutex);
     for (const Request& request : self.m_pending)
-      EXPECT_NE(request.overlapped->hEvent, event) << "requests pend on an event that is closed";
+      Require(request.overlapped->hEvent != event, "requests pend on an event that is closed");
   }
   return self.m_closeEvent.Original<BOOL WINAPI(WSAEVENT)>()(event);
 }

@@ -13,16 +13,17 @@
 #include <vector>
 
 #include "ScriptedWindows/ImportTable/ImportPatch.h"
+#include "ScriptedWindows/ImportTable/OnlyOne.h"
 
 // While it lives, NotifyAddrChange, CancelIPChangeNotify and GetOverlappedResult of the module answer as Windows
 // documents it: a request resets the event and stays pending on its OVERLAPPED until a change completes it or it is
 // withdrawn; a withdrawal takes effect only when it has been waited for; a second request on an OVERLAPPED whose first
 // one pends is refused as an invalid parameter.
 //
-// Fails the test when the protocol is broken: other arguments than the documented ones, a first OVERLAPPED that is not
+// Complains when the protocol is broken: other arguments than the documented ones, a first OVERLAPPED that is not
 // zero, an event that is closed while requests pend on it (a later change would be written into memory that is used for
 // something else by then), or a wait that would never end. The event's manual reset is relied on.
-class FakeAddressChanges {
+class FakeAddressChanges : public OnlyOne<FakeAddressChanges> {
  public:
   struct Answer {
     DWORD result;
@@ -32,8 +33,6 @@ class FakeAddressChanges {
 
   explicit FakeAddressChanges(HMODULE module);
   ~FakeAddressChanges();
-  FakeAddressChanges(const FakeAddressChanges&) = delete;
-  FakeAddressChanges& operator=(const FakeAddressChanges&) = delete;
 
   // An address changes: every pending request is completed.
   void Fire();
@@ -65,7 +64,6 @@ class FakeAddressChanges {
     OVERLAPPED* overlapped;
     bool withdrawn;
   };
-  static FakeAddressChanges& Current();
   std::size_t PendingOn(const OVERLAPPED* overlapped, bool withdrawn) const;
   std::vector<Request> Complete();
 

@@ -1,7 +1,5 @@
 #include "ScriptedWindows/Windows/FakeAddressTable.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <utility>
 
@@ -9,19 +7,12 @@
 
 namespace {
 
-FakeAddressTable* g_current = nullptr;
-
 constexpr std::uint32_t kLoopback = 0x0100007f;
 
 }  // namespace
 
 FakeAddressTable::FakeAddressTable(HMODULE module)
-    : m_rows{Row(kLoopback)}, m_patch(module, "GetIpAddrTable", &GetTable) {
-  EXPECT_EQ(g_current, nullptr) << "there is a fake address table already";
-  g_current = this;
-}
-
-FakeAddressTable::~FakeAddressTable() { g_current = nullptr; }
+    : m_rows{Row(kLoopback)}, m_patch(module, "GetIpAddrTable", &GetTable) {}
 
 MIB_IPADDRROW FakeAddressTable::Row(std::uint32_t address, std::uint32_t ifIndex, std::uint32_t mask) {
   MIB_IPADDRROW row{};
@@ -58,7 +49,7 @@ std::size_t FakeAddressTable::Calls() const {
 }
 
 DWORD WINAPI FakeAddressTable::GetTable(MIB_IPADDRTABLE* table, ULONG* bytes, BOOL) {
-  FakeAddressTable& self = *g_current;
+  FakeAddressTable& self = Current();
   std::function<void()> hook;
   {
     const HeapWatch::Pause pause;

@@ -12,17 +12,14 @@
 #include <vector>
 
 #include "ScriptedWindows/ImportTable/ImportPatch.h"
+#include "ScriptedWindows/ImportTable/OnlyOne.h"
 
 // While it lives, GetIpAddrTable of the module answers from here: with the size that it needs when there is no buffer
-// or too small a one. The table and the answers may be changed at any time and from any thread. One at a time in a
-// process.
-class FakeAddressTable {
+// or too small a one. The table and the answers may be changed at any time and from any thread.
+class FakeAddressTable : public OnlyOne<FakeAddressTable> {
  public:
   // One address, 127.0.0.1.
   explicit FakeAddressTable(HMODULE module);
-  ~FakeAddressTable();
-  FakeAddressTable(const FakeAddressTable&) = delete;
-  FakeAddressTable& operator=(const FakeAddressTable&) = delete;
 
   static MIB_IPADDRROW Row(std::uint32_t address, std::uint32_t ifIndex = 1, std::uint32_t mask = 0x00ffffff);
 

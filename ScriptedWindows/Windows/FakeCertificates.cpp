@@ -1,7 +1,5 @@
 #include "ScriptedWindows/Windows/FakeCertificates.h"
 
-#include <gtest/gtest.h>
-
 // schannel.h does not include what it needs.
 #include <subauth.h>
 
@@ -11,16 +9,7 @@
 #include <cwchar>
 #include <format>
 
-namespace {
-
-FakeCertificates* current = nullptr;
-
-}  // namespace
-
-FakeCertificates& FakeCertificates::Current() { return *current; }
-
 FakeCertificates::FakeCertificates(WindowsScript& script) : m_script(script) {
-  current = this;
   const HMODULE module = script.Module();
   m_patches.emplace_back(module, "CertOpenStore", &FakeCertificates::OpenStore);
   m_patches.emplace_back(module, "CertCloseStore", &FakeCertificates::CloseStore);
@@ -32,29 +21,24 @@ FakeCertificates::FakeCertificates(WindowsScript& script) : m_script(script) {
   m_patches.emplace_back(module, "WinHttpQueryOption", &FakeCertificates::QueryOption);
 }
 
-FakeCertificates::~FakeCertificates() {
-  while (!m_patches.empty()) m_patches.pop_back();
-  current = nullptr;
-}
-
 HCERTSTORE WINAPI FakeCertificates::OpenStore(LPCSTR provider, DWORD encoding, HCRYPTPROV_LEGACY cryptography,
                                               DWORD flags, const void* name) {
   const HeapWatch::Pause pause;
   WindowsScript& script = Current().m_script;
-  EXPECT_EQ(provider, CERT_STORE_PROV_SYSTEM_W);
-  EXPECT_EQ(encoding, 0u);
-  EXPECT_EQ(cryptography, 0u);
+  Require(provider == CERT_STORE_PROV_SYSTEM_W);
+  Require(encoding == 0u);
+  Require(cryptography == 0u);
   if (!script.Enter("CertOpenStore", std::format("{}, {}", WindowsScript::Hex(flags),
                                                  WindowsScript::Text(static_cast<const wchar_t*>(name)))))
     return nullptr;
-  return script.Open("store");
+  return script.Open("store", "CertCloseStore");
 }
 
 BOOL WINAPI FakeCertificates::CloseStore(HCERTSTORE store, DWORD flags) {
   const HeapWatch::Pause pause;
   WindowsScript& script = Current().m_script;
   script.Note("CertCloseStore", std::format("{}, {}", script.Name(store), flags));
-  script.Close("store", store);
+  script.Closed("CertCloseStore", store);
   return TRUE;
 }
 
@@ -64,20 +48,20 @@ PCCERT_CHAIN_CONTEXT WINAPI FakeCertificates::FindChain(HCERTSTORE store, DWORD 
   FakeCertificates& self = Current();
   WindowsScript& script = self.m_script;
   const auto& by = *static_cast<const CERT_CHAIN_FIND_BY_ISSUER_PARA*>(parameters);
-  EXPECT_EQ(by.cbSize, 56u);
-  EXPECT_EQ(by.pszUsageIdentifier, nullptr);
-  EXPECT_EQ(by.dwKeySpec, 0u);
-  EXPECT_EQ(by.dwAcquirePrivateKeyFlags, 0u);
-  EXPECT_EQ(by.cIssuer, self.issuers);
-  EXPECT_EQ(by.rgIssuer, self.issuers == 0 ? nullptr : &self.m_issuer);
-  EXPECT_EQ(by.pfnFindCallback, nullptr);
+  Require(by.cbSize == 56u);
+  Require(by.pszUsageIdentifier == nullptr);
+  Require(by.dwKeySpec == 0u);
+  Require(by.dwAcquirePrivateKeyFlags == 0u);
+  Require(by.cIssuer == self.issuers);
+  Require(by.rgIssuer == (self.issuers == 0 ? nullptr : &self.m_issuer));
+  Require(by.pfnFindCallback == nullptr);
   script.Name(self.m_list);  // still to be open
   const bool enters =
       script.Enter("CertFindChainInStore", std::format("{}, {}, {}, {}, after {}", script.Name(store), encoding,
                                                        WindowsScript::Hex(flags), type, script.Name(previous)));
   // Found or not, the search frees the chain that it continues from.
   const auto from = std::ranges::find(self.m_chains, previous, [](const Chain& chain) { return &chain.context; });
-  if (previous != nullptr) script.Close("chain", previous);
+  if (previous != nullptr) script.Closed("CertFreeCertificateChain", previous);
   if (!enters) return nullptr;
   // As documented for searches that go on from an earlier find: it must be of the store that is searched.
   if (from != self.m_chains.end() && from->store != store) {
@@ -97,38 +81,34 @@ PCCERT_CHAIN_CONTEXT WINAPI FakeCertificates::FindChain(HCERTSTORE store, DWORD 
   chain.simples[0] = &chain.simple;
   chain.context.cChain = 1;
   chain.context.rgpChain = chain.simples;
-  script.OpenAt("chain", &chain.context);
+  script.OpenAt("chain", "CertFreeCertificateChain", &chain.context);
   return &chain.context;
 }
 
 void WINAPI FakeCertificates::FreeChain(PCCERT_CHAIN_CONTEXT chain) {
   const HeapWatch::Pause pause;
-  WindowsScript& script = Current().m_script;
-  script.Note("CertFreeCertificateChain", script.Name(chain));
-  script.Close("chain", chain);
+  Current().m_script.Close("CertFreeCertificateChain", chain);
 }
 
 PCCERT_CONTEXT WINAPI FakeCertificates::DuplicateCertificate(PCCERT_CONTEXT certificate) {
   const HeapWatch::Pause pause;
   FakeCertificates& self = Current();
-  EXPECT_EQ(certificate, &self.m_chains.back().certificate) << "the first element of the first simple chain is taken";
+  Require(certificate == &self.m_chains.back().certificate, "the first element of the first simple chain is taken");
   self.m_script.Note("CertDuplicateCertificateContext");
-  self.m_script.OpenAt("certificate", &self.m_duplicates.emplace_back());
+  self.m_script.OpenAt("certificate", "CertFreeCertificateContext", &self.m_duplicates.emplace_back());
   return &self.m_duplicates.back();
 }
 
 BOOL WINAPI FakeCertificates::FreeCertificate(PCCERT_CONTEXT certificate) {
   const HeapWatch::Pause pause;
-  WindowsScript& script = Current().m_script;
-  script.Note("CertFreeCertificateContext", script.Name(certificate));
-  script.Close("certificate", certificate);
+  Current().m_script.Close("CertFreeCertificateContext", certificate);
   return TRUE;
 }
 
 DWORD WINAPI FakeCertificates::NameToText(DWORD encoding, PCERT_NAME_BLOB name, DWORD type, LPWSTR text, DWORD size) {
   const HeapWatch::Pause pause;
   FakeCertificates& self = Current();
-  EXPECT_EQ(name, &self.m_issuer);
+  Require(name == &self.m_issuer);
   if (!self.m_script.Enter("CertNameToStrW", std::format("{}, {}, {}", encoding, type, size))) return 1;
   // As the real one: the text is cut to fit and always terminated.
   const std::wstring fitting = self.issuerName.substr(0, size - 1);
@@ -139,7 +119,7 @@ DWORD WINAPI FakeCertificates::NameToText(DWORD encoding, PCERT_NAME_BLOB name, 
 BOOL WINAPI FakeCertificates::QueryOption(HINTERNET request, DWORD option, LPVOID value, LPDWORD size) {
   const HeapWatch::Pause pause;
   FakeCertificates& self = Current();
-  EXPECT_EQ(*size, 8u);
+  Require(*size == 8u);
   const bool enters =
       self.m_script.Enter("WinHttpQueryOption", std::format("{}, {}", self.m_script.Name(request), option));
   if (!enters) return FALSE;

@@ -6,12 +6,9 @@
 #include <wincrypt.h>
 #include <winhttp.h>
 
-class FakeCertificates {
+class FakeCertificates : public OnlyOne<FakeCertificates> {
  public:
   explicit FakeCertificates(WindowsScript& script);
-  ~FakeCertificates();
-  FakeCertificates(const FakeCertificates&) = delete;
-  FakeCertificates& operator=(const FakeCertificates&) = delete;
 
   // How many certificates of the store match.
   std::size_t matching = 1;
@@ -32,7 +29,6 @@ class FakeCertificates {
     CERT_CHAIN_CONTEXT context{};
   };
 
-  static FakeCertificates& Current();
   static HCERTSTORE WINAPI OpenStore(LPCSTR, DWORD, HCRYPTPROV_LEGACY, DWORD, const void*);
   static BOOL WINAPI CloseStore(HCERTSTORE, DWORD);
   static PCCERT_CHAIN_CONTEXT WINAPI FindChain(HCERTSTORE, DWORD, DWORD, DWORD, const void*, PCCERT_CHAIN_CONTEXT);

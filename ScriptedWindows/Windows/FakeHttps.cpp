@@ -1,21 +1,14 @@
 #include "ScriptedWindows/Windows/FakeHttps.h"
 
-#include <gtest/gtest.h>
-
 #include <format>
 
 namespace {
-
-FakeHttps* current = nullptr;
 
 std::string Text(const wchar_t* text) { return WindowsScript::Text(text); }
 
 }  // namespace
 
-FakeHttps& FakeHttps::Current() { return *current; }
-
 FakeHttps::FakeHttps(WindowsScript& script) : m_script(script) {
-  current = this;
   const HMODULE module = script.Module();
   m_patches.emplace_back(module, "WinHttpOpen", &FakeHttps::Open);
   m_patches.emplace_back(module, "WinHttpConnect", &FakeHttps::Connect);
@@ -34,8 +27,6 @@ FakeHttps::FakeHttps(WindowsScript& script) : m_script(script) {
 
 FakeHttps::~FakeHttps() {
   for (std::thread& thread : m_threads) thread.join();
-  while (!m_patches.empty()) m_patches.pop_back();
-  current = nullptr;
 }
 
 HINTERNET WINAPI FakeHttps::Open(LPCWSTR agent, DWORD access, LPCWSTR proxy, LPCWSTR bypass, DWORD flags) {
@@ -45,7 +36,7 @@ HINTERNET WINAPI FakeHttps::Open(LPCWSTR agent, DWORD access, LPCWSTR proxy, LPC
                                                WindowsScript::Hex(flags))))
     return nullptr;
   Current().m_asynchronous = (flags & WINHTTP_FLAG_ASYNC) != 0;
-  return script.Open("session");
+  return script.Open("session", "WinHttpCloseHandle");
 }
 
 HINTERNET WINAPI FakeHttps::Connect(HINTERNET session, LPCWSTR host, INTERNET_PORT port, DWORD) {
@@ -53,14 +44,14 @@ HINTERNET WINAPI FakeHttps::Connect(HINTERNET session, LPCWSTR host, INTERNET_PO
   WindowsScript& script = Current().m_script;
   if (!script.Enter("WinHttpConnect", std::format("{}, {}, {}", script.Name(session), Text(host), port)))
     return nullptr;
-  return script.Open("connection");
+  return script.Open("connection", "WinHttpCloseHandle");
 }
 
 HINTERNET WINAPI FakeHttps::OpenRequest(HINTERNET connection, LPCWSTR verb, LPCWSTR object, LPCWSTR version,
                                         LPCWSTR referrer, LPCWSTR* types, DWORD flags) {
   const HeapWatch::Pause pause;
   WindowsScript& script = Current().m_script;
-  EXPECT_EQ(types, nullptr);
+  Require(types == nullptr);
   if (!script.Enter("WinHttpOpenRequest",
                     std::format("{}, {}, {}, {}, {}, {}", script.Name(connection), Text(verb), Text(object),
                                 Text(version), Text(referrer), WindowsScript::Hex(flags))))
@@ -69,7 +60,7 @@ HINTERNET WINAPI FakeHttps::OpenRequest(HINTERNET connection, LPCWSTR verb, LPCW
   self.m_callback = nullptr;
   self.m_reportFlags = 0;
   self.m_context = 0;
-  return self.m_request = script.Open("request");
+  return self.m_request = script.Open("request", "WinHttpCloseHandle");
 }
 
 WINHTTP_STATUS_CALLBACK WINAPI FakeHttps::SetStatusCallback(HINTERNET request, WINHTTP_STATUS_CALLBACK callback,
@@ -96,7 +87,7 @@ BOOL WINAPI FakeHttps::SetOption(HINTERNET request, DWORD option, LPVOID value, 
   std::string text;
   switch (option) {
     case WINHTTP_OPTION_CONTEXT_VALUE:
-      EXPECT_NE(*static_cast<DWORD_PTR*>(value), 0u);
+      Require(*static_cast<DWORD_PTR*>(value) != 0u);
       text = "context";
       break;
     case WINHTTP_OPTION_PROXY: {
@@ -112,7 +103,7 @@ BOOL WINAPI FakeHttps::SetOption(HINTERNET request, DWORD option, LPVOID value, 
       text = WindowsScript::Text(std::wstring(static_cast<const wchar_t*>(value), size));
       break;
     default:
-      ADD_FAILURE() << "an unexpected option was set: " << option;
+      Complain("an unexpected option was set: " + std::to_string(option));
   }
   if (!script.Enter("WinHttpSetOption", std::format("{}, {}, {}, {}", script.Name(request), option, text, size)))
     return FALSE;
@@ -124,7 +115,7 @@ BOOL WINAPI FakeHttps::SetCredentials(HINTERNET request, DWORD target, DWORD sch
                                       LPVOID parameters) {
   const HeapWatch::Pause pause;
   WindowsScript& script = Current().m_script;
-  EXPECT_EQ(parameters, nullptr);
+  Require(parameters == nullptr);
   return script.Enter("WinHttpSetCredentials", std::format("{}, {}, {}, {}, {}", script.Name(request), target, scheme,
                                                            Text(user), Text(password)));
 }
@@ -133,9 +124,9 @@ BOOL WINAPI FakeHttps::SendRequest(HINTERNET request, LPCWSTR headers, DWORD hea
                                    DWORD bodyLength, DWORD totalLength, DWORD_PTR context) {
   const HeapWatch::Pause pause;
   FakeHttps& self = Current();
-  EXPECT_EQ(headers, nullptr);
-  EXPECT_EQ(body, nullptr);
-  EXPECT_EQ(headersLength + bodyLength + totalLength + context, 0u);
+  Require(headers == nullptr);
+  Require(body == nullptr);
+  Require(headersLength + bodyLength + totalLength + context == 0u);
   const bool enters = self.m_script.Enter("WinHttpSendRequest",
                                           self.m_script.Name(request) + (self.impersonating() ? ", as the user" : ""));
   if (!enters) return FALSE;
@@ -148,7 +139,7 @@ BOOL WINAPI FakeHttps::SendRequest(HINTERNET request, LPCWSTR headers, DWORD hea
 BOOL WINAPI FakeHttps::ReceiveResponse(HINTERNET request, LPVOID reserved) {
   const HeapWatch::Pause pause;
   FakeHttps& self = Current();
-  EXPECT_EQ(reserved, nullptr);
+  Require(reserved == nullptr);
   if (!self.m_script.Enter("WinHttpReceiveResponse", self.m_script.Name(request))) return FALSE;
   return self.Finish(self.m_answer.receiveError, WINHTTP_CALLBACK_STATUS_HEADERS_AVAILABLE);
 }
@@ -157,10 +148,10 @@ BOOL WINAPI FakeHttps::QueryHeaders(HINTERNET request, DWORD level, LPCWSTR name
                                     LPDWORD index) {
   const HeapWatch::Pause pause;
   FakeHttps& self = Current();
-  EXPECT_EQ(name, nullptr);
-  EXPECT_EQ(index, nullptr);
-  EXPECT_EQ(*size, sizeof(DWORD));
-  EXPECT_EQ(*static_cast<DWORD*>(buffer), 0u) << "a failed query must leave 0";
+  Require(name == nullptr);
+  Require(index == nullptr);
+  Require(*size == sizeof(DWORD));
+  Require(*static_cast<DWORD*>(buffer) == 0u, "a failed query must leave 0");
   const bool enters = self.m_script.Enter(
       "WinHttpQueryHeaders", std::format("{}, {}", self.m_script.Name(request), WindowsScript::Hex(level)));
   if (!enters || !self.m_answer.status) return FALSE;
@@ -203,12 +194,7 @@ BOOL WINAPI FakeHttps::GetProxyForUrl(HINTERNET session, LPCWSTR url, WINHTTP_AU
 BOOL WINAPI FakeHttps::CloseHandle(HINTERNET handle) {
   const HeapWatch::Pause pause;
   FakeHttps& self = Current();
-  const std::string name = self.m_script.Name(handle);
-  self.m_script.Note("WinHttpCloseHandle", name);
-  std::string kind = name;
-  while (!kind.empty() && kind.back() >= '0' && kind.back() <= '9') kind.pop_back();
-  EXPECT_TRUE(kind == "session" || kind == "connection" || kind == "request") << name << " is not WinHTTP's";
-  self.m_script.Close(kind, handle);
+  self.m_script.Close("WinHttpCloseHandle", handle);
   if (handle == self.m_request) self.ReportSoon(WINHTTP_CALLBACK_STATUS_HANDLE_CLOSING, 0);
   return TRUE;
 }

@@ -33,12 +33,10 @@ enum class Reports {
   kNever,  // neither a completion nor the closing of the handle
 };
 
-class FakeHttps {
+class FakeHttps : public OnlyOne<FakeHttps> {
  public:
   explicit FakeHttps(WindowsScript& script);
   ~FakeHttps();
-  FakeHttps(const FakeHttps&) = delete;
-  FakeHttps& operator=(const FakeHttps&) = delete;
 
   // One answer a send; the last is repeated. Without any, every request gets status 200.
   std::deque<HttpsAnswer> answers;
@@ -56,7 +54,6 @@ class FakeHttps {
   void Report(DWORD status, void* information);
 
  private:
-  static FakeHttps& Current();
   static HINTERNET WINAPI Open(LPCWSTR, DWORD, LPCWSTR, LPCWSTR, DWORD);
   static HINTERNET WINAPI Connect(HINTERNET, LPCWSTR, INTERNET_PORT, DWORD);
   static HINTERNET WINAPI OpenRequest(HINTERNET, LPCWSTR, LPCWSTR, LPCWSTR, LPCWSTR, LPCWSTR*, DWORD);

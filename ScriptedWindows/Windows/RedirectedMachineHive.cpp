@@ -1,10 +1,9 @@
 #include "ScriptedWindows/Windows/RedirectedMachineHive.h"
 
-#include <gtest/gtest.h>
-
 #include <cstdlib>
 
-#include "ScriptedWindows/Windows/UniqueName.h"
+#include "ScriptedWindows/Complaint.h"
+#include "ScriptedWindows/UniqueName.h"
 
 namespace {
 
@@ -19,18 +18,18 @@ void Remove() {
   LivingPath().clear();
 }
 
+void Check(LSTATUS status) { Require(status == ERROR_SUCCESS, "the registry refuses"); }
+
 }  // namespace
 
 RedirectedMachineHive::RedirectedMachineHive() : m_path(L"Software\\QeLaLibTests-" + UniqueName()) {
-  EXPECT_EQ(LivingPath(), L"") << "two hives in one process";
+  Require(LivingPath() == L"", "there are two hives in one process");
   LivingPath() = m_path;
   static const int s_registered = std::atexit(&Remove);
-  EXPECT_EQ(s_registered, 0);
+  Require(s_registered == 0, "the hive cannot be removed at the end");
   ::RegDeleteTreeW(HKEY_CURRENT_USER, m_path.c_str());  // of an earlier process with this number, if it crashed
-  EXPECT_EQ(
-      ::RegCreateKeyExW(HKEY_CURRENT_USER, m_path.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &m_key, nullptr),
-      ERROR_SUCCESS);
-  EXPECT_EQ(::RegOverridePredefKey(HKEY_LOCAL_MACHINE, m_key), ERROR_SUCCESS);
+  Check(::RegCreateKeyExW(HKEY_CURRENT_USER, m_path.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &m_key, nullptr));
+  Check(::RegOverridePredefKey(HKEY_LOCAL_MACHINE, m_key));
 }
 
 RedirectedMachineHive::~RedirectedMachineHive() {
@@ -39,10 +38,9 @@ RedirectedMachineHive::~RedirectedMachineHive() {
   Remove();
 }
 
-void RedirectedMachineHive::Set(const std::wstring& path, const std::wstring& name, DWORD type,
-                                const std::vector<std::uint8_t>& bytes) {
-  EXPECT_EQ(::RegSetKeyValueW(m_key, path.c_str(), name.c_str(), type, bytes.data(), static_cast<DWORD>(bytes.size())),
-            ERROR_SUCCESS);
+void RedirectedMachineHive::Set(const std::wstring& path, const std::wstring& name, DWORD type, const void* data,
+                                std::size_t bytes) {
+  Check(::RegSetKeyValueW(m_key, path.c_str(), name.c_str(), type, data, static_cast<DWORD>(bytes)));
 }
 
 bool RedirectedMachineHive::HasKey(const std::wstring& path) const {
@@ -60,6 +58,6 @@ std::optional<std::vector<std::uint8_t>> RedirectedMachineHive::Value(const std:
   DWORD size = 0;
   if (get(nullptr, size) != ERROR_SUCCESS) return std::nullopt;
   std::vector<std::uint8_t> bytes(size);
-  EXPECT_EQ(get(bytes.data(), size), ERROR_SUCCESS);
+  Check(get(bytes.data(), size));
   return bytes;
 }

@@ -22,7 +22,7 @@ class RedirectedMachineHive {
   const std::wstring& Path() const { return m_path; }
 
   // Its keys and values. Set makes the key.
-  void Set(const std::wstring& path, const std::wstring& name, DWORD type, const std::vector<std::uint8_t>& bytes);
+  void Set(const std::wstring& path, const std::wstring& name, DWORD type, const void* data, std::size_t bytes);
   bool HasKey(const std::wstring& path) const;
   std::optional<std::vector<std::uint8_t>> Value(const std::wstring& path, const std::wstring& name) const;
 

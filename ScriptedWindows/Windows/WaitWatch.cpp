@@ -1,24 +1,11 @@
 #include "ScriptedWindows/Windows/WaitWatch.h"
 
-#include <gtest/gtest.h>
-
 #include <chrono>
 #include <utility>
 
 #include "ScriptedWindows/ImportTable/HeapWatch.h"
 
-namespace {
-
-WaitWatch* g_current = nullptr;
-
-}  // namespace
-
-WaitWatch::WaitWatch(HMODULE module) : m_patch(module, "WaitForMultipleObjects", &WaitForMultiple) {
-  EXPECT_EQ(g_current, nullptr) << "there is a wait watch already";
-  g_current = this;
-}
-
-WaitWatch::~WaitWatch() { g_current = nullptr; }
+WaitWatch::WaitWatch(HMODULE module) : m_patch(module, "WaitForMultipleObjects", &WaitForMultiple) {}
 
 std::size_t WaitWatch::Count() const {
   const std::lock_guard lock(m_mutex);
@@ -59,7 +46,7 @@ void WaitWatch::Answer(std::size_t times, DWORD result, DWORD error) {
 }
 
 DWORD WINAPI WaitWatch::WaitForMultiple(DWORD count, const HANDLE* handles, BOOL all, DWORD ms) {
-  WaitWatch& self = *g_current;
+  WaitWatch& self = Current();
   std::function<void()> hook;
   {
     const HeapWatch::Pause pause;

@@ -11,9 +11,10 @@
 #include <vector>
 
 #include "ScriptedWindows/ImportTable/ImportPatch.h"
+#include "ScriptedWindows/ImportTable/OnlyOne.h"
 
-// Notes the calls of WaitForMultipleObjects that the module makes while this lives. One at a time in a process.
-class WaitWatch {
+// Notes the calls of WaitForMultipleObjects that the module makes while this lives.
+class WaitWatch : public OnlyOne<WaitWatch> {
  public:
   struct Wait {
     std::vector<HANDLE> handles;
@@ -22,9 +23,6 @@ class WaitWatch {
   };
 
   explicit WaitWatch(HMODULE module);
-  ~WaitWatch();
-  WaitWatch(const WaitWatch&) = delete;
-  WaitWatch& operator=(const WaitWatch&) = delete;
 
   // How many waits have begun, and what they were.
   std::size_t Count() const;

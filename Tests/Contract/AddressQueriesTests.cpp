@@ -17,7 +17,8 @@
 #include <vector>
 
 #include "ScriptedWindows/ImportTable/ImportPatch.h"
-#include "ScriptedWindows/Windows/WinsockFakes.h"
+#include "ScriptedWindows/Windows/OfflineAddrInfo.h"
+#include "ScriptedWindows/Windows/WinsockCounter.h"
 #include "Tests/Contract/ServiceTest.h"
 
 namespace {

@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-#include "ScriptedWindows/ImportTable/HandleLedger.h"
+#include "ScriptedWindows/ImportTable/HandleWatch.h"
 #include "Tests/Contract/ServiceTest.h"
 
 namespace {
@@ -206,7 +206,7 @@ TEST_F(Calculation, OfTwoLocationsWithOneIdTheFirstTakesBothResults) {
 }
 
 TEST_F(Calculation, SuffixThatIsNoValidExpressionMatchesNothingAndEndsNothing) {
-  const HandleLedger ledger(Module());
+  const HandleWatch ledger(Module());
   LoadSet({WithTexts("A", LCT_DNS_SUFFIX, {"[*"}),
            WithTexts("B", LCT_DNS_SUFFIX, {"(*.example", "corp.example"}),
            {.id = "C"}});

@@ -16,7 +16,7 @@
 #include <utility>
 #include <vector>
 
-#include "ScriptedWindows/ImportTable/HandleLedger.h"
+#include "ScriptedWindows/ImportTable/HandleWatch.h"
 #include "ScriptedWindows/ImportTable/ThreadWatch.h"
 #include "ScriptedWindows/Windows/FakeAddressChanges.h"
 #include "ScriptedWindows/Windows/FakeAddressTable.h"
@@ -195,7 +195,7 @@ class DiscoveryTest : public ServiceTest {
   FakeAddressChanges m_changes{Module()};
   FakeAddressTable m_table{Module()};
   WaitWatch m_waits{Module()};
-  HandleLedger m_ledger{Module()};
+  HandleWatch m_ledger{Module()};
   ThreadWatch m_threads{Module()};
   std::shared_ptr<_IQeLaApiSmart> m_service;
 };

@@ -186,7 +186,7 @@ TEST_F(Discovery, SaveSignalsBeforeTheSetIsWritten) {
   Store(L"A", kOfficeGateway);
   Join({kOffice});
   StartDiscovery();
-  m_registry.Fail("RegCreateKeyExW", ERROR_ACCESS_DENIED);
+  m_registry.FailAlways("RegCreateKeyExW", ERROR_ACCESS_DENIED);
   EXPECT_FALSE(Service().Save());
   ExpectCallbackWith({L"A"});
 }

@@ -12,10 +12,11 @@
 #include <string>
 #include <vector>
 
-#include "ScriptedWindows/ImportTable/HandleLedger.h"
+#include "ScriptedWindows/ImportTable/HandleWatch.h"
 #include "ScriptedWindows/ImportTable/HeapWatch.h"
+#include "ScriptedWindows/Windows/ScriptedRegistry.h"
 #include "Tests/Contract/DiscoveryTest.h"
-#include "Tests/Support/FakeRegistry.h"
+#include "Tests/Support/StoredSet.h"
 
 namespace {
 
@@ -147,7 +148,7 @@ TEST_F(FailureInjection, OperationsLeaveNothingBehindAndTheServiceWorksOn) {
         {"StopDiscovery", [&] { service.StopDiscovery(); }}};
     for (const auto& [name, operation] : operations) {
       SCOPED_TRACE(std::string(instance) + "::" + name);
-      const HandleLedger ledger(Module());
+      const HandleWatch ledger(Module());
       FailEveryAllocation(
           operation,
           [&] {
@@ -197,7 +198,7 @@ TEST_F(FailureInjection, SnapshotThrowsNothingAndIsWholeOrEmpty) {
 TEST_F(FailureInjection, StartOfDiscoveryLeavesNoEventAndNoReferenceToTheLibrary) {
   const std::shared_ptr<_IQeLaApiSmart> service = m_library.SmartApi();
   const ImportPatch noThread(Module(), "CreateThread", &NoThread);
-  const HandleLedger ledger(Module());
+  const HandleWatch ledger(Module());
   int thrown = 0;
   bool finished = false;
   FailEveryAllocation(
@@ -365,7 +366,7 @@ TEST_F(FailureInjection, ConstructionInGetQeLaApiIsTriedAgainByTheNextCall) {
   g_initialize = initialize.Original<void WINAPI(CRITICAL_SECTION*)>();
   g_delete = remove.Original<void WINAPI(CRITICAL_SECTION*)>();
   g_initialised = g_deleted = 0;
-  const HandleLedger ledger(Module());
+  const HandleWatch ledger(Module());
   _IQeLaApi* service = nullptr;
   std::size_t failures = 0;
   for (std::size_t n = 0; n < kEnough && service == nullptr; ++n) {
@@ -391,7 +392,7 @@ TEST_F(FailureInjection, ConstructionInGetQeLaApiIsTriedAgainByTheNextCall) {
 
 TEST_F(FailureInjection, ConstructionInGetQeLaApiSmartIsTriedAgainByTheNextCall) {
   m_registry.Put(StoredSet());
-  const HandleLedger ledger(Module());
+  const HandleWatch ledger(Module());
   std::shared_ptr<_IQeLaApiSmart> service;
   std::size_t failures = 0;
   HeapWatch heap(Module());
@@ -417,7 +418,7 @@ class FirstCall : public ::testing::TestWithParam<bool> {
  protected:
   struct World {
     ServiceLibrary library;
-    FakeRegistry registry{library.Module()};
+    StoredRegistry registry{library.Module()};
     FakeAdapters adapters{library.Module(), ServiceTestNetwork()};
     LogRecorder log;
   };

@@ -11,8 +11,9 @@
 #include <utility>
 #include <vector>
 
+#include "ScriptedWindows/Windows/ScriptedRegistry.h"
 #include "Tests/Contract/ServiceTest.h"
-#include "Tests/Support/FakeRegistry.h"
+#include "Tests/Support/StoredSet.h"
 
 namespace {
 
@@ -64,7 +65,7 @@ int g_askedForExport = 0;
 bool g_exportIsThere = true;
 FARPROC WINAPI FakeGetProcAddress(HMODULE module, const char* name) {
   if (!IS_INTRESOURCE(name) && std::string(name) == "CisbMs") {
-    EXPECT_EQ(module, ::GetModuleHandleW(nullptr));
+    EXPECT_EQ(module, ThisProgram());
     ++g_askedForExport;
     if (!g_exportIsThere) {
       ::SetLastError(ERROR_PROC_NOT_FOUND);
@@ -337,7 +338,7 @@ TEST_F(HostComRecord, CountersRiseInsideTheLock) {
 TEST(RealCom, OfTheHostsThreadStaysInitialised) {
   LogRecorder log;
   const ServiceLibrary library;
-  FakeRegistry registry(library.Module());
+  StoredRegistry registry(library.Module());
   const FakeAdapters adapters(library.Module());
   ASSERT_EQ(::CoInitializeEx(nullptr, COINIT_MULTITHREADED), S_OK);
   const std::shared_ptr<_IQeLaApiSmart> service = library.SmartApi();

@@ -8,8 +8,9 @@
 #include <string>
 #include <vector>
 
+#include "ScriptedWindows/Windows/ScriptedRegistry.h"
 #include "Tests/Contract/ServiceTest.h"
-#include "Tests/Support/FakeRegistry.h"
+#include "Tests/Support/StoredSet.h"
 
 namespace {
 
@@ -62,14 +63,14 @@ class Restart : public ::testing::Test {
   template <typename Act>
   Bytes LeftBy(Act act) {
     const ServiceLibrary library;
-    FakeRegistry registry(library.Module());
+    StoredRegistry registry(library.Module());
     const FakeAdapters adapters(library.Module());
     act(library);
     return registry.Value().value_or(Bytes{});
   }
   static Ids FoundBy(const Bytes& left) {
     const ServiceLibrary library;
-    FakeRegistry registry(library.Module());
+    StoredRegistry registry(library.Module());
     const FakeAdapters adapters(library.Module());
     if (!left.empty()) registry.Put(left);
     Ids ids;
@@ -212,7 +213,7 @@ TEST(HostLock, IsLeftAloneByUnloading) {
   {
     ServiceLibrary library;
     {
-      FakeRegistry registry(library.Module());
+      StoredRegistry registry(library.Module());
       const FakeAdapters adapters(library.Module());
       library.SmartApi(&lock)->RemoveAllLocations();
     }

@@ -10,11 +10,13 @@
 #include <vector>
 
 #include "ScriptedWindows/Windows/AdapterList.h"
-#include "Tests/Support/FakeRegistry.h"
+#include "ScriptedWindows/Windows/FakeAdapters.h"
+#include "ScriptedWindows/Windows/ScriptedRegistry.h"
 #include "Tests/Support/LocationBlob.h"
 #include "Tests/Support/LogRecorder.h"
 #include "Tests/Support/OtherThread.h"
 #include "Tests/Support/ServiceLibrary.h"
+#include "Tests/Support/StoredSet.h"
 
 class ServiceTest : public ::testing::Test {
  protected:
@@ -82,7 +84,7 @@ class ServiceTest : public ::testing::Test {
   HMODULE Module() const { return m_library.Module(); }
 
   ServiceLibrary m_library;
-  FakeRegistry m_registry{m_library.Module()};
+  StoredRegistry m_registry{m_library.Module()};
   FakeAdapters m_adapters{m_library.Module(), OfficeNetwork()};
   LogRecorder m_log;
 };

@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "ScriptedWindows/Windows/RedirectedMachineHive.h"
+#include "ScriptedWindows/Windows/ScriptedRegistry.h"
 #include "Tests/Contract/ServiceTest.h"
-#include "Tests/Support/FakeRegistry.h"
 #include "Tests/Support/StoredSet.h"
 
 namespace {
@@ -36,7 +36,7 @@ class Storage : public ServiceTest {
  protected:
   std::vector<std::string> CallNames() const {
     std::vector<std::string> names;
-    for (const FakeRegistry::Call& call : m_registry.Calls()) names.push_back(call.function);
+    for (const ScriptedRegistry::Call& call : m_registry.Calls()) names.push_back(call.function);
     return names;
   }
   std::shared_ptr<_IQeLaApiSmart> Service() {
@@ -91,30 +91,30 @@ TEST_F(Storage, SaveOpensTheKeyThatIsThere) {
 TEST_F(Storage, SaveTriesToMakeTheKeyAlsoWhenOpeningIsDenied) {
   m_registry.MakeEmptyKey();
   const std::shared_ptr<_IQeLaApiSmart> service = Service();
-  m_registry.Fail("RegOpenKeyExW", ERROR_ACCESS_DENIED);
+  m_registry.FailAlways("RegOpenKeyExW", ERROR_ACCESS_DENIED);
   EXPECT_TRUE(service->Save());
   EXPECT_EQ(m_registry.Value(), kEmptySet);
 }
 
 TEST_F(Storage, SaveFailsWithTheKeyTheValueOrTheFlush) {
   const std::shared_ptr<_IQeLaApiSmart> service = Service();
-  m_registry.Fail("RegCreateKeyExW", ERROR_ACCESS_DENIED);
+  m_registry.FailAlways("RegCreateKeyExW", ERROR_ACCESS_DENIED);
   EXPECT_FALSE(service->Save());
   EXPECT_EQ(CallNames(), (Names{"RegOpenKeyExW", "RegCreateKeyExW"}));
 
-  m_registry.StopFailing();
+  m_registry.HealAll();
   m_registry.ClearCalls();
-  m_registry.Fail("RegSetValueExW", ERROR_ACCESS_DENIED);
+  m_registry.FailAlways("RegSetValueExW", ERROR_ACCESS_DENIED);
   EXPECT_FALSE(service->Save());
   EXPECT_EQ(m_registry.Count("RegFlushKey"), 0u);
   EXPECT_EQ(m_registry.OpenKeys(), 0u);
 
-  m_registry.StopFailing();
-  m_registry.Fail("RegFlushKey", ERROR_WRITE_FAULT);
+  m_registry.HealAll();
+  m_registry.FailAlways("RegFlushKey", ERROR_WRITE_FAULT);
   EXPECT_FALSE(service->Save());
   EXPECT_EQ(m_registry.OpenKeys(), 0u);
 
-  m_registry.StopFailing();
+  m_registry.HealAll();
   EXPECT_TRUE(service->Save());
 }
 
@@ -342,7 +342,7 @@ TEST_F(Storage, RegistryErrorsAreNotLogged) {
   EXPECT_FALSE(service->Load());
   const std::vector<std::wstring> ordinary = m_log.Texts();
   m_log.Clear();
-  m_registry.Fail("RegCreateKeyExW", ERROR_ACCESS_DENIED);
+  m_registry.FailAlways("RegCreateKeyExW", ERROR_ACCESS_DENIED);
   EXPECT_FALSE(service->Save());
   EXPECT_EQ(m_log.Texts(), ordinary);
 }

@@ -238,7 +238,7 @@ TEST_F(Store, SmartInstanceNeitherSavesNorCalculatesAfterAnEdit) {
 
 TEST_F(Store, ResultOfAnEditIsItsOwnWhenSavingFails) {
   _IQeLaApi* const service = m_library.Api();
-  m_registry.Fail("RegSetValueExW", ERROR_ACCESS_DENIED);
+  m_registry.FailAlways("RegSetValueExW", ERROR_ACCESS_DENIED);
   EXPECT_EQ(service->AddLocation(NewLocation(*service, L"A")), LSR_OK);
   EXPECT_EQ(StoredIds(*service), Ids{L"A"});
   EXPECT_TRUE(service->RemoveAllLocations());

@@ -17,9 +17,10 @@
 #include <utility>
 #include <vector>
 
-#include "Tests/Support/FakeRegistry.h"
+#include "ScriptedWindows/Windows/ScriptedRegistry.h"
 #include "Tests/Support/LogRecorder.h"
 #include "Tests/Support/ServiceLibrary.h"
+#include "Tests/Support/StoredSet.h"
 
 namespace {
 
@@ -124,7 +125,7 @@ class ChangeWhileNobodyListens : public ::testing::Test {
   }
 
   ServiceLibrary m_library;
-  FakeRegistry m_registry{m_library.Module()};
+  StoredRegistry m_registry{m_library.Module()};
   LogRecorder m_log;
   std::shared_ptr<_IQeLaApiSmart> m_service = m_library.SmartApi();
   bool m_atTheOffice = false;

@@ -120,7 +120,7 @@ class HttpsDiscovery : public Https {
   }
 
   static inline HttpsDiscovery* current = nullptr;
-  ImportPatch m_patch{::GetModuleHandleW(nullptr), "WinHttpSetOption", &HttpsDiscovery::SetOption};
+  ImportPatch m_patch{ThisProgram(), "WinHttpSetOption", &HttpsDiscovery::SetOption};
 };
 
 TEST_F(HttpsDiscovery, FindsTheProxyThroughDns) {
@@ -212,7 +212,7 @@ class HttpsUser : public Https {
   }
 
   static inline HttpsUser* current = nullptr;
-  ImportPatch m_patch{::GetModuleHandleW(nullptr), "WinHttpGetIEProxyConfigForCurrentUser", &HttpsUser::GetSettings};
+  ImportPatch m_patch{ThisProgram(), "WinHttpGetIEProxyConfigForCurrentUser", &HttpsUser::GetSettings};
 };
 
 TEST_F(HttpsUser, IsFoundByTheSystemsTasklist) {
@@ -310,10 +310,10 @@ class HttpsHandleCount : public HttpsUser {
   static inline const ImportPatch* connectPatch = nullptr;
   static inline const ImportPatch* requestPatch = nullptr;
   static inline const ImportPatch* closePatch = nullptr;
-  ImportPatch m_open{::GetModuleHandleW(nullptr), "WinHttpOpen", &HttpsHandleCount::Open};
-  ImportPatch m_connect{::GetModuleHandleW(nullptr), "WinHttpConnect", &HttpsHandleCount::Connect};
-  ImportPatch m_request{::GetModuleHandleW(nullptr), "WinHttpOpenRequest", &HttpsHandleCount::OpenRequest};
-  ImportPatch m_close{::GetModuleHandleW(nullptr), "WinHttpCloseHandle", &HttpsHandleCount::Close};
+  ImportPatch m_open{ThisProgram(), "WinHttpOpen", &HttpsHandleCount::Open};
+  ImportPatch m_connect{ThisProgram(), "WinHttpConnect", &HttpsHandleCount::Connect};
+  ImportPatch m_request{ThisProgram(), "WinHttpOpenRequest", &HttpsHandleCount::OpenRequest};
+  ImportPatch m_close{ThisProgram(), "WinHttpCloseHandle", &HttpsHandleCount::Close};
 
  protected:
   void SetUp() override {
@@ -353,7 +353,7 @@ class SlowHttps : public Https {
 
   static inline std::atomic<int> s_timeouts = 0;
   static inline decltype(&::WaitForSingleObject) s_wait = nullptr;
-  const ImportPatch m_patch{::GetModuleHandleW(nullptr), "WaitForSingleObject", &Wait};
+  const ImportPatch m_patch{ThisProgram(), "WaitForSingleObject", &Wait};
 };
 
 TEST_F(SlowHttps, AnswerNeverComes) {

@@ -22,7 +22,7 @@ class QelaFailure : public testing::Test {
 };
 
 HMODULE Library() { return ::GetModuleHandleW(L"QeLaLib.dll"); }
-HMODULE Program() { return ::GetModuleHandleW(nullptr); }
+HMODULE Program() { return ThisProgram(); }
 
 // How a command failed.
 template <typename Function>

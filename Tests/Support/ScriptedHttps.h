@@ -8,6 +8,10 @@
 #include "ScriptedWindows/Windows/FakeCertificates.h"
 #include "ScriptedWindows/Windows/FakeHttps.h"
 #include "ScriptedWindows/Windows/FakeInteractiveUser.h"
+#include "ScriptedWindows/Windows/FakeProcesses.h"
+#include "ScriptedWindows/Windows/FakeSystem.h"
+#include "ScriptedWindows/Windows/ScriptedEvents.h"
+#include "ScriptedWindows/Windows/ScriptedRegistry.h"
 #include "ScriptedWindows/Windows/WindowsScript.h"
 #include "Tests/Support/LogRecorder.h"
 
@@ -26,7 +30,11 @@ class ScriptedHttps : public testing::Test {
   void AlwaysAskForCertificate() { https.answers = {HttpsAnswer::SendFails(ERROR_WINHTTP_CLIENT_AUTH_CERT_NEEDED)}; }
 
   LogRecorder log;
-  WindowsScript windows;
+  WindowsScript windows{ThisProgram()};
+  ScriptedEvents events{windows};
+  ScriptedRegistry registry{windows};
+  FakeSystem system{windows};
+  FakeProcesses processes{windows};
   FakeInteractiveUser user{windows};
   FakeCertificates certificates{windows};
   FakeHttps https{windows};

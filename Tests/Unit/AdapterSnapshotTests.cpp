@@ -11,6 +11,7 @@
 #include "ScriptedWindows/ImportTable/HeapWatch.h"
 #include "ScriptedWindows/ImportTable/ImportPatch.h"
 #include "ScriptedWindows/Windows/AdapterList.h"
+#include "ScriptedWindows/Windows/FakeAdapters.h"
 #include "Tests/Support/LogRecorder.h"
 
 namespace {
@@ -47,8 +48,7 @@ TEST(SocketAddressToText, HasNothingForOtherFamiliesAndForNoAddress) {
 
 TEST(SocketAddressToText, IsEmptyWhenTheSystemCannotSpellTheAddress) {
   const ImportPatch patch(
-      ::GetModuleHandleW(nullptr), "inet_ntop",
-      +[](INT, const void*, char*, std::size_t) WINAPI -> const char* { return nullptr; });
+      ThisProgram(), "inet_ntop", +[](INT, const void*, char*, std::size_t) WINAPI -> const char* { return nullptr; });
   EXPECT_EQ(TextOf("10.0.0.1"), L"");
   EXPECT_EQ(TextOf("fe80::1"), L"");
 }
@@ -269,8 +269,8 @@ class HeapLedger {
 
   static HeapLedger* s_self;
   std::vector<void*> m_living;
-  ImportPatch m_alloc{::GetModuleHandleW(nullptr), "HeapAlloc", &Alloc};
-  ImportPatch m_free{::GetModuleHandleW(nullptr), "HeapFree", &Free};
+  ImportPatch m_alloc{ThisProgram(), "HeapAlloc", &Alloc};
+  ImportPatch m_free{ThisProgram(), "HeapFree", &Free};
 };
 
 HeapLedger* HeapLedger::s_self;
@@ -310,7 +310,7 @@ class AdapterSnapshot : public testing::Test {
   static constexpr wchar_t kNoMemory[] = L"Memory allocation failed for IP_ADAPTER_ADDRESSES struct";
   static constexpr wchar_t kSuccess[] = L"GetAdaptersAddresses succeeds, the return value is : 0";
 
-  FakeAdapters m_adapters{::GetModuleHandleW(nullptr), OneAdapter()};
+  FakeAdapters m_adapters{ThisProgram(), OneAdapter()};
   HeapLedger m_heap;
   LogRecorder m_log;
   Service m_service;
@@ -451,9 +451,9 @@ TEST(AdapterSnapshotMemory, RunningOutOfItLeavesAWholeSnapshotOrNone) {
         .Gateway("2001:db8:1:2:3:4:5:6")
         .DnsServer("10.0.0.3")
         .Mac({1, 2, 3, 4, 5, 6});
-  const FakeAdapters adapters(::GetModuleHandleW(nullptr), list);
+  const FakeAdapters adapters(ThisProgram(), list);
   const LogRecorder log;
-  FailEveryAllocation([](auto attempt) {
+  FailEveryAllocation(ThisProgram(), [](auto attempt) {
     Service service;
     bool result = false;
     attempt([&] { EXPECT_NO_THROW(result = service.CalculateCurrentAdapterProps()); });

@@ -16,7 +16,8 @@
 
 #include "FwClient/Common/Utilities/ScopeGuards.h"
 #include "FwClient/Service/QeLaLib/Include/QeLaApi.h"
-#include "ScriptedWindows/Windows/WinsockFakes.h"
+#include "ScriptedWindows/Windows/OfflineAddrInfo.h"
+#include "ScriptedWindows/Windows/WinsockCounter.h"
 #include "Tests/Support/LogRecorder.h"
 
 namespace {
@@ -38,8 +39,8 @@ bool Match(const Texts& addresses, std::uint32_t kind, const std::wstring& first
 // No test asks the network, every start-up of Winsock is followed by a clean-up, and every answer is freed.
 class AddressSpecificationTest : public testing::Test {
  protected:
-  WinsockCounter m_winsock{::GetModuleHandleW(nullptr)};
-  OfflineAddrInfo m_addrInfo{::GetModuleHandleW(nullptr)};
+  WinsockCounter m_winsock{ThisProgram()};
+  OfflineAddrInfo m_addrInfo{ThisProgram()};
   LogRecorder m_log;
 };
 

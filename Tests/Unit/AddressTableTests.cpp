@@ -27,7 +27,7 @@ class AddressTables : public ::testing::Test {
     return m_remembered.DiffersFromNow();
   }
 
-  FakeAddressTable m_system{::GetModuleHandleW(nullptr)};
+  FakeAddressTable m_system{ThisProgram()};
   RememberedAddressTable m_remembered;
 };
 
@@ -101,7 +101,7 @@ TEST_F(AddressTables, ThatGrowWhileTheyAreReadAreAskedForAgainAndGivenUpInTheEnd
 
 TEST_F(AddressTables, WithoutMemoryAreUnknown) {
   m_system.Set(Rows(100, Row(1)));
-  FailEveryAllocation([&](auto attempt) {
+  FailEveryAllocation(ThisProgram(), [&](auto attempt) {
     AddressTable table;
     bool failed = false;
     attempt([&] { table = ReadAddressTable(); });

@@ -188,7 +188,7 @@ TEST_F(ClientCertificates, ReleasesTheListOfASearchInVainBeforeTheCertificate) {
 
 TEST_F(ClientCertificates, SendsAsTheServiceWhenTheUserCannotBeFound) {
   AlwaysAskForCertificate();
-  user.tasklistOutput.clear();
+  processes.output.clear();
   EXPECT_FALSE(Probe());
   EXPECT_THAT(windows.Calls({"WinHttpSendRequest", "ImpersonateLoggedOnUser", "CertOpenStore"}),
               ElementsAre("WinHttpSendRequest(request)", "WinHttpSendRequest(request)"));

@@ -215,7 +215,7 @@ TEST(DnsSuffixMatch, AMatcherRemembersWithoutMixingUp) {
 }
 
 std::size_t AllocationsOf(const std::function<void()>& action) {
-  const HeapWatch heap;
+  const HeapWatch heap(ThisProgram());
   action();
   return heap.Allocations();
 }
@@ -333,7 +333,7 @@ TEST(DnsSuffixMatch, OnlyExpressionsNeedMemoryOnceTheObjectsHaveSome) {
 }
 
 TEST(DnsSuffixMatch, AMatcherKeepsNothingBeyondItsLife) {
-  HeapWatch heap;
+  HeapWatch heap(ThisProgram());
   {
     PreparingMatcher matcher;
     EXPECT_TRUE(matcher.Matches(L"(a|b)*.some-longer-name-of-a-domain", L"a.some-longer-name-of-a-domain"));
@@ -347,7 +347,7 @@ TEST(DnsSuffixMatch, RunningOutOfMemoryLeavesNothingWrongBehind) {
   const std::wstring criterion = L"some-longer-name-of-a-host.corp*.[a-z]+some-longer-name-of-a-domain*.example";
   const std::wstring other = L"another-longer-name-of-host.corp*.[a-z]+some-longer-name-of-a-domain*.example";
   const std::wstring suffix = L"some-longer-name-of-a-host.corp-7.xsome-longer-name-of-a-domain.example";
-  FailEveryAllocation([&](auto attempt) {
+  FailEveryAllocation(ThisProgram(), [&](auto attempt) {
     PreparingMatcher matcher;
     attempt([&] {
       try {
@@ -373,7 +373,7 @@ TEST(DnsSuffixMatch, LongNamesCostInProportion) {
     const std::wstring dots(length, L'.');
     std::wstring stars;
     for (std::size_t i = 0; i < length / 4; ++i) stars += L"a*b.";
-    const HeapWatch heap;
+    const HeapWatch heap(ThisProgram());
     EXPECT_TRUE(DnsSuffixMatches(label, label));
     EXPECT_TRUE(DnsSuffixMatches(label + L"*", label + L"b"));
     EXPECT_FALSE(DnsSuffixMatches(label + L"*(", label));

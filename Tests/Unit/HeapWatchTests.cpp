@@ -21,7 +21,7 @@ void* TakeFromHeap(std::size_t bytes) { return ::HeapAlloc(::GetProcessHeap(), 0
 void GiveBackToHeap(void* block) { ::HeapFree(::GetProcessHeap(), 0, block); }
 
 TEST(HeapWatch, CountsAllocationsTheirBytesAndWhatIsLeft) {
-  const HeapWatch heap;
+  const HeapWatch heap(ThisProgram());
   void* const block = Take(100);
   void* const other = TakeFromHeap(20);
   EXPECT_EQ(heap.Allocations(), 2u);
@@ -34,7 +34,7 @@ TEST(HeapWatch, CountsAllocationsTheirBytesAndWhatIsLeft) {
 }
 
 TEST(HeapWatch, FailsThatOneAllocation) {
-  HeapWatch heap;
+  HeapWatch heap(ThisProgram());
   heap.FailAt(1);
   void* const blocks[] = {Take(1), Take(1), TakeFromHeap(1)};
   EXPECT_TRUE(heap.StopFailing());
@@ -46,7 +46,7 @@ TEST(HeapWatch, FailsThatOneAllocation) {
 }
 
 TEST(HeapWatch, FailsFromOneAllocationOnUntilItIsEnded) {
-  HeapWatch heap;
+  HeapWatch heap(ThisProgram());
   heap.FailAt(0, HeapWatch::Failing::FromThenOn);
   void* const blocks[] = {TakeFromHeap(1), Take(1)};
   EXPECT_TRUE(heap.StopFailing());
@@ -57,14 +57,14 @@ TEST(HeapWatch, FailsFromOneAllocationOnUntilItIsEnded) {
 }
 
 TEST(HeapWatch, TellsThatNothingFailed) {
-  HeapWatch heap;
+  HeapWatch heap(ThisProgram());
   heap.FailAt(1);
   GiveBack(Take(1));
   EXPECT_FALSE(heap.StopFailing());
 }
 
 TEST(HeapWatch, LeavesOutWhatIsAllocatedInAPause) {
-  HeapWatch heap;
+  HeapWatch heap(ThisProgram());
   heap.FailAt(0);
   {
     const HeapWatch::Pause pause;
@@ -87,7 +87,7 @@ TEST(HeapWatch, LeavesOtherThreadsAlone) {
       const HeapWatch::Pause pause;  // of a thread that is not watched
       block = Take(1);
     });
-    HeapWatch heap;
+    HeapWatch heap(ThisProgram());
     heap.FailAt(0, HeapWatch::Failing::FromThenOn);
     ::SetEvent(go);
     const bool ended = other.HasEnded();

@@ -141,7 +141,7 @@ void Replay(const std::filesystem::path& file) {
   bool read = false;
   std::size_t asked = 0;
   {
-    const HeapWatch heap;
+    const HeapWatch heap(ThisProgram());
     read = object.DeserializeFromBytes(bytes);
     asked = heap.BytesAskedFor();
   }

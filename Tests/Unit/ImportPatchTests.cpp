@@ -9,7 +9,7 @@ namespace {
 [[gnu::noinline]] DWORD TickCount() { return ::GetTickCount(); }
 
 TEST(ImportPatch, ReplacesTheCallWhileItLivesAndRestoresIt) {
-  const HMODULE module = ::GetModuleHandleW(nullptr);
+  const HMODULE module = ThisProgram();
   {
     const ImportPatch patch(module, "GetTickCount", +[]() -> DWORD { return 4711; });
     EXPECT_EQ(TickCount(), 4711u);
@@ -19,8 +19,8 @@ TEST(ImportPatch, ReplacesTheCallWhileItLivesAndRestoresIt) {
 }
 
 TEST(ImportPatch, KnowsWhatAModuleImports) {
-  EXPECT_TRUE(Imports(::GetModuleHandleW(nullptr), "GetTickCount"));
-  EXPECT_FALSE(Imports(::GetModuleHandleW(nullptr), "NoSuchFunction"));
+  EXPECT_TRUE(Imports(ThisProgram(), "GetTickCount"));
+  EXPECT_FALSE(Imports(ThisProgram(), "NoSuchFunction"));
 }
 
 }  // namespace

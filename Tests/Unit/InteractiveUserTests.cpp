@@ -15,17 +15,24 @@ std::wstring CommandLineFor(const std::wstring& image) { return L" /FI \"IMAGENA
 
 class InteractiveUserToken : public ScriptedHttps {
  protected:
+  InteractiveUserToken() { registry.MakeKey(kWinlogon); }
+
   HRESULT Get() { return GetInteractiveUserToken(&token); }
   // The caller's part.
   void CloseToken() { ::CloseHandle(token); }
 
+  void SetShell(const std::wstring& text, DWORD type, std::size_t bytes) {
+    registry.Set(kWinlogon, L"Shell", type, text.c_str(), bytes);
+  }
+
+  static constexpr wchar_t kWinlogon[] = L"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\Winlogon";
   HANDLE token = INVALID_HANDLE_VALUE;
 };
 
 TEST_F(InteractiveUserToken, IsThatOfTheShellsProcess) {
   EXPECT_EQ(Get(), 0);
-  EXPECT_EQ(user.openedProcess, 4711u);
-  EXPECT_EQ(user.commandLine, kDefaultCommandLine);
+  EXPECT_EQ(processes.openedProcess, 4711u);
+  EXPECT_EQ(processes.commandLine, kDefaultCommandLine);
   EXPECT_THAT(windows.Calls({"RegOpenKeyExW", "RegQueryValueExW", "RegCloseKey", "OpenProcess", "OpenProcessToken"}),
               ElementsAre("RegOpenKeyExW(0x20019)", "RegQueryValueExW(key, Shell, 520)", "RegCloseKey(key)",
                           "OpenProcess(0x410, 4711)", "OpenProcessToken(process, 11)"));
@@ -41,7 +48,7 @@ TEST_F(InteractiveUserToken, FailsWithOneStatusAndNoTokenAndNothingLeftOpen) {
   for (std::size_t call = 1; call <= calls; ++call) {
     SCOPED_TRACE(call);
     token = INVALID_HANDLE_VALUE;
-    windows.FailCallNumber(windows.FallibleCalls() + call);
+    windows.FailCallNumber(call);
     const HRESULT status = Get();
     if (status == 0) {
       CloseToken();
@@ -66,11 +73,11 @@ struct ShellCase {
 class ShellImageName : public InteractiveUserToken, public testing::WithParamInterface<ShellCase> {};
 
 TEST_P(ShellImageName, ComesFromAPlainStringThatFits) {
-  user.SetShell(GetParam().text, GetParam().terminated);
-  user.shellType = GetParam().type;
-  user.tasklistOutput.clear();
+  const ShellCase& shell = GetParam();
+  SetShell(shell.text, shell.type, (shell.text.size() + (shell.terminated ? 1 : 0)) * sizeof(wchar_t));
+  processes.output.clear();
   EXPECT_NE(Get(), 0);
-  EXPECT_EQ(user.commandLine, CommandLineFor(GetParam().image));
+  EXPECT_EQ(processes.commandLine, CommandLineFor(shell.image));
 }
 
 INSTANTIATE_TEST_SUITE_P(Values, ShellImageName,
@@ -87,15 +94,14 @@ INSTANTIATE_TEST_SUITE_P(Values, ShellImageName,
                                          ShellCase{L"shell.exe", REG_BINARY, true, L"explorer.exe"}));
 
 TEST_F(InteractiveUserToken, ReadsAShellOfOddSizeToItsLastWholeCharacter) {
-  user.SetShell(L"shell.exe");
-  user.shell->resize(9);
-  user.tasklistOutput.clear();
+  SetShell(L"shell.exe", REG_SZ, 9);
+  processes.output.clear();
   EXPECT_NE(Get(), 0);
-  EXPECT_EQ(user.commandLine, CommandLineFor(L"shel"));
+  EXPECT_EQ(processes.commandLine, CommandLineFor(L"shel"));
 }
 
 TEST_F(InteractiveUserToken, NeedsAProcessIdAboveZero) {
-  user.tasklistOutput = "\"explorer.exe\",\"0\"\r\n";
+  processes.output = "\"explorer.exe\",\"0\"\r\n";
   EXPECT_NE(Get(), 0);
   EXPECT_EQ(windows.Count("OpenProcess"), 0u);
 }
@@ -105,14 +111,14 @@ TEST_F(InteractiveUserToken, NeedsAProcessIdAboveZero) {
 class ToolhelpToken : public InteractiveUserToken {
  protected:
   ToolhelpToken() {
-    user.wow64DirectoryLength = 0;
-    user.processes = {{L"[System Process]", 0}, {L"System", 4}, {L"explorer.exe", 32}, {L"explorer.exe", 33}};
+    system.wow64DirectoryLength = 0;
+    processes.list = {{L"[System Process]", 0}, {L"System", 4}, {L"explorer.exe", 32}, {L"explorer.exe", 33}};
   }
 };
 
 TEST_F(ToolhelpToken, IsThatOfTheFirstMatchAndTheSnapshotIsClosed) {
   EXPECT_EQ(Get(), 0);
-  EXPECT_EQ(user.openedProcess, 32u);
+  EXPECT_EQ(processes.openedProcess, 32u);
   EXPECT_EQ(windows.Count("CreateProcessW"), 0u);
   EXPECT_THAT(windows.Calls({"CreateToolhelp32Snapshot"}), ElementsAre("CreateToolhelp32Snapshot(2)"));
   EXPECT_THAT(windows.OpenHandles(), ElementsAre("token"));
@@ -120,16 +126,16 @@ TEST_F(ToolhelpToken, IsThatOfTheFirstMatchAndTheSnapshotIsClosed) {
 }
 
 TEST_F(ToolhelpToken, NeverComparesTheFirstProcess) {
-  user.processes = {{L"explorer.exe", 32}, {L"System", 4}};
+  processes.list = {{L"explorer.exe", 32}, {L"System", 4}};
   EXPECT_NE(Get(), 0);
-  user.processes = {{L"explorer.exe", 32}, {L"explorer.exe", 33}};
+  processes.list = {{L"explorer.exe", 32}, {L"explorer.exe", 33}};
   EXPECT_EQ(Get(), 0);
-  EXPECT_EQ(user.openedProcess, 33u);
+  EXPECT_EQ(processes.openedProcess, 33u);
   CloseToken();
 }
 
 TEST_F(ToolhelpToken, ComparesWithLetterCase) {
-  user.processes = {{L"System", 4}, {L"Explorer.EXE", 32}};
+  processes.list = {{L"System", 4}, {L"Explorer.EXE", 32}};
   EXPECT_NE(Get(), 0);
   EXPECT_EQ(windows.Count("OpenProcess"), 0u);
 }
@@ -137,7 +143,7 @@ TEST_F(ToolhelpToken, ComparesWithLetterCase) {
 TEST_F(ToolhelpToken, FailsWhenASnapshotCallFailsAndClosesIt) {
   for (const char* call : {"CreateToolhelp32Snapshot", "Process32FirstW", "Process32NextW"}) {
     SCOPED_TRACE(call);
-    windows.Fail(call, ERROR_BAD_LENGTH, windows.Count(call) + 1);
+    windows.Fail(call, ERROR_BAD_LENGTH);
     EXPECT_NE(Get(), 0);
     EXPECT_THAT(windows.OpenHandles(), IsEmpty());
   }
@@ -154,8 +160,8 @@ struct SystemCase {
 class SystemVersion : public ScriptedHttps, public testing::WithParamInterface<SystemCase> {};
 
 TEST_P(SystemVersion, DecidesWhetherTheDirectoryIsAskedFor) {
-  user.majorVersion = GetParam().major;
-  user.minorVersion = GetParam().minor;
+  system.majorVersion = GetParam().major;
+  system.minorVersion = GetParam().minor;
   EXPECT_EQ(IsWow64SystemDirectoryPresent(), GetParam().asked);
   EXPECT_EQ(windows.Count("GetSystemWow64DirectoryW"), GetParam().asked ? 1u : 0u);
 }
@@ -167,12 +173,12 @@ INSTANTIATE_TEST_SUITE_P(Versions, SystemVersion,
 class Wow64Directory : public ScriptedHttps {};
 
 TEST_F(Wow64Directory, IsAbsentOnA32BitSystem) {
-  user.wow64DirectoryLength = 0;
+  system.wow64DirectoryLength = 0;
   EXPECT_FALSE(IsWow64SystemDirectoryPresent());
 }
 
 TEST_F(Wow64Directory, IsAbsentWhereTheFunctionIs) {
-  user.knowsWow64Directory = false;
+  system.knowsWow64Directory = false;
   EXPECT_FALSE(IsWow64SystemDirectoryPresent());
 }
 
@@ -180,7 +186,7 @@ TEST_F(Wow64Directory, IsAbsentWhenAnyCallFails) {
   for (const char* call : {"GetVersionExW", "LoadLibraryW", "GetProcAddress", "GetSystemWow64DirectoryW"}) {
     SCOPED_TRACE(call);
     WindowsScript& script = windows;
-    script.Fail(call, ERROR_NOT_ENOUGH_MEMORY, script.Count(call) + 1);
+    script.Fail(call, ERROR_NOT_ENOUGH_MEMORY);
     EXPECT_FALSE(IsWow64SystemDirectoryPresent());
     EXPECT_THAT(script.OpenHandles(), IsEmpty());
   }

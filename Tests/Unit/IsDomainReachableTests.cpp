@@ -104,7 +104,11 @@ class HardDomainReachability : public testing::Test {
   }
 
   const std::wstring host = L"a-host-with-a-name-that-needs-memory.test";
-  WindowsScript windows;
+  WindowsScript windows{ThisProgram()};
+  ScriptedEvents events{windows};
+  ScriptedRegistry registry{windows};
+  FakeSystem system{windows};
+  FakeProcesses processes{windows};
   FakeInteractiveUser user{windows};
   FakeCertificates certificates{windows};
   FakeHttps https{windows};
@@ -116,7 +120,7 @@ TEST_F(HardDomainReachability, SurvivesTheFailureOfEverySingleCall) {
   EXPECT_GT(calls, 100u);
   for (std::size_t call = 1; call <= calls; ++call) {
     SCOPED_TRACE(call);
-    windows.FailCallNumber(windows.FallibleCalls() + call);
+    windows.FailCallNumber(call);
     Probe();
     ASSERT_FALSE(user.impersonating);
     ASSERT_THAT(windows.OpenHandles(), testing::IsEmpty());
@@ -125,12 +129,12 @@ TEST_F(HardDomainReachability, SurvivesTheFailureOfEverySingleCall) {
 
 TEST_F(HardDomainReachability, LetsOnlyTheWantOfMemoryThroughAndNothingBehind) {
   std::size_t thrown = 0;
-  WarmUpExceptions();
+  WarmUpExceptions(ThisProgram());
   for (std::size_t n = 0;; ++n) {
     SCOPED_TRACE(n);
     bool failed = false;
     {
-      HeapWatch heap;
+      HeapWatch heap(ThisProgram());
       heap.FailAt(n);
       try {
         Probe();

@@ -120,7 +120,7 @@ TEST(LaPacker, GrowsBeyondItsFirstBuffer) {
 }
 
 TEST(LaPacker, StartsWith8192BytesAndDoubles) {
-  const HeapWatch heap;
+  const HeapWatch heap(ThisProgram());
   LaPacker packer;
   for (std::size_t i = 0; i < 8192; ++i) packer.Bool(true);
   EXPECT_EQ(heap.BytesAskedFor(), 8192u);
@@ -309,7 +309,7 @@ TEST(LaMsgPackReading, WhatWasPreparedIsFilledInWithoutMemory) {
   LaReader(bytes, LaReader::Purpose::kPrepare, &prepared).Texts(texts);
   EXPECT_EQ(texts, before);
   EXPECT_EQ(prepared.size(), 2u);
-  const HeapWatch heap;
+  const HeapWatch heap(ThisProgram());
   LaReader(bytes, LaReader::Purpose::kFill, &prepared).Texts(texts);
   EXPECT_EQ(heap.Allocations(), 0u);
   EXPECT_EQ(texts, (std::vector<std::wstring>{L"abc", std::wstring(100, L'x'), L"\xfc", L""}));
@@ -412,12 +412,12 @@ TEST(CheckBytes, ReadsAHundredThousandLevels) {
 class HostileBytes : public testing::TestWithParam<Bytes> {};
 
 TEST_P(HostileBytes, AreRefusedWithoutAllocatingWhatTheyClaim) {
-  WarmUpExceptions();
+  WarmUpExceptions(ThisProgram());
   CQeLocations target;
   bool refused = false;
   std::size_t asked = 0;
   {
-    const HeapWatch heap;
+    const HeapWatch heap(ThisProgram());
     refused = !target.DeserializeFromBytes(GetParam());
     asked = heap.BytesAskedFor();
     EXPECT_EQ(heap.BlocksLeft(), 0);
@@ -520,7 +520,7 @@ TEST(DeserializeObject, ReadsTheSameCollectionAgainInItsPlace) {
   CQeLocations target;
   ASSERT_TRUE(target.DeserializeFromBytes(bytes));
   const auto allocationsOf = [&] {
-    const HeapWatch heap;
+    const HeapWatch heap(ThisProgram());
     EXPECT_TRUE(target.DeserializeFromBytes(bytes));
     return heap.Allocations();
   };

@@ -176,7 +176,7 @@ class LaRegistryCalls : public testing::Test {
 
   static LaRegistryCalls* s_self;
   std::map<HKEY, int> m_open;
-  const HMODULE m_module = ::GetModuleHandleW(nullptr);
+  const HMODULE m_module = ThisProgram();
   const ImportPatch m_openPatch{m_module, "RegOpenKeyExW", &Open};
   const ImportPatch m_createPatch{m_module, "RegCreateKeyExW", &Create};
   const ImportPatch m_queryPatch{m_module, "RegQueryValueExW", &QueryValue};

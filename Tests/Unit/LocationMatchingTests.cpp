@@ -11,6 +11,7 @@
 #include "FwClient/Service/QeLaLib/QeLocation.h"
 #include "ScriptedWindows/ImportTable/ImportPatch.h"
 #include "ScriptedWindows/Windows/AdapterList.h"
+#include "ScriptedWindows/Windows/FakeAdapters.h"
 #include "Tests/Support/LogRecorder.h"
 
 namespace {

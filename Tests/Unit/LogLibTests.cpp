@@ -16,7 +16,7 @@
 
 #include "FwClient/Common/Utilities/UniqueHandle.h"
 #include "ScriptedWindows/ImportTable/ImportPatch.h"
-#include "ScriptedWindows/Windows/UniqueName.h"
+#include "ScriptedWindows/UniqueName.h"
 #include "Tests/Support/LogRecorder.h"
 
 namespace {

@@ -12,8 +12,7 @@
 #include "FwClient/Service/QeLaLib/LaLog.h"
 #include "FwClient/Service/QeLaLib/QeLaLib.h"
 #include "ScriptedWindows/ImportTable/ImportPatch.h"
-#include "ScriptedWindows/Windows/RegistrySpy.h"
-#include "ScriptedWindows/Windows/TemporaryRegistryKey.h"
+#include "ScriptedWindows/Windows/ScriptedRegistry.h"
 #include "Tests/Support/LogRecorder.h"
 
 namespace {
@@ -24,7 +23,7 @@ using Lines = std::vector<std::wstring>;
 // shows.
 class DnsSpy {
  public:
-  explicit DnsSpy(const RegistrySpy& registry) : m_registry(registry) { s_self = this; }
+  explicit DnsSpy(const ScriptedRegistry& registry) : m_registry(registry) { s_self = this; }
   ~DnsSpy() {
     s_self = nullptr;
     EXPECT_EQ(m_queries, m_frees) << "every record list is freed";
@@ -57,12 +56,12 @@ class DnsSpy {
   }
 
   static inline DnsSpy* s_self = nullptr;
-  const RegistrySpy& m_registry;
+  const ScriptedRegistry& m_registry;
   DNS_RECORD m_records{};
   int m_queries = 0;
   int m_frees = 0;
-  ImportPatch m_queryPatch{::GetModuleHandleW(nullptr), "DnsQuery_W", &DnsSpy::OnQuery};
-  ImportPatch m_freePatch{::GetModuleHandleW(nullptr), "DnsFree", &DnsSpy::OnFree};
+  ImportPatch m_queryPatch{ThisProgram(), "DnsQuery_W", &DnsSpy::OnQuery};
+  ImportPatch m_freePatch{ThisProgram(), "DnsFree", &DnsSpy::OnFree};
 };
 
 std::wstring Found(const std::wstring& text) { return L"CheckZeltReachability found ZeltServerList value " + text; }
@@ -70,12 +69,8 @@ std::wstring Found(const std::wstring& text) { return L"CheckZeltReachability fo
 class ManagementServerProbe : public testing::Test {
  protected:
   ManagementServerProbe() {
-    // The agent's key is one for the machine; each test has keys of its own in its place.
-    m_registry.redirect = [this](const RegistrySpy::Open& open) {
-      EXPECT_EQ(open.hive, HKEY_LOCAL_MACHINE);
-      EXPECT_EQ(open.subkey, L"SOFTWARE\\Quillon\\Mervo\\Shared Components\\Framework");
-      return (open.access & KEY_WOW64_32KEY) != 0 ? m_key32.Path() : m_key64.Path();
-    };
+    m_registry.MakeKey(kKey);
+    m_registry.MakeKey(kKey, KEY_WOW64_32KEY);
   }
 
   void Expect(bool reachable, const Lines& lines) {
@@ -83,19 +78,23 @@ class ManagementServerProbe : public testing::Test {
     EXPECT_EQ(CheckZeltReachability(), reachable);
     EXPECT_EQ(log.Texts(), lines);
     EXPECT_EQ(m_registry.OpenKeys(), 0u);
-    EXPECT_EQ(m_registry.WrongCloses(), 0);
     for (const LoggedEvent& event : log.Events()) {
       if (event.text.starts_with(L"(")) continue;
       ExpectFirewallEvent(event, kLogInfo, "FwClient/Service/QeLaLib/QeLaLib.cpp");
     }
   }
 
-  void SetList(const std::wstring& text) { m_key64.SetText(L"ZeltServerList", text); }
-  void SetListOf32BitView(const std::wstring& text) { m_key32.SetText(L"ZeltServerList", text); }
+  void SetList(const std::wstring& text, REGSAM view = KEY_WOW64_64KEY) {
+    m_registry.SetText(kKey, kValue, text, view);
+  }
+  void SetListOf32BitView(const std::wstring& text) { SetList(text, KEY_WOW64_32KEY); }
+  void SetBytes(DWORD type, const wchar_t* data, std::size_t bytes) { m_registry.Set(kKey, kValue, type, data, bytes); }
 
-  TemporaryRegistryKey m_key64;
-  TemporaryRegistryKey m_key32{KEY_WOW64_32KEY};
-  RegistrySpy m_registry{::GetModuleHandleW(nullptr)};
+  std::vector<ScriptedRegistry::Call> Opens() const { return m_registry.Calls("RegOpenKeyExW"); }
+
+  static constexpr wchar_t kKey[] = L"SOFTWARE\\Quillon\\Mervo\\Shared Components\\Framework";
+  static constexpr wchar_t kValue[] = L"ZeltServerList";
+  ScriptedRegistry m_registry{ThisProgram()};
   DnsSpy m_dns{m_registry};
 };
 
@@ -129,7 +128,7 @@ TEST_F(ManagementServerProbe, AsksAgainForANameThatIsListedTwice) {
 TEST_F(ManagementServerProbe, AnEmptyListIsNegative) {
   SetList(L"");
   Expect(false, {Found(L"")});
-  m_key64.Set(L"ZeltServerList", REG_SZ, nullptr, 0);
+  SetBytes(REG_SZ, nullptr, 0);
   Expect(false, {Found(L"")});
   SetList(L";;");
   Expect(false, {Found(L";;")});
@@ -138,10 +137,10 @@ TEST_F(ManagementServerProbe, AnEmptyListIsNegative) {
 TEST_F(ManagementServerProbe, AMissingKeyIsNegativeWithoutALookAtThe32BitView) {
   SetListOf32BitView(L"a");
   m_dns.statuses = {{L"a", 0}};
-  m_registry.openScript = {ERROR_FILE_NOT_FOUND};
+  m_registry.RemoveKey(kKey);
   Expect(false, {L"CheckZeltReachability RegOpenKey failed with 2"});
-  EXPECT_EQ(m_registry.opens.size(), 1u);
-  EXPECT_EQ(m_registry.opens[0].access, 0x20019u);
+  EXPECT_EQ(Opens().size(), 1u);
+  EXPECT_EQ(Opens()[0].access, 0x20019u);
 }
 
 TEST_F(ManagementServerProbe, AMissingValueIsReadFromThe32BitView) {
@@ -151,21 +150,19 @@ TEST_F(ManagementServerProbe, AMissingValueIsReadFromThe32BitView) {
                 L"CheckZeltReachability found ZeltServerList value a|b at the alternate KEY_WOW64_32KEY location",
                 L"(query a)", L"IsZELTReachable calling DnsQuery on a", L"ZELT reachability DnsQuery succeeded",
                 L"(free)", L"CheckZeltReachability succeeded for a"});
-  ASSERT_EQ(m_registry.opens.size(), 2u);
-  EXPECT_EQ(m_registry.opens[1].access, 0x20219u);
+  ASSERT_EQ(Opens().size(), 2u);
+  EXPECT_EQ(Opens()[1].access, 0x20219u);
 }
 
 TEST_F(ManagementServerProbe, TheFirstViewsKeyIsClosedBeforeThe32BitViewIsOpened) {
   SetListOf32BitView(L"");
-  const auto redirect = m_registry.redirect;
   std::size_t openAtSecond = 99;
-  m_registry.redirect = [&](const RegistrySpy::Open& open) {
-    openAtSecond = m_registry.OpenKeys();
-    return redirect(open);
-  };
+  m_registry.OnCall([&](const std::string& function) {
+    if (function == "RegOpenKeyExW") openAtSecond = m_registry.OpenKeys();
+  });
   const LogRecorder log;
   EXPECT_FALSE(CheckZeltReachability());
-  EXPECT_EQ(m_registry.opens.size(), 2u);
+  EXPECT_EQ(Opens().size(), 2u);
   EXPECT_EQ(openAtSecond, 0u);
 }
 
@@ -173,13 +170,13 @@ TEST_F(ManagementServerProbe, AListThatCanBeSizedButNotReadIsNegative) {
   SetList(L"a");
   SetListOf32BitView(L"a");
   m_dns.statuses = {{L"a", 0}};
-  m_registry.queryScript = {std::nullopt, ERROR_MORE_DATA};
+  m_registry.Fail("RegQueryValueExW", ERROR_MORE_DATA, 2);
   Expect(false, {L"CheckZeltReachability RegQueryValueEx failed with 234  (this is expected on x64 systems)"});
-  EXPECT_EQ(m_registry.opens.size(), 1u);
+  EXPECT_EQ(Opens().size(), 1u);
 }
 
 TEST_F(ManagementServerProbe, AMissingKeyOfThe32BitViewIsNegative) {
-  m_registry.openScript = {std::nullopt, ERROR_ACCESS_DENIED};
+  m_registry.Fail("RegOpenKeyExW", ERROR_ACCESS_DENIED, 2);
   Expect(false, {L"CheckZeltReachability RegQueryValueEx failed with 2 (this is expected on x64 systems)",
                  L"CheckZeltReachability RegOpenKey KEY_WOW64_32KEY failed with 5"});
 }
@@ -191,7 +188,7 @@ TEST_F(ManagementServerProbe, AMissingValueOfThe32BitViewIsNegative) {
 
 TEST_F(ManagementServerProbe, AListOfThe32BitViewThatCannotBeSizedIsNotRead) {
   SetListOf32BitView(L"a");
-  m_registry.queryScript = {std::nullopt, ERROR_ACCESS_DENIED};
+  m_registry.Fail("RegQueryValueExW", ERROR_ACCESS_DENIED, 2);
   Expect(false, {L"CheckZeltReachability RegQueryValueEx failed with 2 (this is expected on x64 systems)",
                  L"CheckZeltReachability RegQueryValueEx KEY_WOW64_32KEY failed with 5"});
 }
@@ -199,7 +196,7 @@ TEST_F(ManagementServerProbe, AListOfThe32BitViewThatCannotBeSizedIsNotRead) {
 TEST_F(ManagementServerProbe, AListOfThe32BitViewThatCanBeSizedButNotReadIsNegative) {
   SetListOf32BitView(L"a");
   m_dns.statuses = {{L"a", 0}};
-  m_registry.queryScript = {std::nullopt, std::nullopt, ERROR_MORE_DATA};
+  m_registry.Fail("RegQueryValueExW", ERROR_MORE_DATA, 3);
   Expect(false, {L"CheckZeltReachability RegQueryValueEx failed with 2 (this is expected on x64 systems)",
                  L"CheckZeltReachability RegQueryValueEx KEY_WOW64_32KEY failed with 234"});
 }
@@ -208,8 +205,8 @@ TEST_F(ManagementServerProbe, TheValueIsSizedThenReadIntoABufferOfThatSize) {
   SetList(L"abc");
   const LogRecorder log;
   EXPECT_FALSE(CheckZeltReachability());
-  EXPECT_EQ(m_registry.queries,
-            (std::vector<RegistrySpy::Query>{{L"ZeltServerList", false, 0}, {L"ZeltServerList", true, 8}}));
+  EXPECT_EQ(m_registry.Calls("RegQueryValueExW"),
+            (std::vector{ScriptedRegistry::Query(kValue, false, 0), ScriptedRegistry::Query(kValue, true, 8)}));
 }
 
 TEST_F(ManagementServerProbe, TheTypeOfTheListDoesNotMatterAndItsTextEndsByItself) {
@@ -218,13 +215,13 @@ TEST_F(ManagementServerProbe, TheTypeOfTheListDoesNotMatterAndItsTextEndsByItsel
     Expect(true, {Found(L"ab"), L"(query ab)", L"IsZELTReachable calling DnsQuery on ab",
                   L"ZELT reachability DnsQuery succeeded", L"(free)", L"CheckZeltReachability succeeded for ab"});
   };
-  m_key64.Set(L"ZeltServerList", REG_BINARY, L"ab", 4);  // not terminated
+  SetBytes(REG_BINARY, L"ab", 4);  // not terminated
   expectReachable();
-  m_key64.Set(L"ZeltServerList", REG_BINARY, L"abc", 5);  // half a character behind it
+  SetBytes(REG_BINARY, L"abc", 5);  // half a character behind it
   expectReachable();
-  m_key64.Set(L"ZeltServerList", REG_MULTI_SZ, L"ab\0cd\0", 14);
+  SetBytes(REG_MULTI_SZ, L"ab\0cd\0", 14);
   expectReachable();
-  m_key64.Set(L"ZeltServerList", REG_EXPAND_SZ, L"ab", 6);
+  SetBytes(REG_EXPAND_SZ, L"ab", 6);
   expectReachable();
 }
 
@@ -235,13 +232,13 @@ TEST_F(ManagementServerProbe, WantOfMemoryReachesTheCallerAfterTheKeyWasClosed) 
   {
     static const ImportPatch* s_malloc;
     const ImportPatch patch(
-        ::GetModuleHandleW(nullptr), "malloc", +[](std::size_t bytes) -> void* {
+        ThisProgram(), "malloc", +[](std::size_t bytes) -> void* {
           return bytes > kCharacters ? nullptr : s_malloc->Original<decltype(std::malloc)>()(bytes);
         });
     s_malloc = &patch;
     EXPECT_THROW(CheckZeltReachability(), std::bad_alloc);
   }
-  EXPECT_EQ(m_registry.opens.size(), 1u);
+  EXPECT_EQ(Opens().size(), 1u);
   EXPECT_EQ(m_registry.OpenKeys(), 0u);
 }
 

@@ -65,7 +65,7 @@ class NtDllExportsTest : public testing::Test {
     g_freeLibrary = &m_freeLibrary;
   }
 
-  const HMODULE m_self = ::GetModuleHandleW(nullptr);
+  const HMODULE m_self = ThisProgram();
   LogRecorder m_log;
   ImportPatch m_getModuleHandle{m_self, "GetModuleHandleW", &GetModuleHandleFake};
   ImportPatch m_loadLibrary{m_self, "LoadLibraryW", &LoadLibraryFake};

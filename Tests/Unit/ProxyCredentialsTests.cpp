@@ -46,7 +46,7 @@ class FrameworkSpy {
   KzVariant* m_answer = nullptr;
   BLObjectHandle m_handle = nullptr;
 
-  const HMODULE m_module = ::GetModuleHandleW(nullptr);
+  const HMODULE m_module = ThisProgram();
   ImportPatch m_init{m_module, "BLFrameworkInit", +[]() {
                        Add("BLFrameworkInit");
                        return s_self->m_init.Original<decltype(BLFrameworkInit)>()();
@@ -210,8 +210,7 @@ TEST_F(ProxyCredentials, AFailedMethodReleasesHandleThenArgument) {
 
 TEST_F(ProxyCredentials, WhatAFailedMethodLeavesAsItsAnswerIsNotTouched) {
   const ImportPatch patch(
-      ::GetModuleHandleW(nullptr), "BLInvokeMethod",
-      +[](BLObjectHandle, const char*, const KzVariant*, KzVariant** answer) {
+      ThisProgram(), "BLInvokeMethod", +[](BLObjectHandle, const char*, const KzVariant*, KzVariant** answer) {
         *answer = reinterpret_cast<KzVariant*>(0x1);  // reading or freeing it would crash
         return 1;
       });
@@ -240,7 +239,7 @@ TEST_F(ProxyCredentials, TheObjectsNameIsConvertedToTheThreadsCodePage) {
   static int s_calls;
   s_calls = 0;
   const ImportPatch patch(
-      ::GetModuleHandleW(nullptr), "WideCharToMultiByte",
+      ThisProgram(), "WideCharToMultiByte",
       +[](UINT page, DWORD flags, const wchar_t* text, int length, char* buffer, int bytes,
           const char* defaultCharacter, BOOL* usedDefault) WINAPI {
         if (page == CP_THREAD_ACP) {
@@ -261,7 +260,7 @@ TEST_F(ProxyCredentials, TheObjectsNameIsConvertedToTheThreadsCodePage) {
 
 TEST_F(ProxyCredentials, ANameThatCannotBeConvertedIsNotPassed) {
   const ImportPatch patch(
-      ::GetModuleHandleW(nullptr), "WideCharToMultiByte",
+      ThisProgram(), "WideCharToMultiByte",
       +[](UINT, DWORD, const wchar_t*, int, char* buffer, int, const char*, BOOL*) WINAPI {
         buffer[0] = 'R';  // what a conversion that fails half-way leaves behind
         return 0;
@@ -279,7 +278,7 @@ TEST_F(ProxyCredentials, WantOfMemoryReachesTheCallerAfterEverythingWasReleased)
   {
     static const ImportPatch* s_malloc;
     const ImportPatch patch(
-        ::GetModuleHandleW(nullptr), "malloc", +[](std::size_t bytes) -> void* {
+        ThisProgram(), "malloc", +[](std::size_t bytes) -> void* {
           return bytes > kHugeBytes ? nullptr : s_malloc->Original<decltype(std::malloc)>()(bytes);
         });
     s_malloc = &patch;
@@ -312,7 +311,7 @@ class FreedMemorySpy {
   static inline FreedMemorySpy* s_self = nullptr;
   const std::wstring_view m_secret;
   int m_found = 0;
-  ImportPatch m_free{::GetModuleHandleW(nullptr), "free", &FreedMemorySpy::Free};
+  ImportPatch m_free{ThisProgram(), "free", &FreedMemorySpy::Free};
 };
 
 TEST_F(ProxyCredentials, LeaveNoCopyOnTheHeap) {
@@ -365,7 +364,7 @@ class ReturnedMemorySpy {
   const std::vector<std::wstring> m_secrets;
   int m_blocks = 0;
   std::vector<std::wstring> m_found;
-  ImportPatch m_free{::GetModuleHandleW(nullptr), "BLFree", &ReturnedMemorySpy::Free};
+  ImportPatch m_free{ThisProgram(), "BLFree", &ReturnedMemorySpy::Free};
 };
 
 TEST_F(ProxyCredentials, AreWipedFromTheAnswerBeforeItIsGivenBack) {
@@ -402,7 +401,7 @@ TEST_F(ProxyCredentials, AreWipedFromTheAnswerWhenMemoryRunsOut) {
   {
     static const ImportPatch* s_malloc;
     const ImportPatch patch(
-        ::GetModuleHandleW(nullptr), "malloc", +[](std::size_t bytes) -> void* {
+        ThisProgram(), "malloc", +[](std::size_t bytes) -> void* {
           return bytes > kHugeBytes ? nullptr : s_malloc->Original<decltype(std::malloc)>()(bytes);
         });
     s_malloc = &patch;

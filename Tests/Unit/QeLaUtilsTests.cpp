@@ -18,7 +18,7 @@
 #include "FwClient/Common/Utilities/NtDllExports.h"
 #include "FwClient/Common/Utilities/ScopeGuards.h"
 #include "ScriptedWindows/ImportTable/ImportPatch.h"
-#include "ScriptedWindows/Windows/WinsockFakes.h"
+#include "ScriptedWindows/Windows/OfflineAddrInfo.h"
 #include "Tests/Support/LogRecorder.h"
 
 namespace {
@@ -364,7 +364,7 @@ const FamilyCase kFamilies[] = {
 class AddressFamilyTest : public testing::Test {
  protected:
   const WinsockGuard m_winsock;
-  OfflineAddrInfo m_addrInfo{::GetModuleHandleW(nullptr)};
+  OfflineAddrInfo m_addrInfo{ThisProgram()};
   LogRecorder m_log;
 };
 
@@ -489,7 +489,7 @@ FARPROC WINAPI StoppingParsers(HMODULE, LPCSTR name) {
 class FakedNtDll {
  public:
   explicit FakedNtDll(FARPROC(WINAPI* getProcAddress)(HMODULE, LPCSTR))
-      : m_patch(::GetModuleHandleW(nullptr), "GetProcAddress", getProcAddress) {}
+      : m_patch(ThisProgram(), "GetProcAddress", getProcAddress) {}
   const NtDllExports& get() const { return m_exports; }
 
  private:
@@ -526,19 +526,19 @@ class ParserFailureTest : public testing::Test {
 };
 
 TEST_F(ParserFailureTest, WinsockIsAskedForIPv4WithAClearedAddressOfItsSize) {
-  const ImportPatch patch(::GetModuleHandleW(nullptr), "WSAStringToAddressW", &RecordAddress);
+  const ImportPatch patch(ThisProgram(), "WSAStringToAddressW", &RecordAddress);
   IpCompareIPv4(L"one", L"two");
   ExpectAskedForOneAndTwo(kIPv4, 16);
 }
 
 TEST_F(ParserFailureTest, WinsockIsAskedForIPv6WithAClearedAddressOfItsSize) {
-  const ImportPatch patch(::GetModuleHandleW(nullptr), "WSAStringToAddressW", &RecordAddress);
+  const ImportPatch patch(ThisProgram(), "WSAStringToAddressW", &RecordAddress);
   IpCompareIPv6(L"one", L"two");
   ExpectAskedForOneAndTwo(kIPv6, 28);
 }
 
 TEST_F(ParserFailureTest, NtDllParsesTheIPv4TextsThatWinsockRefuses) {
-  const ImportPatch patch(::GetModuleHandleW(nullptr), "WSAStringToAddressW", &RefuseAddress);
+  const ImportPatch patch(ThisProgram(), "WSAStringToAddressW", &RefuseAddress);
   const LogRecorder log;
   EXPECT_EQ(IpCompareIPv4(L"10.0.0.9", L"10.0.0.10"), -1);
   EXPECT_EQ(IpCompareIPv4(L"10.1", L"0xa.0.0.01"), 0);
@@ -547,7 +547,7 @@ TEST_F(ParserFailureTest, NtDllParsesTheIPv4TextsThatWinsockRefuses) {
 }
 
 TEST_F(ParserFailureTest, NtDllParsesTheIPv6TextsThatWinsockRefuses) {
-  const ImportPatch patch(::GetModuleHandleW(nullptr), "WSAStringToAddressW", &RefuseAddress);
+  const ImportPatch patch(ThisProgram(), "WSAStringToAddressW", &RefuseAddress);
   const LogRecorder log;
   EXPECT_LT(IpCompareIPv6(L"::9", L"::10"), 0);
   EXPECT_EQ(IpCompareIPv6(L"fe80::1%5", L"fe80:0::1"), 0);
@@ -565,7 +565,7 @@ TEST_F(ParserFailureTest, TheParsersStatusCountsAndNotWhereItStopped) {
 }
 
 TEST_F(ParserFailureTest, EachIPv4AddressThatBothParsersRefuseIsLoggedByItsName) {
-  const ImportPatch patch(::GetModuleHandleW(nullptr), "WSAStringToAddressW", &RefuseAddress);
+  const ImportPatch patch(ThisProgram(), "WSAStringToAddressW", &RefuseAddress);
   const FakedNtDll ntDll(&FailingParsers);
   const LogRecorder log;
   EXPECT_EQ(IpCompareIPv4(L"10.0.0.1", L"10.0.0.2", ntDll.get()), 0);  // both are 0.0.0.0 now
@@ -591,7 +591,7 @@ TEST_F(ParserFailureTest, OnlyTheFailedIPv4AddressIsZero) {
 }
 
 TEST_F(ParserFailureTest, BothIPv6FailuresAreLoggedAsAddr2) {
-  const ImportPatch patch(::GetModuleHandleW(nullptr), "WSAStringToAddressW", &RefuseAddress);
+  const ImportPatch patch(ThisProgram(), "WSAStringToAddressW", &RefuseAddress);
   const FakedNtDll ntDll(&FailingParsers);
   const LogRecorder log;
   EXPECT_EQ(IpCompareIPv6(L"::1", L"::2", ntDll.get()), 0);  // both are :: now
@@ -605,7 +605,7 @@ TEST_F(ParserFailureTest, BothIPv6FailuresAreLoggedAsAddr2) {
 TEST_F(ParserFailureTest, WithoutNtDllParsersTheStatusIsThatOfAnInvalidHandle) {
   LogRecorder log;
   const FakedNtDll ntDll(&NoProcAddress);
-  const ImportPatch patch(::GetModuleHandleW(nullptr), "WSAStringToAddressW", &RefuseAddress);
+  const ImportPatch patch(ThisProgram(), "WSAStringToAddressW", &RefuseAddress);
   log.Clear();  // of the loader's own lines
   EXPECT_EQ(IpCompareIPv4(L"10.0.0.1", L"10.0.0.2", ntDll.get()), 0);
   EXPECT_EQ(IpCompareIPv6(L"::1", L"::2", ntDll.get()), 0);

@@ -484,7 +484,7 @@ TEST(QeLocationCriterias, LoneSurrogateCannotBeWritten) {
 
 TEST(QeLocationCriterias, AddLeavesTheSetAsItWasWhenMemoryRunsOut) {
   const std::wstring mapped = L"0000:0000:0000:0000:0000:ffff:c0a8:0101";
-  FailEveryAllocation([&](auto attempt) {
+  FailEveryAllocation(ThisProgram(), [&](auto attempt) {
     CQeLocationCriterias criterias;
     criterias.Add(LCT_DNS_SERVER, L"the first text, too long for a string's own buffer");
     bool thrown = false;
@@ -507,7 +507,7 @@ TEST(QeLocationCriterias, AreReadWhollyOrLeftAsTheyWereWhenMemoryRunsOut) {
     source.Add(static_cast<LOCATION_CRITERIA_TYPE>(kind), L"a text too long for a string's own buffer");
   Bytes whole;
   ASSERT_TRUE(source.SerializeToBytes(whole));
-  FailEveryAllocation([&](auto attempt) {
+  FailEveryAllocation(ThisProgram(), [&](auto attempt) {
     const PrintedErrors errors;
     CQeLocationCriterias criterias;
     criterias.Add(LCT_DNS_SUFFIX, L"corp.example");

@@ -100,16 +100,16 @@ class QeLocationUuid : public testing::Test {
  protected:
   QeLocationUuid()
       : m_create(
-            ::GetModuleHandleW(nullptr), "UuidCreate", +[](UUID*) { return g_uuidStatus; }),
+            ThisProgram(), "UuidCreate", +[](UUID*) { return g_uuidStatus; }),
         m_toText(
-            ::GetModuleHandleW(nullptr), "UuidToStringW",
+            ThisProgram(), "UuidToStringW",
             +[](const UUID*, RPC_WSTR* text) {
               ++g_textCalls;
               if (g_textStatus == RPC_S_OK) *text = reinterpret_cast<RPC_WSTR>(g_uuidText);
               return g_textStatus;
             }),
         m_free(
-            ::GetModuleHandleW(nullptr), "RpcStringFreeW", +[](RPC_WSTR* text) -> RPC_STATUS {
+            ThisProgram(), "RpcStringFreeW", +[](RPC_WSTR* text) -> RPC_STATUS {
               if (*text == reinterpret_cast<RPC_WSTR>(g_uuidText)) ++g_freed;
               *text = nullptr;
               return RPC_S_OK;
@@ -154,7 +154,7 @@ TEST_F(QeLocationUuid, WithoutItsTextTheIdIsEmptyAndNothingIsFreed) {
 }
 
 TEST_F(QeLocationUuid, TextIsFreedOnceWhenMemoryRunsOut) {
-  FailEveryAllocation([](auto attempt) {
+  FailEveryAllocation(ThisProgram(), [](auto attempt) {
     g_freed = 0;
     attempt([] {
       try {
@@ -315,7 +315,7 @@ TEST(QeLocation, AssignsThroughTheInterfaceInAFixedOrder) {
 
 TEST(QeLocation, CanBeAssignedAfterMemoryRanOut) {
   const CQeLocation office = Office();
-  FailEveryAllocation([&](auto attempt) {
+  FailEveryAllocation(ThisProgram(), [&](auto attempt) {
     CQeLocation target;
     attempt([&] {
       try {
@@ -512,7 +512,7 @@ TEST(QeLocation, WritesWhollyOrLeavesTheBytesWhenMemoryRunsOut) {
   CQeLocation office = Office();
   office.SetNote(std::wstring(20'000, L'x'));  // more than a string's own buffer, the stack's and the first packer's
   const Bytes whole = BytesOf(office);
-  FailEveryAllocation([&](auto attempt) {
+  FailEveryAllocation(ThisProgram(), [&](auto attempt) {
     const PrintedErrors errors;
     Bytes bytes{1, 2, 3};
     bool written = false;
@@ -527,7 +527,7 @@ TEST(QeLocation, IsReadWhollyOrLeftAsItWasWhenMemoryRunsOut) {
   CQeLocation office = Office();
   office.SetNote(std::wstring(2'000, L'x'));
   const Bytes whole = BytesOf(office);
-  FailEveryAllocation([&](auto attempt) {
+  FailEveryAllocation(ThisProgram(), [&](auto attempt) {
     const PrintedErrors errors;
     CQeLocation location;
     location.SetAdapterIndexes({7});

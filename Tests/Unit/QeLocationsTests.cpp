@@ -395,7 +395,7 @@ TEST(QeLocations, AddsWhollyOrNotWhenMemoryRunsOut) {
   CQeLocation location = Location(L"b", L"a name too long for a string's own buffer");
   location.AddCriteria(&kGateway, L"10.0.0.1");
   location.SetAdapterIndexes({1, 2});
-  FailEveryAllocation([&](auto attempt) {
+  FailEveryAllocation(ThisProgram(), [&](auto attempt) {
     CQeLocations locations = Collection({L"a"});
     bool thrown = false;
     attempt([&] {
@@ -414,7 +414,7 @@ TEST(QeLocations, AddsWhollyOrNotWhenMemoryRunsOut) {
 TEST(QeLocations, UpdatesWhollyOrNotWhenMemoryRunsOut) {
   CQeLocation location = Location(L"a", L"a name too long for a string's own buffer");
   location.AddCriteria(&kGateway, L"10.0.0.1");
-  FailEveryAllocation([&](auto attempt) {
+  FailEveryAllocation(ThisProgram(), [&](auto attempt) {
     CQeLocations locations = Collection({L"a"});
     bool thrown = false;
     attempt([&] {
@@ -431,7 +431,7 @@ TEST(QeLocations, UpdatesWhollyOrNotWhenMemoryRunsOut) {
 
 TEST(QeLocations, CopiesThatFailLeaveNothingWhenMemoryRunsOut) {
   const CQeLocations locations = Read(BlobOf({Blob::Location("a"), Blob::Location("b")}));
-  FailEveryAllocation([&](auto attempt) {
+  FailEveryAllocation(ThisProgram(), [&](auto attempt) {
     bool thrown = false;
     std::shared_ptr<_IQeLocation> item, found;
     CQeLocations copy;
@@ -451,7 +451,7 @@ TEST(QeLocations, CopiesThatFailLeaveNothingWhenMemoryRunsOut) {
 TEST(QeLocations, AreReadWhollyOrLeftAsTheyWereWhenMemoryRunsOut) {
   const Bytes whole =
       BlobOf({Blob::Location("a", "a name, long one"), Blob::Location("b"), Blob::Location("c"), Blob::Array({})});
-  FailEveryAllocation([&](auto attempt) {
+  FailEveryAllocation(ThisProgram(), [&](auto attempt) {
     const PrintedErrors errors;
     CQeLocations locations = Collection({L"x"});
     Bytes before;

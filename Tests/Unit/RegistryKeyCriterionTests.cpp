@@ -7,8 +7,7 @@
 #include <vector>
 
 #include "FwClient/Service/QeLaLib/LaLog.h"
-#include "ScriptedWindows/Windows/RegistrySpy.h"
-#include "ScriptedWindows/Windows/TemporaryRegistryKey.h"
+#include "ScriptedWindows/Windows/ScriptedRegistry.h"
 #include "Tests/Support/LogRecorder.h"
 
 namespace {
@@ -92,186 +91,182 @@ TEST(RegistryKeyCriterionText, OfAnyOtherFormIsMalformed) {
 
 class RegistryKeyCriterionTest : public testing::Test {
  protected:
-  // Evaluates `HKEY_LOCAL_MACHINE\<key>\<rest>`; every key that this opens must be closed again.
-  void Expect(const TemporaryRegistryKey& key, const std::wstring& rest, std::uint32_t met, const Lines& lines) {
-    ExpectText(L"HKEY_LOCAL_MACHINE\\" + key.Path() + L"\\" + rest, met, lines);
-  }
+  RegistryKeyCriterionTest() { m_registry.MakeKey(kPath); }
+
+  // Evaluates `HKEY_LOCAL_MACHINE\<kPath>\<rest>`; every key that this opens must be closed again.
+  void Expect(const std::wstring& rest, std::uint32_t met, const Lines& lines) { ExpectText(kKey + rest, met, lines); }
 
   void ExpectText(const std::wstring& text, std::uint32_t met, const Lines& lines) {
     SCOPED_TRACE(testing::PrintToString(text));
     const LogRecorder log;
     EXPECT_EQ(IsRegistryKeyCriterionMet(text), met);
-    EXPECT_EQ(m_spy.OpenKeys(), 0u);
-    EXPECT_EQ(m_spy.WrongCloses(), 0);
+    EXPECT_EQ(m_registry.OpenKeys(), 0u);
     EXPECT_EQ(log.Texts(), lines);
     for (const LoggedEvent& event : log.Events())
       ExpectFirewallEvent(event, kLogInfo, "FwClient/Service/QeLaLib/RegistryKeyCriterion.cpp");
   }
 
-  RegistrySpy m_spy{::GetModuleHandleW(nullptr)};
+  void Set(const wchar_t* name, DWORD type, const void* data, std::size_t bytes) {
+    m_registry.Set(kPath, name, type, data, bytes);
+  }
+  void SetText(const wchar_t* name, const std::wstring& text) { m_registry.SetText(kPath, name, text); }
+  void SetNumber(const wchar_t* name, DWORD number) { Set(name, REG_DWORD, &number, sizeof number); }
+
+  std::vector<ScriptedRegistry::Call> Opens() const { return m_registry.Calls("RegOpenKeyExW"); }
+  std::vector<ScriptedRegistry::Call> Queries() const { return m_registry.Calls("RegQueryValueExW"); }
+
+  const std::wstring kPath = L"SOFTWARE\\Vendor\\Product";
+  const std::wstring kKey = L"HKEY_LOCAL_MACHINE\\" + kPath + L"\\";
+  ScriptedRegistry m_registry{ThisProgram()};
 };
 
 TEST_F(RegistryKeyCriterionTest, WithoutValueAndDataAsksOnlyForTheKey) {
-  const TemporaryRegistryKey key;
-  Expect(key, L"", 1, {kOnlyExistence});
-  Expect(key, L"=", 1, {kOnlyExistence});
-  EXPECT_TRUE(m_spy.queries.empty());
+  Expect(L"", 1, {kOnlyExistence});
+  Expect(L"=", 1, {kOnlyExistence});
+  EXPECT_TRUE(Queries().empty());
 }
 
 TEST_F(RegistryKeyCriterionTest, AMissingKeyIsLookedForInBothViews) {
-  const std::wstring path = L"SOFTWARE\\QeLaTests-NoSuchKey";
+  const std::wstring path = L"SOFTWARE\\NoSuchKey";
   ExpectText(L"HKEY_LOCAL_MACHINE\\" + path + L"\\", 0, {NoKey(path), NoKey64(path)});
-  EXPECT_EQ(m_spy.opens,
-            (std::vector<RegistrySpy::Open>{{HKEY_LOCAL_MACHINE, path, 0x20019}, {HKEY_LOCAL_MACHINE, path, 0x20119}}));
+  EXPECT_EQ(Opens(), (std::vector{ScriptedRegistry::Open(HKEY_LOCAL_MACHINE, path, 0x20019),
+                                  ScriptedRegistry::Open(HKEY_LOCAL_MACHINE, path, 0x20119)}));
 }
 
 TEST_F(RegistryKeyCriterionTest, AKeyOfThe64BitViewAloneIsFoundOnTheSecondTry) {
-  TemporaryRegistryKey key;
-  key.SetText(L"Site", L"Office");
-  m_spy.openScript = {ERROR_FILE_NOT_FOUND};
-  Expect(key, L"", 1, {NoKey(key.Path()), kOnlyExistence});
-  m_spy.openScript = {ERROR_ACCESS_DENIED};
-  Expect(key, L"Site=Office", 1, {NoKey(key.Path()), Match(L"Site", L"Office")});
+  SetText(L"Site", L"Office");
+  m_registry.Fail("RegOpenKeyExW", ERROR_FILE_NOT_FOUND);
+  Expect(L"", 1, {NoKey(kPath), kOnlyExistence});
+  m_registry.Fail("RegOpenKeyExW", ERROR_ACCESS_DENIED);
+  Expect(L"Site=Office", 1, {NoKey(kPath), Match(L"Site", L"Office")});
 }
 
 TEST_F(RegistryKeyCriterionTest, AKeyOfThe32BitViewAloneIsNotFound) {
-  const TemporaryRegistryKey key(KEY_WOW64_32KEY);
-  Expect(key, L"", 0, {NoKey(key.Path()), NoKey64(key.Path())});
+  m_registry.RemoveKey(kPath);
+  m_registry.MakeKey(kPath, KEY_WOW64_32KEY);
+  Expect(L"", 0, {NoKey(kPath), NoKey64(kPath)});
 }
 
 TEST_F(RegistryKeyCriterionTest, AKeyThatMayNotBeReadInEitherViewDoesNotExist) {
-  const TemporaryRegistryKey key;
-  m_spy.openScript = {ERROR_ACCESS_DENIED, ERROR_ACCESS_DENIED};
-  Expect(key, L"", 0, {NoKey(key.Path()), NoKey64(key.Path())});
+  m_registry.FailAlways("RegOpenKeyExW", ERROR_ACCESS_DENIED);
+  Expect(L"", 0, {NoKey(kPath), NoKey64(kPath)});
 }
 
 TEST_F(RegistryKeyCriterionTest, EveryHiveIsOpenedUnderItsOwnHandle) {
-  m_spy.openScript = {2, 2, 2, 2, 2, 2};
   ExpectText(L"HKEY_CLASSES_ROOT\\A\\", 0, {NoKey(L"A"), NoKey64(L"A")});
   ExpectText(L"HKEY_CURRENT_USER\\B\\C\\", 0, {NoKey(L"B\\C"), NoKey64(L"B\\C")});
   ExpectText(L"HKEY_USERS\\D\\V=1", 0, {NoKey(L"D"), NoKey64(L"D")});
-  EXPECT_EQ(m_spy.opens[0], (RegistrySpy::Open{HKEY_CLASSES_ROOT, L"A", 0x20019}));
-  EXPECT_EQ(m_spy.opens[3], (RegistrySpy::Open{HKEY_CURRENT_USER, L"B\\C", 0x20119}));
-  EXPECT_EQ(m_spy.opens[4], (RegistrySpy::Open{HKEY_USERS, L"D", 0x20019}));
+  EXPECT_EQ(Opens()[0], ScriptedRegistry::Open(HKEY_CLASSES_ROOT, L"A", 0x20019));
+  EXPECT_EQ(Opens()[3], ScriptedRegistry::Open(HKEY_CURRENT_USER, L"B\\C", 0x20119));
+  EXPECT_EQ(Opens()[4], ScriptedRegistry::Open(HKEY_USERS, L"D", 0x20019));
 }
 
 TEST_F(RegistryKeyCriterionTest, TheHiveItselfExists) {
   ExpectText(L"HKEY_LOCAL_MACHINE\\", 1, {kOnlyExistence});
   ExpectText(L"HKEY_LOCAL_MACHINE\\NoSuchValue", 0, {NoText(L"NoSuchValue"), NoNumber(L"NoSuchValue")});
-  EXPECT_EQ(m_spy.opens[0], (RegistrySpy::Open{HKEY_LOCAL_MACHINE, L"", 0x20019}));
+  EXPECT_EQ(Opens()[0], ScriptedRegistry::Open(HKEY_LOCAL_MACHINE, L"", 0x20019));
 }
 
 TEST_F(RegistryKeyCriterionTest, ATextValueMustBeExactlyTheData) {
-  TemporaryRegistryKey key;
-  key.SetText(L"Site", L"Office");
-  key.SetText(L"Expand", L"%windir%\\x", REG_EXPAND_SZ);
-  Expect(key, L"Site=Office", 1, {Match(L"Site", L"Office")});
-  Expect(key, L"site=Office", 1, {Match(L"site", L"Office")});
-  Expect(key, L"Site=office", 0, {NoMatch(L"Site", L"Office")});
-  Expect(key, L"Site=Offic", 0, {NoMatch(L"Site", L"Office")});
-  Expect(key, L"Site=Offices", 0, {NoMatch(L"Site", L"Office")});
-  Expect(key, L"Site= Office", 0, {NoMatch(L"Site", L"Office")});
-  Expect(key, L"Site=Office=", 1, {Match(L"Site", L"Office")});
-  Expect(key, L"Expand=%windir%\\x", 1, {Match(L"Expand", L"%windir%\\x")});
-  EXPECT_EQ(m_spy.queries[0], (RegistrySpy::Query{L"Site", true, 520}));
+  SetText(L"Site", L"Office");
+  Set(L"Expand", REG_EXPAND_SZ, L"%windir%\\x", 22);
+  Expect(L"Site=Office", 1, {Match(L"Site", L"Office")});
+  Expect(L"site=Office", 1, {Match(L"site", L"Office")});
+  Expect(L"Site=office", 0, {NoMatch(L"Site", L"Office")});
+  Expect(L"Site=Offic", 0, {NoMatch(L"Site", L"Office")});
+  Expect(L"Site=Offices", 0, {NoMatch(L"Site", L"Office")});
+  Expect(L"Site= Office", 0, {NoMatch(L"Site", L"Office")});
+  Expect(L"Site=Office=", 1, {Match(L"Site", L"Office")});
+  Expect(L"Expand=%windir%\\x", 1, {Match(L"Expand", L"%windir%\\x")});
+  EXPECT_EQ(Queries()[0], ScriptedRegistry::Query(L"Site", true, 520));
 }
 
 TEST_F(RegistryKeyCriterionTest, MoreThanOneEqualsSignWithTextBehindItIsNeverMet) {
-  TemporaryRegistryKey key;
-  key.SetText(L"Site", L"A=B");
-  Expect(key, L"Site=A=B", 0, {});
-  EXPECT_TRUE(m_spy.opens.empty());
+  SetText(L"Site", L"A=B");
+  Expect(L"Site=A=B", 0, {});
+  EXPECT_TRUE(Opens().empty());
 }
 
 TEST_F(RegistryKeyCriterionTest, AnEmptyValueNameWithDataAsksForTheDefaultValue) {
-  TemporaryRegistryKey key;
-  Expect(key, L"=Office", 0, {NoText(L""), NoNumber(L"")});
-  key.SetText(L"", L"Office");
-  Expect(key, L"=Office", 1, {Match(L"", L"Office")});
+  Expect(L"=Office", 0, {NoText(L""), NoNumber(L"")});
+  SetText(L"", L"Office");
+  Expect(L"=Office", 1, {Match(L"", L"Office")});
 }
 
 TEST_F(RegistryKeyCriterionTest, AValueNameWithoutDataAsksForAnEmptyValue) {
-  TemporaryRegistryKey key;
-  key.SetText(L"Empty", L"");
-  key.Set(L"NoBytes", REG_SZ, nullptr, 0);
-  key.SetText(L"Full", L"x");
-  key.SetNumber(L"Zero", 0);
-  Expect(key, L"Empty", 1, {Match(L"Empty", L"")});
-  Expect(key, L"Empty=", 1, {Match(L"Empty", L"")});
-  Expect(key, L"NoBytes", 1, {Match(L"NoBytes", L"")});
-  Expect(key, L"Full", 0, {NoMatch(L"Full", L"x")});
-  Expect(key, L"Zero", 0, {NoText(L"Zero"), NoMatch(L"Zero", L"0")});
-  Expect(key, L"Missing", 0, {NoText(L"Missing"), NoNumber(L"Missing")});
+  SetText(L"Empty", L"");
+  Set(L"NoBytes", REG_SZ, nullptr, 0);
+  SetText(L"Full", L"x");
+  SetNumber(L"Zero", 0);
+  Expect(L"Empty", 1, {Match(L"Empty", L"")});
+  Expect(L"Empty=", 1, {Match(L"Empty", L"")});
+  Expect(L"NoBytes", 1, {Match(L"NoBytes", L"")});
+  Expect(L"Full", 0, {NoMatch(L"Full", L"x")});
+  Expect(L"Zero", 0, {NoText(L"Zero"), NoMatch(L"Zero", L"0")});
+  Expect(L"Missing", 0, {NoText(L"Missing"), NoNumber(L"Missing")});
 }
 
 TEST_F(RegistryKeyCriterionTest, ANumberIsComparedAsUnsignedDecimalDigits) {
-  TemporaryRegistryKey key;
-  key.SetNumber(L"Level", 3);
-  key.SetNumber(L"Max", 0xFFFFFFFF);
-  Expect(key, L"Level=3", 1, {NoText(L"Level"), Match(L"Level", L"3")});
-  Expect(key, L"Level=03", 0, {NoText(L"Level"), NoMatch(L"Level", L"3")});
-  Expect(key, L"Level=0x3", 0, {NoText(L"Level"), NoMatch(L"Level", L"3")});
-  Expect(key, L"Max=4294967295", 1, {NoText(L"Max"), Match(L"Max", L"4294967295")});
-  Expect(key, L"Max=-1", 0, {NoText(L"Max"), NoMatch(L"Max", L"4294967295")});
-  EXPECT_EQ(m_spy.queries[1], (RegistrySpy::Query{L"Level", true, 4}));
+  SetNumber(L"Level", 3);
+  SetNumber(L"Max", 0xFFFFFFFF);
+  Expect(L"Level=3", 1, {NoText(L"Level"), Match(L"Level", L"3")});
+  Expect(L"Level=03", 0, {NoText(L"Level"), NoMatch(L"Level", L"3")});
+  Expect(L"Level=0x3", 0, {NoText(L"Level"), NoMatch(L"Level", L"3")});
+  Expect(L"Max=4294967295", 1, {NoText(L"Max"), Match(L"Max", L"4294967295")});
+  Expect(L"Max=-1", 0, {NoText(L"Max"), NoMatch(L"Max", L"4294967295")});
+  EXPECT_EQ(Queries()[1], ScriptedRegistry::Query(L"Level", true, 4));
 }
 
 TEST_F(RegistryKeyCriterionTest, AnyFourBytesThatAreNoTextAreANumber) {
-  TemporaryRegistryKey key;
-  key.Set(L"Binary", REG_BINARY, "\x02\x01\0\0", 4);
-  key.Set(L"Multi", REG_MULTI_SZ, L"7", 4);
-  key.Set(L"Unterminated", REG_SZ, L"ABx", 4);  // with a NUL behind it, the system would store that too
-  key.Set(L"BigEndian", REG_DWORD_BIG_ENDIAN, "\0\0\0\x01", 4);
-  Expect(key, L"Binary=258", 1, {NoText(L"Binary"), Match(L"Binary", L"258")});
-  Expect(key, L"Multi=55", 1, {NoText(L"Multi"), Match(L"Multi", L"55")});
-  Expect(key, L"Unterminated=4325441", 1, {NoText(L"Unterminated"), Match(L"Unterminated", L"4325441")});
-  Expect(key, L"BigEndian=16777216", 1, {NoText(L"BigEndian"), Match(L"BigEndian", L"16777216")});
+  Set(L"Binary", REG_BINARY, "\x02\x01\0\0", 4);
+  Set(L"Multi", REG_MULTI_SZ, L"7", 4);
+  Set(L"Unterminated", REG_SZ, L"ABx", 4);  // with a NUL behind it, the system would store that too
+  Set(L"BigEndian", REG_DWORD_BIG_ENDIAN, "\0\0\0\x01", 4);
+  Expect(L"Binary=258", 1, {NoText(L"Binary"), Match(L"Binary", L"258")});
+  Expect(L"Multi=55", 1, {NoText(L"Multi"), Match(L"Multi", L"55")});
+  Expect(L"Unterminated=4325441", 1, {NoText(L"Unterminated"), Match(L"Unterminated", L"4325441")});
+  Expect(L"BigEndian=16777216", 1, {NoText(L"BigEndian"), Match(L"BigEndian", L"16777216")});
 }
 
 TEST_F(RegistryKeyCriterionTest, ValuesOfOtherTypesAndSizesAreNeitherTextNorNumber) {
-  TemporaryRegistryKey key;
   const std::uint64_t number = 3;
-  key.Set(L"Quad", REG_QWORD, &number, sizeof number);
-  key.Set(L"Multi", REG_MULTI_SZ, L"a\0b\0", 10);
-  key.Set(L"Binary", REG_BINARY, "abc", 3);
-  key.Set(L"EmptyBinary", REG_BINARY, nullptr, 0);
-  key.Set(L"Odd", REG_SZ, L"abc\0", 9);
-  key.Set(L"Unterminated", REG_SZ, L"abcx", 6);
+  Set(L"Quad", REG_QWORD, &number, sizeof number);
+  Set(L"Multi", REG_MULTI_SZ, L"a\0b\0", 10);
+  Set(L"Binary", REG_BINARY, "abc", 3);
+  Set(L"EmptyBinary", REG_BINARY, nullptr, 0);
+  Set(L"Odd", REG_SZ, L"abc\0", 9);
+  Set(L"Unterminated", REG_SZ, L"abcx", 6);
   for (const wchar_t* name : {L"Quad", L"Multi", L"Binary", L"EmptyBinary", L"Odd", L"Unterminated"})
     for (const wchar_t* data : {L"", L"=3", L"=a", L"=abc", L"=0"})
-      Expect(key, std::wstring(name) + data, 0, {NoText(name), NoNumber(name)});
+      Expect(std::wstring(name) + data, 0, {NoText(name), NoNumber(name)});
 }
 
 TEST_F(RegistryKeyCriterionTest, ATextEndsAtItsFirstNul) {
-  TemporaryRegistryKey key;
-  key.Set(L"Site", REG_SZ, L"Off\0ice", 16);
-  Expect(key, L"Site=Off", 1, {Match(L"Site", L"Off")});
+  Set(L"Site", REG_SZ, L"Off\0ice", 16);
+  Expect(L"Site=Off", 1, {Match(L"Site", L"Off")});
 }
 
 TEST_F(RegistryKeyCriterionTest, ATextOf520BytesFitsAndALongerOneDoesNot) {
-  TemporaryRegistryKey key;
   const std::wstring longest(259, L'x');
-  key.SetText(L"Fits", longest);
-  key.SetText(L"TooLong", longest + L"x");
-  key.Set(L"FullUnterminated", REG_SZ, std::wstring(260, L'x').c_str(), 520);
-  Expect(key, L"Fits=" + longest, 1, {Match(L"Fits", longest)});
-  Expect(key, L"TooLong=" + longest + L"x", 0, {NoText(L"TooLong"), NoNumber(L"TooLong")});
-  Expect(key, L"FullUnterminated=" + std::wstring(260, L'x'), 0,
+  SetText(L"Fits", longest);
+  SetText(L"TooLong", longest + L"x");
+  Set(L"FullUnterminated", REG_SZ, std::wstring(260, L'x').c_str(), 520);
+  Expect(L"Fits=" + longest, 1, {Match(L"Fits", longest)});
+  Expect(L"TooLong=" + longest + L"x", 0, {NoText(L"TooLong"), NoNumber(L"TooLong")});
+  Expect(L"FullUnterminated=" + std::wstring(260, L'x'), 0,
          {NoText(L"FullUnterminated"), NoNumber(L"FullUnterminated")});
 }
 
 TEST_F(RegistryKeyCriterionTest, ATextThatCannotBeReadIsStillTriedAsANumber) {
-  TemporaryRegistryKey key;
-  key.SetText(L"Site", L"A");  // four bytes: 0x00000041
-  m_spy.queryScript = {ERROR_ACCESS_DENIED};
-  Expect(key, L"Site=65", 1, {NoText(L"Site"), Match(L"Site", L"65")});
+  SetText(L"Site", L"A");  // four bytes: 0x00000041
+  m_registry.Fail("RegQueryValueExW", ERROR_ACCESS_DENIED);
+  Expect(L"Site=65", 1, {NoText(L"Site"), Match(L"Site", L"65")});
 }
 
 TEST_F(RegistryKeyCriterionTest, ANumberThatCannotBeReadIsNotMet) {
-  TemporaryRegistryKey key;
-  key.SetNumber(L"Level", 0);
-  m_spy.queryScript = {std::nullopt, ERROR_ACCESS_DENIED};
-  Expect(key, L"Level=0", 0, {NoText(L"Level"), NoNumber(L"Level")});
+  SetNumber(L"Level", 0);
+  m_registry.Fail("RegQueryValueExW", ERROR_ACCESS_DENIED, 2);
+  Expect(L"Level=0", 0, {NoText(L"Level"), NoNumber(L"Level")});
 }
 
 }  // namespace

@@ -84,7 +84,7 @@ TEST(StlStringUtfConv, ConvertsEveryCharacterOfEveryPlane) {
 TEST(StlStringUtfConv, EmptyTextNeedsNoConversion) {
   static int calls;
   calls = 0;
-  const HMODULE program = ::GetModuleHandleW(nullptr);
+  const HMODULE program = ThisProgram();
   const ImportPatch narrow(
       program, "WideCharToMultiByte",
       +[](UINT, DWORD, LPCWSTR, int, LPSTR, int, LPCSTR, LPBOOL) { return ++calls, 0; });
@@ -158,7 +158,7 @@ TEST(StlStringUtfConv, TextsOf1024BytesNeedNoAllocationButTheResults) {
   const std::wstring wideFits = wide(1024), wideBeyond = wide(1025);
   const std::string fits = narrow(512), beyond = narrow(513);
   const auto allocations = [](auto convert) {
-    const HeapWatch heap;
+    const HeapWatch heap(ThisProgram());
     convert();
     return heap.Allocations();
   };
@@ -172,7 +172,7 @@ TEST(StlStringUtfConv, TextsOf1024BytesNeedNoAllocationButTheResults) {
 TEST(StlStringUtfConv, AsciiNeedsNeitherTheSystemNorMemoryButTheResults) {
   static int calls;
   calls = 0;
-  const HMODULE program = ::GetModuleHandleW(nullptr);
+  const HMODULE program = ThisProgram();
   const ImportPatch toNarrow(
       program, "WideCharToMultiByte",
       +[](UINT, DWORD, LPCWSTR, int, LPSTR, int, LPCSTR, LPBOOL) { return ++calls, 0; });
@@ -189,7 +189,7 @@ TEST(StlStringUtfConv, AsciiNeedsNeitherTheSystemNorMemoryButTheResults) {
   EXPECT_EQ(ToWide(narrow), wide);
   EXPECT_EQ(ToUtf8(wide + L'\0' + kWideUmlaut), narrow);
   EXPECT_EQ(ToWide(narrow + '\0' + kUmlaut), wide);
-  const HeapWatch heap;
+  const HeapWatch heap(ThisProgram());
   EXPECT_EQ(ToUtf8(wide).size(), 127u);
   EXPECT_EQ(heap.Allocations(), 1u);
   EXPECT_EQ(calls, 0);
@@ -211,11 +211,9 @@ class StlStringUtfConvFailure : public testing::TestWithParam<int> {
  protected:
   StlStringUtfConvFailure()
       : m_narrow(
-            ::GetModuleHandleW(nullptr), "WideCharToMultiByte",
+            ThisProgram(), "WideCharToMultiByte",
             +[](UINT, DWORD, LPCWSTR, int, LPSTR, int, LPCSTR, LPBOOL) { return Answer(); }),
-        m_wide(
-            ::GetModuleHandleW(nullptr), "MultiByteToWideChar",
-            +[](UINT, DWORD, LPCSTR, int, LPWSTR, int) { return Answer(); }) {}
+        m_wide(ThisProgram(), "MultiByteToWideChar", +[](UINT, DWORD, LPCSTR, int, LPWSTR, int) { return Answer(); }) {}
 
   // The conversion's error when its system call number GetParam() fails with `error`.
   unsigned long Fail(DWORD error, const std::function<void()>& convert) {
@@ -259,7 +257,7 @@ TEST_P(StlStringUtfConvFailure, IsTheTextsFaultWithOneErrorOnly) {
 // The thread's last error is still that of another text.
 TEST(StlStringUtfConv, AFailureWithoutAnErrorIsNotTakenForTheLastOne) {
   const ImportPatch wide(
-      ::GetModuleHandleW(nullptr), "MultiByteToWideChar", +[](UINT, DWORD, LPCSTR, int, LPWSTR, int) { return 0; });
+      ThisProgram(), "MultiByteToWideChar", +[](UINT, DWORD, LPCSTR, int, LPWSTR, int) { return 0; });
   ::SetLastError(ERROR_NO_UNICODE_TRANSLATION);
   EXPECT_EQ(CauseOf([] { ToWide("\xc3\xa4"); }), Cause::System);
 }
@@ -269,7 +267,7 @@ INSTANTIATE_TEST_SUITE_P(WhenMeasuringOrWhenConverting, StlStringUtfConvFailure,
 TEST(StlStringUtfConv, AsksForStrictConversion) {
   static DWORD flags[2];
   static UINT pages[2];
-  const HMODULE program = ::GetModuleHandleW(nullptr);
+  const HMODULE program = ThisProgram();
   const ImportPatch narrow(
       program, "WideCharToMultiByte", +[](UINT page, DWORD flag, LPCWSTR, int, LPSTR, int, LPCSTR, LPBOOL) {
         pages[0] = page;

@@ -71,8 +71,8 @@ class TasklistQuery : public ScriptedHttps {
 TEST_F(TasklistQuery, RunsTheSystemsOwnProgramAndClosesEverything) {
   EXPECT_TRUE(Find());
   EXPECT_EQ(id, 4711u);
-  EXPECT_EQ(user.program, L"C:\\windows\\system32\\tasklist.exe");
-  EXPECT_EQ(user.commandLine, L" /FI \"IMAGENAME eq explorer.exe\" /FO CSV /NH");
+  EXPECT_EQ(processes.program, L"C:\\windows\\system32\\tasklist.exe");
+  EXPECT_EQ(processes.commandLine, L" /FI \"IMAGENAME eq explorer.exe\" /FO CSV /NH");
   EXPECT_THAT(windows.Calls(), ElementsAre("CreatePipe()", "SetHandleInformation(read end)", "CreatePipe()",
                                            "SetHandleInformation(write end2)", "GetSystemDirectoryW()",
                                            "CreateProcessW()", "CloseHandle(write end)", "CloseHandle(read end2)",
@@ -88,7 +88,7 @@ TEST_F(TasklistQuery, FailsWhenAnyStepFailsAndClosesEverything) {
   for (std::size_t step = 1; step < steps; ++step) {
     SCOPED_TRACE(step);
     id = kUntouched;
-    windows.FailCallNumber(windows.FallibleCalls() + step);
+    windows.FailCallNumber(step);
     EXPECT_FALSE(Find());
     EXPECT_EQ(id, kUntouched);
     EXPECT_THAT(windows.OpenHandles(), IsEmpty());
@@ -96,21 +96,21 @@ TEST_F(TasklistQuery, FailsWhenAnyStepFailsAndClosesEverything) {
 }
 
 TEST_F(TasklistQuery, JoinsPiecesOfOutput) {
-  user.pieceBytes = 7;
+  processes.pieceBytes = 7;
   EXPECT_TRUE(Find());
   EXPECT_EQ(id, 4711u);
 }
 
 TEST_F(TasklistQuery, EndsWhenAReadGivesNothing) {
-  user.endsWithEmptyRead = true;
-  user.tasklistOutput.clear();
-  user.silent = false;
+  processes.endsWithEmptyRead = true;
+  processes.output.clear();
+  processes.silent = false;
   EXPECT_FALSE(Find());
 }
 
 TEST_F(TasklistQuery, EndlessOutputEndsWithTheBuffer) {
-  user.endless = true;
-  user.pieceBytes = 1000;
+  processes.endless = true;
+  processes.pieceBytes = 1000;
   EXPECT_FALSE(Find());
   EXPECT_EQ(windows.Count("ReadFile"), 5u);
   EXPECT_EQ(windows.Count("TerminateProcess"), 0u);
@@ -118,28 +118,28 @@ TEST_F(TasklistQuery, EndlessOutputEndsWithTheBuffer) {
 
 TEST_F(TasklistQuery, FullBufferIsReadToItsLastByteAndNotBeyond) {
   const std::string line = "\"explorer.exe\",\"4711";
-  user.tasklistOutput = std::string(4095 - line.size(), 'x') + "\n" + line + "9 behind the buffer";
+  processes.output = std::string(4095 - line.size(), 'x') + "\n" + line + "9 behind the buffer";
   EXPECT_TRUE(Find());
   EXPECT_EQ(id, 4711u);
   EXPECT_EQ(windows.Count("ReadFile"), 1u);
 }
 
 TEST_F(TasklistQuery, SilentProgramIsEndedAfterHalfAMinute) {
-  user.tasklistOutput.clear();
-  user.silent = true;
+  processes.output.clear();
+  processes.silent = true;
   EXPECT_FALSE(Find());
-  EXPECT_EQ(user.sleptMs, 30000u);
+  EXPECT_EQ(processes.sleptMs, 30000u);
   EXPECT_THAT(windows.Calls({"TerminateProcess"}), ElementsAre("TerminateProcess(child)"));
 }
 
 TEST_F(TasklistQuery, TakesWhatASilentProgramHadSaid) {
-  user.silent = true;
+  processes.silent = true;
   EXPECT_TRUE(Find());
   EXPECT_EQ(id, 4711u);
 }
 
 TEST_F(TasklistQuery, RefusesANameThatWouldLeaveItsQuotes) {
-  user.tasklistOutput = "\"x\",\"1\"\r\n";
+  processes.output = "\"x\",\"1\"\r\n";
   EXPECT_FALSE(Find(L"x\" /S server /U user \""));
   EXPECT_THAT(windows.Calls(), IsEmpty());
 }
@@ -147,7 +147,7 @@ TEST_F(TasklistQuery, RefusesANameThatWouldLeaveItsQuotes) {
 TEST_F(TasklistQuery, PassesOtherNamesOnAsTheyAre) {
   for (const wchar_t* name : {L"explorer.exe, x", L"a & b | c > d %PATH%", L"a\\", L"", L"\x4e2d.exe"}) {
     Find(name);
-    EXPECT_EQ(user.commandLine, std::wstring(L" /FI \"IMAGENAME eq ") + name + L"\" /FO CSV /NH");
+    EXPECT_EQ(processes.commandLine, std::wstring(L" /FI \"IMAGENAME eq ") + name + L"\" /FO CSV /NH");
   }
 }
 

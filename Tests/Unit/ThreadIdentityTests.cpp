@@ -29,7 +29,7 @@ class ThreadIdentity : public testing::Test {
     EXPECT_TRUE(impersonation);
   }
 
-  WindowsScript windows;
+  WindowsScript windows{ThisProgram()};
   FakeInteractiveUser user{windows};
   HANDLE token = windows.Open("token");
 };
@@ -149,7 +149,7 @@ TEST_F(ThreadIdentity, BelongsToOneThread) {
 TEST_F(ThreadIdentity, IsNotGivenUpWithoutMemoryToNoteIt) {
   static const ImportPatch* s_set;
   const ImportPatch patch(
-      ::GetModuleHandleW(nullptr), "TlsSetValue", +[](DWORD slot, void* value) WINAPI -> BOOL {
+      ThisProgram(), "TlsSetValue", +[](DWORD slot, void* value) WINAPI -> BOOL {
         // What the runtime keeps is an address.
         if (reinterpret_cast<std::uintptr_t>(value) - 1 < 16) return FALSE;
         return s_set->Original<BOOL WINAPI(DWORD, void*)>()(slot, value);

@@ -90,7 +90,7 @@ TEST_F(ValidateHttpsConnectionAutoProxy, EndsWithoutSendingWhenAStepBeforeFails)
         std::pair("WinHttpConnect", 1u), std::pair("WinHttpOpenRequest", 1u), std::pair("WinHttpSetStatusCallback", 1u),
         std::pair("WinHttpSetOption", 2u), std::pair("WinHttpSetTimeouts", 1u)}) {
     SCOPED_TRACE(step);
-    windows.Fail(step, ERROR_WINHTTP_INTERNAL_ERROR, windows.Count(step) + call);
+    windows.Fail(step, ERROR_WINHTTP_INTERNAL_ERROR, call);
     EXPECT_FALSE(Probe());
     EXPECT_THAT(windows.OpenHandles(), IsEmpty());
   }
@@ -102,7 +102,7 @@ TEST_F(ValidateHttpsConnectionAutoProxy, WaitsForReportsFromOtherThreadsAsLongAs
   https.answers = {HttpsAnswer::ProxyAsks(1), HttpsAnswer::Status(401)};
   EXPECT_TRUE(Probe(L"", L"user"));
   // Two sends, two answers, and the last report before the library may be unloaded; each wait is limited.
-  EXPECT_THAT(windows.Waits(), ElementsAre(IsCallLimit(), IsCallLimit(), IsCallLimit(), IsCallLimit(), 10000u));
+  EXPECT_THAT(events.Waits(), ElementsAre(IsCallLimit(), IsCallLimit(), IsCallLimit(), IsCallLimit(), 10000u));
 }
 
 TEST_F(ValidateHttpsConnectionAutoProxy, TakesTheReportedErrorForTheSendsOwn) {
@@ -118,7 +118,7 @@ TEST_F(ValidateHttpsConnectionAutoProxy, TakesAReportedFailureWithoutACodeForAFa
     https.Report(WINHTTP_CALLBACK_STATUS_REQUEST_ERROR, nullptr);
   };
   https.answers = {answer};
-  windows.CutWaitsShort();
+  events.CutWaitsShort();
   EXPECT_FALSE(Probe());
   EXPECT_THAT(log.Texts(), ElementsAre(L"Send Request failed for host.test errorCode 12004"));
   https.ReportLate();
@@ -143,7 +143,7 @@ TEST_F(ValidateHttpsConnectionAutoProxy, EndsWhenReceivingIsReportedToFail) {
 TEST_F(ValidateHttpsConnectionAutoProxy, EndsAtOnceWhenACallFailsWithoutAReport) {
   windows.Fail("WinHttpSendRequest", ERROR_WINHTTP_INCORRECT_HANDLE_STATE);
   EXPECT_FALSE(Probe());
-  EXPECT_THAT(windows.Waits(), ElementsAre(10000u));
+  EXPECT_THAT(events.Waits(), ElementsAre(10000u));
   windows.Fail("WinHttpReceiveResponse", ERROR_WINHTTP_INCORRECT_HANDLE_STATE);
   EXPECT_FALSE(Probe());
   EXPECT_THAT(log.Texts(), ElementsAre(L"Send Request failed for host.test errorCode 12019"));
@@ -151,9 +151,9 @@ TEST_F(ValidateHttpsConnectionAutoProxy, EndsAtOnceWhenACallFailsWithoutAReport)
 
 TEST_F(ValidateHttpsConnectionAutoProxy, StopsWaitingForAReportThatNeverComes) {
   https.reports = Reports::kNever;
-  windows.CutWaitsShort();
+  events.CutWaitsShort();
   EXPECT_FALSE(Probe());
-  EXPECT_THAT(windows.Waits(), ElementsAre(IsCallLimit(), 10000u));
+  EXPECT_THAT(events.Waits(), ElementsAre(IsCallLimit(), 10000u));
   EXPECT_THAT(log.Texts(), ElementsAre(L"Send Request failed for host.test errorCode 12002"));
   // The request was closed; what its reports will touch was not.
   EXPECT_THAT(windows.OpenHandles(), ElementsAre("event", "event2"));
@@ -168,9 +168,9 @@ TEST_F(ValidateHttpsConnectionAutoProxy, StopsWaitingForAnAnswerThatNeverComes) 
     https.Report(WINHTTP_CALLBACK_STATUS_SENDREQUEST_COMPLETE, nullptr);
   };
   https.answers = {answer};
-  windows.CutWaitsShort();
+  events.CutWaitsShort();
   EXPECT_FALSE(Probe());
-  EXPECT_THAT(windows.Waits(), ElementsAre(IsCallLimit(), IsCallLimit(), 10000u));
+  EXPECT_THAT(events.Waits(), ElementsAre(IsCallLimit(), IsCallLimit(), 10000u));
   EXPECT_EQ(windows.Count("WinHttpReceiveResponse"), 1u);
   https.ReportLate();
 }

@@ -231,7 +231,7 @@ struct HeapUse {
 };
 
 HeapUse HeapUseOf(const std::function<void()>& action) {
-  const HeapWatch heap;
+  const HeapWatch heap(ThisProgram());
   action();
   return {heap.Allocations(), heap.BytesAskedFor()};
 }
@@ -531,7 +531,7 @@ class ThrowCount {
   }
   static inline int s_count = 0;
   static inline decltype(&::RaiseException) s_original = nullptr;
-  const ImportPatch m_patch{::GetModuleHandleW(nullptr), "RaiseException", &Raise};
+  const ImportPatch m_patch{ThisProgram(), "RaiseException", &Raise};
 };
 
 // Whatever is broken in it, and however deep: it is found without asking the standard library, which throws.
