@@ -5,9 +5,10 @@
 #include <emmintrin.h>
 #include <algorithm>
 #include <cstddef>
-#include <cstring>
 #include <string>
 #include <string_view>
+
+#include "FwClient/Common/Utilities/LenientUtf.h"
 
 namespace {
 
@@ -107,10 +108,7 @@ void AppendField(Line& line, const char* text) {
   if (text == nullptr) return;
   const char* const end = AppendPlain(line, text);
   if (*end == '\0') return;
-  const int length = static_cast<int>(std::strlen(end));
-  std::wstring wide(static_cast<std::size_t>(length), L'\0');  // never more units than bytes
-  wide.resize(static_cast<std::size_t>(::MultiByteToWideChar(CP_UTF8, 0, end, length, wide.data(), length)));
-  AppendField(line, std::wstring_view(wide));
+  AppendField(line, std::wstring_view(LenientUtf::ToWide(end)));
 }
 
 }  // namespace

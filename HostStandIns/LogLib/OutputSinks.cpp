@@ -2,6 +2,8 @@
 
 #include <string_view>
 
+#include "FwClient/Common/Utilities/LenientUtf.h"
+
 namespace {
 
 bool IsUsable(HANDLE handle) { return handle != nullptr && handle != INVALID_HANDLE_VALUE; }
@@ -31,23 +33,15 @@ void WriteToStandardError(std::string_view utf8) {
     WriteAll(handle, utf8);
     return;
   }
-  const int length = static_cast<int>(utf8.size());
-  std::wstring text(utf8.size(), L'\0');  // never more units than bytes
-  const int units = ::MultiByteToWideChar(CP_UTF8, 0, utf8.data(), length, text.data(), length);
-  ::WriteConsoleW(handle, text.data(), static_cast<DWORD>(units), nullptr, nullptr);
+  const std::wstring text = LenientUtf::ToWide(utf8);
+  ::WriteConsoleW(handle, text.data(), static_cast<DWORD>(text.size()), nullptr, nullptr);
 }
 
 }  // namespace
 
 void ConsoleSink::WriteNotice(const std::wstring& text) noexcept {
   try {
-    const int length = static_cast<int>(text.size());
-    std::string utf8(
-        static_cast<std::size_t>(::WideCharToMultiByte(CP_UTF8, 0, text.data(), length, nullptr, 0, nullptr, nullptr)),
-        '\0');
-    ::WideCharToMultiByte(CP_UTF8, 0, text.data(), length, utf8.data(), static_cast<int>(utf8.size()), nullptr,
-                          nullptr);
-    WriteToStandardError(utf8 + "\n");
+    WriteToStandardError(LenientUtf::ToUtf8(text) + "\n");
   } catch (...) {
     // No memory for a notice: the events themselves matter more.
   }

@@ -4,9 +4,10 @@
 #include <string>
 #include <string_view>
 
-// What is not valid UTF-16 becomes U+FFFD: output shows what it can.
-std::string ToUtf8(std::wstring_view text);
-std::wstring ToWide(std::string_view utf8);
+#include "FwClient/Common/Utilities/LenientUtf.h"
+
+using LenientUtf::ToUtf8;
+using LenientUtf::ToWide;
 
 // ToUtf8 for people: control characters, which texts from outside may hold, are shown as \uXXXX.
 std::string Printable(std::wstring_view text);
