@@ -6,6 +6,7 @@
 #include <array>
 #include <cstdlib>
 
+#include "FwClient/Common/Utilities/RegistryText.h"
 #include "FwClient/Common/Utilities/SystemDirectory.h"
 #include "FwClient/Common/Utilities/UniqueHandle.h"
 
@@ -13,20 +14,13 @@ namespace {
 
 // The image name of the user's shell. Only a plain string counts: an expandable one would need the user's environment.
 std::wstring ShellImageName() {
-  constexpr DWORD kBufferBytes = 520;
-  // One character more than is offered, since registry text need not be terminated.
-  wchar_t text[kBufferBytes / sizeof(wchar_t) + 1] = L"";
+  constexpr wchar_t kDefault[] = L"explorer.exe";
   UniqueRegKey key;
   if (::RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\Winlogon", 0, KEY_READ,
                       key.put()) != ERROR_SUCCESS)
-    return L"explorer.exe";
-  DWORD type = REG_NONE;
-  DWORD size = kBufferBytes;
-  if (::RegQueryValueExW(key.get(), L"Shell", nullptr, &type, reinterpret_cast<BYTE*>(text), &size) != ERROR_SUCCESS ||
-      type != REG_SZ)
-    return L"explorer.exe";
-  text[size / sizeof(wchar_t)] = L'\0';
-  return text;
+    return kDefault;
+  RegistryText shell;
+  return shell.Read(key.get(), L"Shell") && shell.Type() == REG_SZ ? shell.Get() : kDefault;
 }
 
 struct SnapshotTraits {

@@ -1,20 +1,15 @@
 #include "FwClient/Service/QeLaLib/RegistryKeyCriterion.h"
 
-#include <iterator>
 #include <string_view>
 #include <vector>
 
+#include "FwClient/Common/Utilities/RegistryText.h"
 #include "FwClient/Common/Utilities/SplitFields.h"
 #include "FwClient/Common/Utilities/ThreadIdentity.h"
 #include "FwClient/Common/Utilities/UniqueHandle.h"
 #include "FwClient/Service/QeLaLib/LaLog.h"
 
 namespace {
-
-// What a text value may take, terminator included. The buffer has one character more, which is never written, so that
-// its text always ends.
-constexpr DWORD kMaxTextBytes = 520;
-constexpr std::size_t kBufferCharacters = kMaxTextBytes / sizeof(wchar_t) + 1;
 
 struct HiveName {
   std::wstring_view name;
@@ -46,14 +41,9 @@ UniqueRegKey OpenKey(const RegistryKeyCriterion& criterion) noexcept {
   return {};
 }
 
-// Reads a text value into `buffer`, which holds zeros. A value that is not terminated, or that has half a character,
-// is not a text.
-bool ReadText(HKEY key, const wchar_t* valueName, wchar_t (&buffer)[kBufferCharacters]) noexcept {
-  DWORD type = REG_NONE;
-  DWORD bytes = kMaxTextBytes;
-  const LSTATUS status = ::RegQueryValueExW(key, valueName, nullptr, &type, reinterpret_cast<BYTE*>(buffer), &bytes);
-  if (status != ERROR_SUCCESS || (type != REG_SZ && type != REG_EXPAND_SZ)) return false;
-  return bytes == 0 || (bytes % sizeof(wchar_t) == 0 && buffer[bytes / sizeof(wchar_t) - 1] == L'\0');
+// A value that is not terminated, or that has half a character, is not a text.
+bool IsText(const RegistryText& value) noexcept {
+  return (value.Type() == REG_SZ || value.Type() == REG_EXPAND_SZ) && value.IsWellFormed();
 }
 
 // Any value of four bytes is a number, whatever its type.
@@ -65,8 +55,8 @@ bool ReadNumber(HKEY key, const wchar_t* valueName, DWORD& number) noexcept {
 
 // The value as text, up to its first NUL; nothing when it can be read neither as a text nor as a number.
 std::optional<std::wstring> ReadValue(HKEY key, const std::wstring& valueName) {
-  wchar_t buffer[kBufferCharacters] = {};
-  if (ReadText(key, valueName.c_str(), buffer)) return buffer;
+  RegistryText text;
+  if (text.Read(key, valueName.c_str()) && IsText(text)) return text.Get();
   LA_LOG(kLogInfo, L"Unable to find the string value in the registry for %s.", valueName.c_str());
   DWORD number = 0;
   if (ReadNumber(key, valueName.c_str(), number)) return std::to_wstring(number);
