@@ -46,19 +46,9 @@ State& TheState() {
   return *state;
 }
 
-std::optional<std::wstring> EnvironmentText(const wchar_t* variable) {
-  const DWORD units = ::GetEnvironmentVariableW(variable, nullptr, 0);
-  if (units == 0) return std::nullopt;
-  std::wstring text(units, L'\0');
-  text.resize(::GetEnvironmentVariableW(variable, text.data(), units));
-  return text;
-}
-
 // The status with which the call is to fail, or 0.
 int InjectedStatus(const State& state, const char* function) {
-  if (!state.failingCall.empty()) return state.failingCall == function ? state.failureStatus : 0;
-  const std::optional<std::wstring> name = EnvironmentText(L"BLFRAMEWORK_FAIL");
-  return name.has_value() && *name == std::wstring(function, function + std::strlen(function)) ? kStatusFailed : 0;
+  return state.failingCall == function ? state.failureStatus : 0;
 }
 
 [[noreturn]] void EndProcess(const char* reason) {
@@ -79,14 +69,6 @@ KzVariant* BuildList(const std::vector<NamedText>& texts) {
     elements.push_back({text.name ? text.name->c_str() : nullptr, text.text ? text.text->c_str() : nullptr});
   return BuildNewKzVariantList(elements.data(), static_cast<std::uint32_t>(elements.size()),
                                [](std::size_t bytes) { return Allocate(TheState(), bytes); });
-}
-
-KzVariant* BuildAnswerFromEnvironment() {
-  std::vector<NamedText> texts;
-  if (auto user = EnvironmentText(L"BLFRAMEWORK_PROXY_USER")) texts.push_back({L"userName", std::move(user)});
-  if (auto password = EnvironmentText(L"BLFRAMEWORK_PROXY_PASSWORD"))
-    texts.push_back({L"password", std::move(password)});
-  return BuildList(texts);
 }
 
 void SetAnswer(std::function<KzVariant*()> buildAnswer) {
@@ -141,7 +123,7 @@ int BLInvokeMethod(BLObjectHandle objectHandle, const char* method, const KzVari
   if (!state.handles.contains(objectHandle) || std::strcmp(method, "proxyCredentials") != 0 || text == nullptr ||
       std::wcscmp(text, L"proxyCredentials") != 0)
     return kStatusUnknown;
-  *answer = state.buildAnswer ? state.buildAnswer() : BuildAnswerFromEnvironment();
+  *answer = state.buildAnswer ? state.buildAnswer() : BuildList({});
   return 0;
 }
 

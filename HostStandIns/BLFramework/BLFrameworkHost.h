@@ -1,11 +1,5 @@
 // What the host product, which owns the credentials, may set in the stand-in. Used by our tools and tests; the library
 // never includes this.
-//
-// A process that cannot call in here sets environment variables instead. They hold for what the functions below have
-// not set, and are read at every call:
-//   BLFRAMEWORK_PROXY_USER      the proxy user name that "proxyCredentials" answers with
-//   BLFRAMEWORK_PROXY_PASSWORD  the proxy password; each is left out of the answer while its variable is not set
-//   BLFRAMEWORK_FAIL            the name of one call that fails, such as BLGetObjectHandle
 #pragma once
 
 #include <BLFramework.h>
