@@ -36,7 +36,7 @@ class ScriptedRegistry : public PlannedFailures, public OnlyOne<ScriptedRegistry
   std::optional<Bytes> Value(const std::wstring& path, const std::wstring& name) const;
   DWORD TypeOf(const std::wstring& path, const std::wstring& name) const;
 
-  // Called before each call is carried out, on the thread that makes it; may change the registry.
+  // Called before each call is carried out, on the thread that makes it, with the lock held; may change the registry.
   void OnCall(std::function<void(const char* function)> hook);
 
   // What the module called, in order: what an open or a create asked for, what a query offered.
