@@ -18,24 +18,24 @@
 class ScriptedHttps : public testing::Test {
  protected:
   ScriptedHttps() {
-    https.impersonating = [this] { return user.impersonating; };
+    m_https.impersonating = [this] { return m_user.impersonating; };
   }
   // Whatever a test did to the thread, the next one finds it as itself.
   ~ScriptedHttps() override {
-    user.LetGo();
+    m_user.LetGo();
     RestoreThreadIdentity();
   }
 
   // The server asks for a client certificate at every send.
-  void AlwaysAskForCertificate() { https.answers = {HttpsAnswer::SendFails(ERROR_WINHTTP_CLIENT_AUTH_CERT_NEEDED)}; }
+  void AlwaysAskForCertificate() { m_https.answers = {HttpsAnswer::SendFails(ERROR_WINHTTP_CLIENT_AUTH_CERT_NEEDED)}; }
 
-  LogRecorder log;
-  WindowsScript windows{ThisProgram()};
-  ScriptedEvents events{windows};
-  ScriptedRegistry registry{windows};
-  FakeSystem system{windows};
-  FakeProcesses processes{windows};
-  FakeInteractiveUser user{windows};
-  FakeCertificates certificates{windows};
-  FakeHttps https{windows};
+  LogRecorder m_log;
+  WindowsScript m_windows{ThisProgram()};
+  ScriptedEvents m_events{m_windows};
+  ScriptedRegistry m_registry{m_windows};
+  FakeSystem m_system{m_windows};
+  FakeProcesses m_processes{m_windows};
+  FakeInteractiveUser m_user{m_windows};
+  FakeCertificates m_certificates{m_windows};
+  FakeHttps m_https{m_windows};
 };

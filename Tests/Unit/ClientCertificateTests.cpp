@@ -19,15 +19,15 @@ class ClientCertificates : public ScriptedHttps {
 
   // The calls from the second send's pass on, without those that find the user's token.
   std::vector<std::string> CertificateCalls() const {
-    return windows.Calls({"ImpersonateLoggedOnUser", "RevertToSelf", "CertOpenStore", "CertCloseStore",
-                          "WinHttpQueryOption", "CertNameToStrW", "CertFindChainInStore", "CertFreeCertificateChain",
-                          "CertDuplicateCertificateContext", "CertFreeCertificateContext", "GlobalFree",
-                          "WinHttpSetOption", "WinHttpSendRequest", "WinHttpCloseHandle"});
+    return m_windows.Calls({"ImpersonateLoggedOnUser", "RevertToSelf", "CertOpenStore", "CertCloseStore",
+                            "WinHttpQueryOption", "CertNameToStrW", "CertFindChainInStore", "CertFreeCertificateChain",
+                            "CertDuplicateCertificateContext", "CertFreeCertificateContext", "GlobalFree",
+                            "WinHttpSetOption", "WinHttpSendRequest", "WinHttpCloseHandle"});
   }
 };
 
 TEST_F(ClientCertificates, SendsTheUsersCertificateAsTheUser) {
-  https.answers = {HttpsAnswer::SendFails(kCertificateNeeded), HttpsAnswer::Status(200)};
+  m_https.answers = {HttpsAnswer::SendFails(kCertificateNeeded), HttpsAnswer::Status(200)};
   EXPECT_TRUE(Probe());
   EXPECT_THAT(CertificateCalls(),
               ElementsAre("WinHttpSendRequest(request)", "ImpersonateLoggedOnUser(token)", "CertOpenStore(0x10000, My)",
@@ -39,19 +39,19 @@ TEST_F(ClientCertificates, SendsTheUsersCertificateAsTheUser) {
                           "CertCloseStore(store, 0)", "WinHttpCloseHandle(request)", "WinHttpCloseHandle(connection)",
                           "WinHttpCloseHandle(session)"));
   EXPECT_THAT(
-      log.Texts(),
+      m_log.Texts(),
       ElementsAre(L"Send Request failed for host.test errorCode 12044", L"Get client certificate issuer",
                   L"Issuer id of required certifcate :CN=Test", L"Searching cert in current user store",
                   L"Get client certificate chain", L"Set the client cert on request handle and resend the request",
                   L"Reverted back successfully", L"WinHttp Send Request status code for host.test 200"));
-  EXPECT_EQ(log.Texts(8).size(), log.Texts().size());
-  for (const LoggedEvent& event : log.Events()) EXPECT_TRUE(event.file.starts_with("FwClient/Service/QeLaLib/"));
+  EXPECT_EQ(m_log.Texts(8).size(), m_log.Texts().size());
+  for (const LoggedEvent& event : m_log.Events()) EXPECT_TRUE(event.file.starts_with("FwClient/Service/QeLaLib/"));
 }
 
 TEST_F(ClientCertificates, ClosesTheTokenBeforeItReverts) {
-  https.answers = {HttpsAnswer::SendFails(kCertificateNeeded), HttpsAnswer::Status(200)};
+  m_https.answers = {HttpsAnswer::SendFails(kCertificateNeeded), HttpsAnswer::Status(200)};
   EXPECT_TRUE(Probe());
-  const auto calls = windows.Calls({"CloseHandle", "RevertToSelf"});
+  const auto calls = m_windows.Calls({"CloseHandle", "RevertToSelf"});
   ASSERT_GE(calls.size(), 2u);
   EXPECT_EQ(calls[calls.size() - 2], "CloseHandle(token)");
   EXPECT_EQ(calls.back(), "RevertToSelf()");
@@ -59,15 +59,15 @@ TEST_F(ClientCertificates, ClosesTheTokenBeforeItReverts) {
 
 TEST_F(ClientCertificates, TriesEachMatchingOneUntilNoneIsLeft) {
   AlwaysAskForCertificate();
-  certificates.matching = 3;
+  m_certificates.matching = 3;
   EXPECT_FALSE(Probe());
   // One send without a certificate, three with one each, one after the search that found no more.
-  EXPECT_EQ(windows.Count("WinHttpSendRequest"), 5u);
+  EXPECT_EQ(m_windows.Count("WinHttpSendRequest"), 5u);
   // All in one store, since a search cannot go on from what another store held. The search frees the chain that it
   // goes on from; the certificate of an earlier pass goes before the next is taken.
   EXPECT_THAT(
-      windows.Calls({"CertOpenStore", "CertCloseStore", "CertFindChainInStore", "CertFreeCertificateChain",
-                     "CertDuplicateCertificateContext", "CertFreeCertificateContext"}),
+      m_windows.Calls({"CertOpenStore", "CertCloseStore", "CertFindChainInStore", "CertFreeCertificateChain",
+                       "CertDuplicateCertificateContext", "CertFreeCertificateContext"}),
       ElementsAre("CertOpenStore(0x10000, My)", "CertFindChainInStore(store, 1, 0x8004, 1, after null)",
                   "CertDuplicateCertificateContext()",  //
                   "CertFindChainInStore(store, 1, 0x8004, 1, after chain)", "CertFreeCertificateContext(certificate)",
@@ -76,15 +76,15 @@ TEST_F(ClientCertificates, TriesEachMatchingOneUntilNoneIsLeft) {
                   "CertDuplicateCertificateContext()",  //
                   "CertFindChainInStore(store, 1, 0x8004, 1, after chain3)", "CertFreeCertificateContext(certificate3)",
                   "CertCloseStore(store, 0)"));
-  EXPECT_EQ(log.Count(L"Not able to locate client certificate -2146885628"), 1u);  // 0x80092004
-  EXPECT_EQ(log.Count(L"Searching cert in current user store"), 4u);
-  EXPECT_EQ(log.Count(L"Reverted back successfully"), 4u);
+  EXPECT_EQ(m_log.Count(L"Not able to locate client certificate -2146885628"), 1u);  // 0x80092004
+  EXPECT_EQ(m_log.Count(L"Searching cert in current user store"), 4u);
+  EXPECT_EQ(m_log.Count(L"Reverted back successfully"), 4u);
 }
 
 TEST_F(ClientCertificates, EveryPassLogsItsSearch) {
   AlwaysAskForCertificate();
   EXPECT_FALSE(Probe());
-  const std::vector<std::wstring> texts = log.Texts();
+  const std::vector<std::wstring> texts = m_log.Texts();
   ASSERT_GE(texts.size(), 8u);
   EXPECT_THAT(std::vector(texts.end() - 8, texts.end()),
               ElementsAre(L"Send Request failed for host.test errorCode 12044", L"Get client certificate issuer",
@@ -95,84 +95,84 @@ TEST_F(ClientCertificates, EveryPassLogsItsSearch) {
 
 TEST_F(ClientCertificates, NeverSendsMoreThanThirtyTimes) {
   AlwaysAskForCertificate();
-  certificates.matching = 100;
+  m_certificates.matching = 100;
   EXPECT_FALSE(Probe());
-  EXPECT_EQ(windows.Count("WinHttpSendRequest"), 30u);
-  EXPECT_EQ(windows.Count("CertFindChainInStore"), 29u);
+  EXPECT_EQ(m_windows.Count("WinHttpSendRequest"), 30u);
+  EXPECT_EQ(m_windows.Count("CertFindChainInStore"), 29u);
 }
 
 TEST_F(ClientCertificates, AnotherErrorAfterACertificateEndsIt) {
-  https.answers = {HttpsAnswer::SendFails(kCertificateNeeded), HttpsAnswer::SendFails(12175)};
+  m_https.answers = {HttpsAnswer::SendFails(kCertificateNeeded), HttpsAnswer::SendFails(12175)};
   EXPECT_FALSE(Probe());
-  EXPECT_EQ(windows.Count("WinHttpSendRequest"), 2u);
+  EXPECT_EQ(m_windows.Count("WinHttpSendRequest"), 2u);
   // The error of the send, not what closing the token or reverting left behind.
-  EXPECT_EQ(log.Count(L"Send Request failed for host.test errorCode 12175"), 1u);
+  EXPECT_EQ(m_log.Count(L"Send Request failed for host.test errorCode 12175"), 1u);
 }
 
 TEST_F(ClientCertificates, LogsNoIssuerOfAnEmptyListAndSearchesAllTheSame) {
-  https.answers = {HttpsAnswer::SendFails(kCertificateNeeded), HttpsAnswer::Status(200)};
-  certificates.issuers = 0;
+  m_https.answers = {HttpsAnswer::SendFails(kCertificateNeeded), HttpsAnswer::Status(200)};
+  m_certificates.issuers = 0;
   EXPECT_TRUE(Probe());
-  EXPECT_EQ(windows.Count("CertNameToStrW"), 0u);
-  EXPECT_EQ(windows.Count("CertFindChainInStore"), 1u);
-  EXPECT_EQ(log.Count(L"Issuer id of required certifcate :"), 1u);
+  EXPECT_EQ(m_windows.Count("CertNameToStrW"), 0u);
+  EXPECT_EQ(m_windows.Count("CertFindChainInStore"), 1u);
+  EXPECT_EQ(m_log.Count(L"Issuer id of required certifcate :"), 1u);
 }
 
 TEST_F(ClientCertificates, LogsALongIssuerCutTo499Characters) {
-  https.answers = {HttpsAnswer::SendFails(kCertificateNeeded), HttpsAnswer::Status(200)};
-  certificates.issuerName.assign(5000, L'x');
+  m_https.answers = {HttpsAnswer::SendFails(kCertificateNeeded), HttpsAnswer::Status(200)};
+  m_certificates.issuerName.assign(5000, L'x');
   EXPECT_TRUE(Probe());
-  EXPECT_EQ(log.Count(L"Issuer id of required certifcate :" + std::wstring(499, L'x')), 1u);
+  EXPECT_EQ(m_log.Count(L"Issuer id of required certifcate :" + std::wstring(499, L'x')), 1u);
 }
 
 TEST_F(ClientCertificates, SendsWithoutOneWhenThereIsNoIssuerList) {
   AlwaysAskForCertificate();
-  windows.Fail("WinHttpQueryOption", ERROR_INVALID_PARAMETER);
+  m_windows.Fail("WinHttpQueryOption", ERROR_INVALID_PARAMETER);
   EXPECT_FALSE(Probe());
-  EXPECT_EQ(windows.Count("WinHttpSendRequest"), 2u);
-  EXPECT_EQ(windows.Count("CertFindChainInStore"), 0u);
-  EXPECT_EQ(log.Count(L"Not able to get issuer list"), 1u);
-  EXPECT_EQ(log.Count(L"Reverted back successfully"), 1u);
+  EXPECT_EQ(m_windows.Count("WinHttpSendRequest"), 2u);
+  EXPECT_EQ(m_windows.Count("CertFindChainInStore"), 0u);
+  EXPECT_EQ(m_log.Count(L"Not able to get issuer list"), 1u);
+  EXPECT_EQ(m_log.Count(L"Reverted back successfully"), 1u);
 }
 
 TEST_F(ClientCertificates, TakesSuccessWithoutAListForNoList) {
   AlwaysAskForCertificate();
-  certificates.listsIssuers = false;
+  m_certificates.listsIssuers = false;
   EXPECT_FALSE(Probe());
-  EXPECT_EQ(log.Count(L"Not able to get issuer list"), 1u);
+  EXPECT_EQ(m_log.Count(L"Not able to get issuer list"), 1u);
 }
 
 TEST_F(ClientCertificates, GoesOnWithoutAStoreAndFreesTheList) {
   AlwaysAskForCertificate();
-  windows.Fail("CertOpenStore", ERROR_ACCESS_DENIED);
+  m_windows.Fail("CertOpenStore", ERROR_ACCESS_DENIED);
   EXPECT_FALSE(Probe());
-  EXPECT_EQ(windows.Count("WinHttpSendRequest"), 2u);
-  EXPECT_EQ(log.Count(L"Not able to open current user store"), 1u);
-  EXPECT_EQ(log.Count(L"Searching cert in current user store"), 0u);
-  EXPECT_EQ(windows.Count("GlobalFree"), 1u);
+  EXPECT_EQ(m_windows.Count("WinHttpSendRequest"), 2u);
+  EXPECT_EQ(m_log.Count(L"Not able to open current user store"), 1u);
+  EXPECT_EQ(m_log.Count(L"Searching cert in current user store"), 0u);
+  EXPECT_EQ(m_windows.Count("GlobalFree"), 1u);
 }
 
 TEST_F(ClientCertificates, OpensTheStoreInALaterPassWhenItCouldNotBefore) {
   // The certificate is wanted from the second pass on; a proxy keeps the passes going.
-  https.answers = {HttpsAnswer::SendFails(kCertificateNeeded), HttpsAnswer::ProxyAsks(std::nullopt),
-                   HttpsAnswer::ProxyAsks(std::nullopt), HttpsAnswer::Status(200)};
-  certificates.matching = 5;
-  windows.Fail("CertOpenStore", ERROR_ACCESS_DENIED);
+  m_https.answers = {HttpsAnswer::SendFails(kCertificateNeeded), HttpsAnswer::ProxyAsks(std::nullopt),
+                     HttpsAnswer::ProxyAsks(std::nullopt), HttpsAnswer::Status(200)};
+  m_certificates.matching = 5;
+  m_windows.Fail("CertOpenStore", ERROR_ACCESS_DENIED);
   EXPECT_TRUE(Probe());
-  EXPECT_THAT(windows.Calls({"CertOpenStore", "CertFindChainInStore", "CertCloseStore"}),
+  EXPECT_THAT(m_windows.Calls({"CertOpenStore", "CertFindChainInStore", "CertCloseStore"}),
               ElementsAre("CertOpenStore(0x10000, My)", "CertOpenStore(0x10000, My)",
                           "CertFindChainInStore(store, 1, 0x8004, 1, after null)",
                           "CertFindChainInStore(store, 1, 0x8004, 1, after chain)", "CertCloseStore(store, 0)"));
-  EXPECT_EQ(log.Count(L"Not able to open current user store"), 1u);
+  EXPECT_EQ(m_log.Count(L"Not able to open current user store"), 1u);
 }
 
 TEST_F(ClientCertificates, StayTheSameSearchWhenAPassInBetweenHasNoIssuerList) {
-  https.answers = {HttpsAnswer::SendFails(kCertificateNeeded), HttpsAnswer::ProxyAsks(std::nullopt),
-                   HttpsAnswer::ProxyAsks(std::nullopt), HttpsAnswer::Status(200)};
-  certificates.matching = 5;
-  windows.Fail("WinHttpQueryOption", ERROR_INVALID_PARAMETER, 2);
+  m_https.answers = {HttpsAnswer::SendFails(kCertificateNeeded), HttpsAnswer::ProxyAsks(std::nullopt),
+                     HttpsAnswer::ProxyAsks(std::nullopt), HttpsAnswer::Status(200)};
+  m_certificates.matching = 5;
+  m_windows.Fail("WinHttpQueryOption", ERROR_INVALID_PARAMETER, 2);
   EXPECT_TRUE(Probe());
-  EXPECT_THAT(windows.Calls({"CertOpenStore", "CertFindChainInStore", "CertCloseStore"}),
+  EXPECT_THAT(m_windows.Calls({"CertOpenStore", "CertFindChainInStore", "CertCloseStore"}),
               ElementsAre("CertOpenStore(0x10000, My)", "CertFindChainInStore(store, 1, 0x8004, 1, after null)",
                           "CertFindChainInStore(store, 1, 0x8004, 1, after chain)", "CertCloseStore(store, 0)"));
 }
@@ -181,26 +181,26 @@ TEST_F(ClientCertificates, ReleasesTheListOfASearchInVainBeforeTheCertificate) {
   AlwaysAskForCertificate();
   EXPECT_FALSE(Probe());
   const auto calls =
-      windows.Calls({"GlobalFree", "CertFreeCertificateContext", "CertFreeCertificateChain", "CertCloseStore"});
+      m_windows.Calls({"GlobalFree", "CertFreeCertificateContext", "CertFreeCertificateChain", "CertCloseStore"});
   EXPECT_THAT(calls, ElementsAre("GlobalFree(issuers)", "GlobalFree(issuers2)",
                                  "CertFreeCertificateContext(certificate)", "CertCloseStore(store, 0)"));
 }
 
 TEST_F(ClientCertificates, SendsAsTheServiceWhenTheUserCannotBeFound) {
   AlwaysAskForCertificate();
-  processes.output.clear();
+  m_processes.output.clear();
   EXPECT_FALSE(Probe());
-  EXPECT_THAT(windows.Calls({"WinHttpSendRequest", "ImpersonateLoggedOnUser", "CertOpenStore"}),
+  EXPECT_THAT(m_windows.Calls({"WinHttpSendRequest", "ImpersonateLoggedOnUser", "CertOpenStore"}),
               ElementsAre("WinHttpSendRequest(request)", "WinHttpSendRequest(request)"));
 }
 
 TEST_F(ClientCertificates, KeepsTheTokenOfAFailedImpersonationUntilTheEnd) {
   AlwaysAskForCertificate();
-  windows.Fail("ImpersonateLoggedOnUser", ERROR_ACCESS_DENIED);
+  m_windows.Fail("ImpersonateLoggedOnUser", ERROR_ACCESS_DENIED);
   EXPECT_FALSE(Probe());
-  EXPECT_EQ(windows.Count("CertOpenStore"), 0u);
-  EXPECT_EQ(windows.Count("RevertToSelf"), 0u);
-  const auto calls = windows.Calls({"WinHttpSendRequest", "CloseHandle", "WinHttpCloseHandle"});
+  EXPECT_EQ(m_windows.Count("CertOpenStore"), 0u);
+  EXPECT_EQ(m_windows.Count("RevertToSelf"), 0u);
+  const auto calls = m_windows.Calls({"WinHttpSendRequest", "CloseHandle", "WinHttpCloseHandle"});
   ASSERT_GE(calls.size(), 5u);
   EXPECT_THAT(std::vector(calls.end() - 5, calls.end()),
               ElementsAre("WinHttpSendRequest(request)", "CloseHandle(token)", "WinHttpCloseHandle(request)",
@@ -209,11 +209,11 @@ TEST_F(ClientCertificates, KeepsTheTokenOfAFailedImpersonationUntilTheEnd) {
 
 TEST_F(ClientCertificates, ClosesTheTokenOfAFailedImpersonationBeforeItTakesTheNext) {
   // The certificate is wanted in the second pass; a proxy keeps the passes going.
-  https.answers = {HttpsAnswer::SendFails(kCertificateNeeded), HttpsAnswer::ProxyAsks(std::nullopt),
-                   HttpsAnswer::Status(200)};
-  windows.Fail("ImpersonateLoggedOnUser", ERROR_ACCESS_DENIED);
+  m_https.answers = {HttpsAnswer::SendFails(kCertificateNeeded), HttpsAnswer::ProxyAsks(std::nullopt),
+                     HttpsAnswer::Status(200)};
+  m_windows.Fail("ImpersonateLoggedOnUser", ERROR_ACCESS_DENIED);
   EXPECT_TRUE(Probe());
-  const auto calls = windows.Calls({"OpenProcessToken", "CloseHandle"});
+  const auto calls = m_windows.Calls({"OpenProcessToken", "CloseHandle"});
   const auto closed = std::find(calls.begin(), calls.end(), "CloseHandle(token)");
   const auto next = std::find(calls.begin(), calls.end(), "OpenProcessToken(process2, 11)");
   ASSERT_NE(next, calls.end());
@@ -221,50 +221,50 @@ TEST_F(ClientCertificates, ClosesTheTokenOfAFailedImpersonationBeforeItTakesTheN
 }
 
 TEST_F(ClientCertificates, TriesAgainToRevertAndDoesNotClaimIt) {
-  https.answers = {HttpsAnswer::SendFails(kCertificateNeeded), HttpsAnswer::Status(200)};
-  windows.Fail("RevertToSelf", ERROR_INTERNAL_ERROR);
+  m_https.answers = {HttpsAnswer::SendFails(kCertificateNeeded), HttpsAnswer::Status(200)};
+  m_windows.Fail("RevertToSelf", ERROR_INTERNAL_ERROR);
   EXPECT_TRUE(Probe());
-  EXPECT_THAT(windows.Calls({"RevertToSelf", "SetThreadToken", "WinHttpReceiveResponse"}),
+  EXPECT_THAT(m_windows.Calls({"RevertToSelf", "SetThreadToken", "WinHttpReceiveResponse"}),
               ElementsAre("RevertToSelf()", "RevertToSelf()", "WinHttpReceiveResponse(request)"));
-  EXPECT_EQ(log.Count(L"Reverted back successfully"), 0u);
+  EXPECT_EQ(m_log.Count(L"Reverted back successfully"), 0u);
 }
 
 TEST_F(ClientCertificates, TakesTheUsersTokenAwayWhenRevertingFailsForGood) {
-  https.answers = {HttpsAnswer::SendFails(kCertificateNeeded), HttpsAnswer::Status(200)};
-  windows.FailAlways("RevertToSelf", ERROR_INTERNAL_ERROR);
+  m_https.answers = {HttpsAnswer::SendFails(kCertificateNeeded), HttpsAnswer::Status(200)};
+  m_windows.FailAlways("RevertToSelf", ERROR_INTERNAL_ERROR);
   EXPECT_TRUE(Probe());
   EXPECT_THAT(
-      windows.Calls({"RevertToSelf", "SetThreadToken", "WinHttpReceiveResponse"}),
+      m_windows.Calls({"RevertToSelf", "SetThreadToken", "WinHttpReceiveResponse"}),
       ElementsAre("RevertToSelf()", "RevertToSelf()", "SetThreadToken(null)", "WinHttpReceiveResponse(request)"));
-  EXPECT_EQ(log.Count(L"Reverted back successfully"), 0u);
+  EXPECT_EQ(m_log.Count(L"Reverted back successfully"), 0u);
 }
 
 TEST_F(ClientCertificates, EndTheProbeWhenTheThreadStaysTheUser) {
-  https.answers = {HttpsAnswer::SendFails(kCertificateNeeded), HttpsAnswer::Status(200)};
-  user.KeepIdentity();
+  m_https.answers = {HttpsAnswer::SendFails(kCertificateNeeded), HttpsAnswer::Status(200)};
+  m_user.KeepIdentity();
   EXPECT_FALSE(Probe());
-  EXPECT_THAT(windows.Calls({"WinHttpSendRequest", "RevertToSelf", "SetThreadToken", "WinHttpReceiveResponse"}),
+  EXPECT_THAT(m_windows.Calls({"WinHttpSendRequest", "RevertToSelf", "SetThreadToken", "WinHttpReceiveResponse"}),
               ElementsAre("WinHttpSendRequest(request)", "WinHttpSendRequest(request, as the user)", "RevertToSelf()",
                           "RevertToSelf()", "SetThreadToken(null)"));
-  EXPECT_THAT(windows.OpenHandles(), IsEmpty());
+  EXPECT_THAT(m_windows.OpenHandles(), IsEmpty());
 }
 
 TEST_F(ClientCertificates, AreNotSentAgainWhenTheThreadStaysTheUser) {
   AlwaysAskForCertificate();
-  certificates.matching = 5;
-  user.KeepIdentity();
+  m_certificates.matching = 5;
+  m_user.KeepIdentity();
   EXPECT_FALSE(Probe());
-  EXPECT_EQ(windows.Count("WinHttpSendRequest"), 2u);
+  EXPECT_EQ(m_windows.Count("WinHttpSendRequest"), 2u);
   // What the send itself came to is still told.
-  EXPECT_EQ(log.Count(L"Send Request failed for host.test errorCode 12044"), 2u);
-  EXPECT_THAT(windows.OpenHandles(), IsEmpty());
+  EXPECT_EQ(m_log.Count(L"Send Request failed for host.test errorCode 12044"), 2u);
+  EXPECT_THAT(m_windows.OpenHandles(), IsEmpty());
 }
 
 TEST_F(ClientCertificates, AreLookedForInEveryFurtherPassOnceWanted) {
-  https.answers = {HttpsAnswer::SendFails(kCertificateNeeded), HttpsAnswer::ProxyAsks(1), HttpsAnswer::Status(200)};
-  certificates.matching = 5;
+  m_https.answers = {HttpsAnswer::SendFails(kCertificateNeeded), HttpsAnswer::ProxyAsks(1), HttpsAnswer::Status(200)};
+  m_certificates.matching = 5;
   EXPECT_TRUE(::ValidateHttpsConnection(L"host.test", L"p:1", L"user", L"secret"));
-  EXPECT_EQ(windows.Count("CertFindChainInStore"), 2u);
+  EXPECT_EQ(m_windows.Count("CertFindChainInStore"), 2u);
 }
 
 }  // namespace

@@ -15,40 +15,40 @@ std::wstring CommandLineFor(const std::wstring& image) { return L" /FI \"IMAGENA
 
 class InteractiveUserToken : public ScriptedHttps {
  protected:
-  InteractiveUserToken() { registry.MakeKey(kWinlogon); }
+  InteractiveUserToken() { m_registry.MakeKey(kWinlogon); }
 
-  HRESULT Get() { return GetInteractiveUserToken(&token); }
+  HRESULT Get() { return GetInteractiveUserToken(&m_token); }
   // The caller's part.
-  void CloseToken() { ::CloseHandle(token); }
+  void CloseToken() { ::CloseHandle(m_token); }
 
   void SetShell(const std::wstring& text, DWORD type, std::size_t bytes) {
-    registry.Set(kWinlogon, L"Shell", type, text.c_str(), bytes);
+    m_registry.Set(kWinlogon, L"Shell", type, text.c_str(), bytes);
   }
 
   static constexpr wchar_t kWinlogon[] = L"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\Winlogon";
-  HANDLE token = INVALID_HANDLE_VALUE;
+  HANDLE m_token = INVALID_HANDLE_VALUE;
 };
 
 TEST_F(InteractiveUserToken, IsThatOfTheShellsProcess) {
   EXPECT_EQ(Get(), 0);
-  EXPECT_EQ(processes.openedProcess, 4711u);
-  EXPECT_EQ(processes.commandLine, kDefaultCommandLine);
-  EXPECT_THAT(windows.Calls({"RegOpenKeyExW", "RegQueryValueExW", "RegCloseKey", "OpenProcess", "OpenProcessToken"}),
+  EXPECT_EQ(m_processes.openedProcess, 4711u);
+  EXPECT_EQ(m_processes.commandLine, kDefaultCommandLine);
+  EXPECT_THAT(m_windows.Calls({"RegOpenKeyExW", "RegQueryValueExW", "RegCloseKey", "OpenProcess", "OpenProcessToken"}),
               ElementsAre("RegOpenKeyExW(0x20019)", "RegQueryValueExW(key, Shell, 520)", "RegCloseKey(key)",
                           "OpenProcess(0x410, 4711)", "OpenProcessToken(process, 11)"));
-  EXPECT_THAT(windows.OpenHandles(), ElementsAre("token"));
+  EXPECT_THAT(m_windows.OpenHandles(), ElementsAre("token"));
   CloseToken();
 }
 
 TEST_F(InteractiveUserToken, FailsWithOneStatusAndNoTokenAndNothingLeftOpen) {
   EXPECT_EQ(Get(), 0);
   CloseToken();
-  const std::size_t calls = windows.FallibleCalls();
+  const std::size_t calls = m_windows.FallibleCalls();
   std::size_t failures = 0;
   for (std::size_t call = 1; call <= calls; ++call) {
     SCOPED_TRACE(call);
-    token = INVALID_HANDLE_VALUE;
-    windows.FailCallNumber(call);
+    m_token = INVALID_HANDLE_VALUE;
+    m_windows.FailCallNumber(call);
     const HRESULT status = Get();
     if (status == 0) {
       CloseToken();
@@ -56,8 +56,8 @@ TEST_F(InteractiveUserToken, FailsWithOneStatusAndNoTokenAndNothingLeftOpen) {
     }
     ++failures;
     EXPECT_EQ(static_cast<std::uint32_t>(status), 0x80004005u);
-    EXPECT_EQ(token, nullptr);
-    EXPECT_THAT(windows.OpenHandles(), IsEmpty());
+    EXPECT_EQ(m_token, nullptr);
+    EXPECT_THAT(m_windows.OpenHandles(), IsEmpty());
   }
   // All but these four: the registry's two, whose default holds, and the last two, of which one is the end of output.
   EXPECT_EQ(failures, calls - 3);
@@ -75,9 +75,9 @@ class ShellImageName : public InteractiveUserToken, public testing::WithParamInt
 TEST_P(ShellImageName, ComesFromAPlainStringThatFits) {
   const ShellCase& shell = GetParam();
   SetShell(shell.text, shell.type, (shell.text.size() + (shell.terminated ? 1 : 0)) * sizeof(wchar_t));
-  processes.output.clear();
+  m_processes.output.clear();
   EXPECT_NE(Get(), 0);
-  EXPECT_EQ(processes.commandLine, CommandLineFor(shell.image));
+  EXPECT_EQ(m_processes.commandLine, CommandLineFor(shell.image));
 }
 
 INSTANTIATE_TEST_SUITE_P(Values, ShellImageName,
@@ -95,15 +95,15 @@ INSTANTIATE_TEST_SUITE_P(Values, ShellImageName,
 
 TEST_F(InteractiveUserToken, ReadsAShellOfOddSizeToItsLastWholeCharacter) {
   SetShell(L"shell.exe", REG_SZ, 9);
-  processes.output.clear();
+  m_processes.output.clear();
   EXPECT_NE(Get(), 0);
-  EXPECT_EQ(processes.commandLine, CommandLineFor(L"shel"));
+  EXPECT_EQ(m_processes.commandLine, CommandLineFor(L"shel"));
 }
 
 TEST_F(InteractiveUserToken, NeedsAProcessIdAboveZero) {
-  processes.output = "\"explorer.exe\",\"0\"\r\n";
+  m_processes.output = "\"explorer.exe\",\"0\"\r\n";
   EXPECT_NE(Get(), 0);
-  EXPECT_EQ(windows.Count("OpenProcess"), 0u);
+  EXPECT_EQ(m_windows.Count("OpenProcess"), 0u);
 }
 
 // ---- on a 32-bit system ----
@@ -111,41 +111,41 @@ TEST_F(InteractiveUserToken, NeedsAProcessIdAboveZero) {
 class ToolhelpToken : public InteractiveUserToken {
  protected:
   ToolhelpToken() {
-    system.wow64DirectoryLength = 0;
-    processes.list = {{L"[System Process]", 0}, {L"System", 4}, {L"explorer.exe", 32}, {L"explorer.exe", 33}};
+    m_system.wow64DirectoryLength = 0;
+    m_processes.list = {{L"[System Process]", 0}, {L"System", 4}, {L"explorer.exe", 32}, {L"explorer.exe", 33}};
   }
 };
 
 TEST_F(ToolhelpToken, IsThatOfTheFirstMatchAndTheSnapshotIsClosed) {
   EXPECT_EQ(Get(), 0);
-  EXPECT_EQ(processes.openedProcess, 32u);
-  EXPECT_EQ(windows.Count("CreateProcessW"), 0u);
-  EXPECT_THAT(windows.Calls({"CreateToolhelp32Snapshot"}), ElementsAre("CreateToolhelp32Snapshot(2)"));
-  EXPECT_THAT(windows.OpenHandles(), ElementsAre("token"));
+  EXPECT_EQ(m_processes.openedProcess, 32u);
+  EXPECT_EQ(m_windows.Count("CreateProcessW"), 0u);
+  EXPECT_THAT(m_windows.Calls({"CreateToolhelp32Snapshot"}), ElementsAre("CreateToolhelp32Snapshot(2)"));
+  EXPECT_THAT(m_windows.OpenHandles(), ElementsAre("token"));
   CloseToken();
 }
 
 TEST_F(ToolhelpToken, NeverComparesTheFirstProcess) {
-  processes.list = {{L"explorer.exe", 32}, {L"System", 4}};
+  m_processes.list = {{L"explorer.exe", 32}, {L"System", 4}};
   EXPECT_NE(Get(), 0);
-  processes.list = {{L"explorer.exe", 32}, {L"explorer.exe", 33}};
+  m_processes.list = {{L"explorer.exe", 32}, {L"explorer.exe", 33}};
   EXPECT_EQ(Get(), 0);
-  EXPECT_EQ(processes.openedProcess, 33u);
+  EXPECT_EQ(m_processes.openedProcess, 33u);
   CloseToken();
 }
 
 TEST_F(ToolhelpToken, ComparesWithLetterCase) {
-  processes.list = {{L"System", 4}, {L"Explorer.EXE", 32}};
+  m_processes.list = {{L"System", 4}, {L"Explorer.EXE", 32}};
   EXPECT_NE(Get(), 0);
-  EXPECT_EQ(windows.Count("OpenProcess"), 0u);
+  EXPECT_EQ(m_windows.Count("OpenProcess"), 0u);
 }
 
 TEST_F(ToolhelpToken, FailsWhenASnapshotCallFailsAndClosesIt) {
   for (const char* call : {"CreateToolhelp32Snapshot", "Process32FirstW", "Process32NextW"}) {
     SCOPED_TRACE(call);
-    windows.Fail(call, ERROR_BAD_LENGTH);
+    m_windows.Fail(call, ERROR_BAD_LENGTH);
     EXPECT_NE(Get(), 0);
-    EXPECT_THAT(windows.OpenHandles(), IsEmpty());
+    EXPECT_THAT(m_windows.OpenHandles(), IsEmpty());
   }
 }
 
@@ -160,10 +160,10 @@ struct SystemCase {
 class SystemVersion : public ScriptedHttps, public testing::WithParamInterface<SystemCase> {};
 
 TEST_P(SystemVersion, DecidesWhetherTheDirectoryIsAskedFor) {
-  system.majorVersion = GetParam().major;
-  system.minorVersion = GetParam().minor;
+  m_system.majorVersion = GetParam().major;
+  m_system.minorVersion = GetParam().minor;
   EXPECT_EQ(IsWow64SystemDirectoryPresent(), GetParam().asked);
-  EXPECT_EQ(windows.Count("GetSystemWow64DirectoryW"), GetParam().asked ? 1u : 0u);
+  EXPECT_EQ(m_windows.Count("GetSystemWow64DirectoryW"), GetParam().asked ? 1u : 0u);
 }
 
 INSTANTIATE_TEST_SUITE_P(Versions, SystemVersion,
@@ -173,19 +173,19 @@ INSTANTIATE_TEST_SUITE_P(Versions, SystemVersion,
 class Wow64Directory : public ScriptedHttps {};
 
 TEST_F(Wow64Directory, IsAbsentOnA32BitSystem) {
-  system.wow64DirectoryLength = 0;
+  m_system.wow64DirectoryLength = 0;
   EXPECT_FALSE(IsWow64SystemDirectoryPresent());
 }
 
 TEST_F(Wow64Directory, IsAbsentWhereTheFunctionIs) {
-  system.knowsWow64Directory = false;
+  m_system.knowsWow64Directory = false;
   EXPECT_FALSE(IsWow64SystemDirectoryPresent());
 }
 
 TEST_F(Wow64Directory, IsAbsentWhenAnyCallFails) {
   for (const char* call : {"GetVersionExW", "LoadLibraryW", "GetProcAddress", "GetSystemWow64DirectoryW"}) {
     SCOPED_TRACE(call);
-    WindowsScript& script = windows;
+    WindowsScript& script = m_windows;
     script.Fail(call, ERROR_NOT_ENOUGH_MEMORY);
     EXPECT_FALSE(IsWow64SystemDirectoryPresent());
     EXPECT_THAT(script.OpenHandles(), IsEmpty());

@@ -12,7 +12,7 @@ using testing::ElementsAre;
 
 class DomainReachability : public ScriptedHttps {
  protected:
-  std::vector<std::string> Attempts() const { return windows.Calls({"WinHttpOpen"}); }
+  std::vector<std::string> Attempts() const { return m_windows.Calls({"WinHttpOpen"}); }
 };
 
 constexpr char kDirect[] = "WinHttpOpen(WinHTTPS request, 0, null, null, 0x0)";
@@ -22,60 +22,60 @@ constexpr char kUsersProxy[] = "WinHttpOpen(WinHTTPS request, 3, p2:443, null, 0
 TEST_F(DomainReachability, EndsWithTheFirstAttemptThatAnswers) {
   EXPECT_TRUE(IsDomainReachable(L"host.test"));
   EXPECT_THAT(Attempts(), ElementsAre(kDirect));
-  EXPECT_EQ(log.Texts().back(), L"IsDomainReachable was able to match domain host.test");
-  ExpectFirewallEvent(log.Events().back(), 8, "FwClient/Service/QeLaLib/QeLaLib.cpp");
+  EXPECT_EQ(m_log.Texts().back(), L"IsDomainReachable was able to match domain host.test");
+  ExpectFirewallEvent(m_log.Events().back(), 8, "FwClient/Service/QeLaLib/QeLaLib.cpp");
 }
 
 TEST_F(DomainReachability, AsksThroughADiscoveredProxyNext) {
-  https.answers = {HttpsAnswer::Status(404), HttpsAnswer::Status(401)};
+  m_https.answers = {HttpsAnswer::Status(404), HttpsAnswer::Status(401)};
   EXPECT_TRUE(IsDomainReachable(L"host.test"));
   EXPECT_THAT(Attempts(), ElementsAre(kDirect, kAutoProxy));
-  EXPECT_EQ(windows.Count("ImpersonateLoggedOnUser"), 0u);
+  EXPECT_EQ(m_windows.Count("ImpersonateLoggedOnUser"), 0u);
 }
 
 TEST_F(DomainReachability, AsksThroughTheUsersProxyLast) {
-  user.proxyList = L"https=p2:443";
-  https.answers = {HttpsAnswer::Status(403), HttpsAnswer::SendFails(12029), HttpsAnswer::Status(200)};
+  m_user.proxyList = L"https=p2:443";
+  m_https.answers = {HttpsAnswer::Status(403), HttpsAnswer::SendFails(12029), HttpsAnswer::Status(200)};
   EXPECT_TRUE(IsDomainReachable(L"host.test"));
   EXPECT_THAT(Attempts(), ElementsAre(kDirect, kAutoProxy, kUsersProxy));
 }
 
 TEST_F(DomainReachability, SaysSoWhenNoAttemptAnswers) {
-  user.configUrl = L"http://wpad.test/p.pac";
-  user.proxyList = L"https=p2:443";
-  https.answers = {HttpsAnswer::Status(500)};
+  m_user.configUrl = L"http://wpad.test/p.pac";
+  m_user.proxyList = L"https=p2:443";
+  m_https.answers = {HttpsAnswer::Status(500)};
   EXPECT_FALSE(IsDomainReachable(L"host.test"));
   EXPECT_THAT(Attempts(), ElementsAre(kDirect, kAutoProxy, kAutoProxy, kUsersProxy));
-  EXPECT_EQ(log.Texts().back(), L"IsDomainReachable was unable to match domain host.test");
+  EXPECT_EQ(m_log.Texts().back(), L"IsDomainReachable was unable to match domain host.test");
 }
 
 TEST_F(DomainReachability, FirstTwoAttemptsKnowNoCredentials) {
-  https.answers = {HttpsAnswer::ProxyAsks(1)};
+  m_https.answers = {HttpsAnswer::ProxyAsks(1)};
   EXPECT_FALSE(IsDomainReachable(L"host.test"));
-  EXPECT_EQ(windows.Count("WinHttpSendRequest"), 2u);
-  EXPECT_EQ(windows.Count("WinHttpSetCredentials"), 0u);
+  EXPECT_EQ(m_windows.Count("WinHttpSendRequest"), 2u);
+  EXPECT_EQ(m_windows.Count("WinHttpSetCredentials"), 0u);
 }
 
 TEST_F(DomainReachability, EndsWithTheAttemptThatLeavesTheThreadAsTheUser) {
-  user.proxyList = L"https=p2:443";
-  https.answers = {HttpsAnswer::SendFails(ERROR_WINHTTP_CLIENT_AUTH_CERT_NEEDED)};
-  user.KeepIdentity();
+  m_user.proxyList = L"https=p2:443";
+  m_https.answers = {HttpsAnswer::SendFails(ERROR_WINHTTP_CLIENT_AUTH_CERT_NEEDED)};
+  m_user.KeepIdentity();
   EXPECT_FALSE(IsDomainReachable(L"host.test"));
   EXPECT_THAT(Attempts(), ElementsAre(kDirect));
-  EXPECT_EQ(windows.Count("WinHttpSendRequest"), 2u);
-  EXPECT_EQ(log.Texts().back(), L"IsDomainReachable was unable to match domain host.test");
-  EXPECT_THAT(windows.OpenHandles(), testing::IsEmpty());
+  EXPECT_EQ(m_windows.Count("WinHttpSendRequest"), 2u);
+  EXPECT_EQ(m_log.Texts().back(), L"IsDomainReachable was unable to match domain host.test");
+  EXPECT_THAT(m_windows.OpenHandles(), testing::IsEmpty());
 }
 
 TEST_F(DomainReachability, IsNotAskedForOnAThreadThatIsTheUser) {
-  https.answers = {HttpsAnswer::SendFails(ERROR_WINHTTP_CLIENT_AUTH_CERT_NEEDED), HttpsAnswer::Status(200)};
-  user.KeepIdentity();
+  m_https.answers = {HttpsAnswer::SendFails(ERROR_WINHTTP_CLIENT_AUTH_CERT_NEEDED), HttpsAnswer::Status(200)};
+  m_user.KeepIdentity();
   EXPECT_FALSE(IsDomainReachable(L"host.test"));
-  const std::size_t calls = windows.Calls().size();
+  const std::size_t calls = m_windows.Calls().size();
   EXPECT_FALSE(IsDomainReachable(L"another.test"));
-  EXPECT_EQ(windows.Calls().size(), calls);
-  EXPECT_EQ(log.Texts().back(), L"IsDomainReachable was unable to match domain another.test");
-  user.LetGo();
+  EXPECT_EQ(m_windows.Calls().size(), calls);
+  EXPECT_EQ(m_log.Texts().back(), L"IsDomainReachable was unable to match domain another.test");
+  m_user.LetGo();
   EXPECT_TRUE(RestoreThreadIdentity());
   EXPECT_TRUE(IsDomainReachable(L"another.test"));
 }
@@ -86,44 +86,44 @@ class HardDomainReachability : public testing::Test {
   HardDomainReachability() {
     // Not recorded: recording needs memory.
     LogUtils::setConsoleLogging(false);
-    user.configUrl = L"http://wpad.test/p.pac";
-    user.proxyList = L"https=p2:443";
-    user.bypassList = L"<local>";
-    certificates.matching = 1000000;
+    m_user.configUrl = L"http://wpad.test/p.pac";
+    m_user.proxyList = L"https=p2:443";
+    m_user.bypassList = L"<local>";
+    m_certificates.matching = 1000000;
   }
   ~HardDomainReachability() override { LogUtils::setConsoleLogging(true); }
 
   bool Probe() {
     constexpr DWORD kCertificateNeeded = ERROR_WINHTTP_CLIENT_AUTH_CERT_NEEDED;
-    https.discoveryErrors = {ERROR_WINHTTP_LOGIN_FAILURE};
-    https.answers = {HttpsAnswer::SendFails(kCertificateNeeded), HttpsAnswer::ProxyAsks(1),
-                     HttpsAnswer::SendFails(kCertificateNeeded), HttpsAnswer::Status(404),
-                     HttpsAnswer::SendFails(kCertificateNeeded), HttpsAnswer::Status(404),
-                     HttpsAnswer::SendFails(kCertificateNeeded), HttpsAnswer::Status(404)};
-    return IsDomainReachable(host);
+    m_https.discoveryErrors = {ERROR_WINHTTP_LOGIN_FAILURE};
+    m_https.answers = {HttpsAnswer::SendFails(kCertificateNeeded), HttpsAnswer::ProxyAsks(1),
+                       HttpsAnswer::SendFails(kCertificateNeeded), HttpsAnswer::Status(404),
+                       HttpsAnswer::SendFails(kCertificateNeeded), HttpsAnswer::Status(404),
+                       HttpsAnswer::SendFails(kCertificateNeeded), HttpsAnswer::Status(404)};
+    return IsDomainReachable(m_host);
   }
 
-  const std::wstring host = L"a-host-with-a-name-that-needs-memory.test";
-  WindowsScript windows{ThisProgram()};
-  ScriptedEvents events{windows};
-  ScriptedRegistry registry{windows};
-  FakeSystem system{windows};
-  FakeProcesses processes{windows};
-  FakeInteractiveUser user{windows};
-  FakeCertificates certificates{windows};
-  FakeHttps https{windows};
+  const std::wstring m_host = L"a-host-with-a-name-that-needs-memory.test";
+  WindowsScript m_windows{ThisProgram()};
+  ScriptedEvents m_events{m_windows};
+  ScriptedRegistry m_registry{m_windows};
+  FakeSystem m_system{m_windows};
+  FakeProcesses m_processes{m_windows};
+  FakeInteractiveUser m_user{m_windows};
+  FakeCertificates m_certificates{m_windows};
+  FakeHttps m_https{m_windows};
 };
 
 TEST_F(HardDomainReachability, SurvivesTheFailureOfEverySingleCall) {
   EXPECT_FALSE(Probe());
-  const std::size_t calls = windows.FallibleCalls();
+  const std::size_t calls = m_windows.FallibleCalls();
   EXPECT_GT(calls, 100u);
   for (std::size_t call = 1; call <= calls; ++call) {
     SCOPED_TRACE(call);
-    windows.FailCallNumber(call);
+    m_windows.FailCallNumber(call);
     Probe();
-    ASSERT_FALSE(user.impersonating);
-    ASSERT_THAT(windows.OpenHandles(), testing::IsEmpty());
+    ASSERT_FALSE(m_user.impersonating);
+    ASSERT_THAT(m_windows.OpenHandles(), testing::IsEmpty());
   }
 }
 
@@ -144,8 +144,8 @@ TEST_F(HardDomainReachability, LetsOnlyTheWantOfMemoryThroughAndNothingBehind) {
       failed = heap.StopFailing();
     }
     if (!failed) break;
-    ASSERT_FALSE(user.impersonating);
-    ASSERT_THAT(windows.OpenHandles(), testing::IsEmpty());
+    ASSERT_FALSE(m_user.impersonating);
+    ASSERT_THAT(m_windows.OpenHandles(), testing::IsEmpty());
   }
   EXPECT_GT(thrown, 20u);
 }

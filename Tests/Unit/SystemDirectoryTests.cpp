@@ -9,42 +9,42 @@ namespace {
 
 class SystemDirectory : public testing::Test {
  protected:
-  bool Get() { return GetSystemDirectoryPath(path); }
-  std::size_t Asked() const { return windows.Count("GetSystemDirectoryW"); }
+  bool Get() { return GetSystemDirectoryPath(m_path); }
+  std::size_t Asked() const { return m_windows.Count("GetSystemDirectoryW"); }
 
-  WindowsScript windows{ThisProgram()};
-  FakeSystem system{windows};
-  std::wstring path = L"before";
+  WindowsScript m_windows{ThisProgram()};
+  FakeSystem m_system{m_windows};
+  std::wstring m_path = L"before";
 };
 
 TEST_F(SystemDirectory, IsGivenHoweverLong) {
-  system.systemDirectory.assign(700, L'd');
+  m_system.systemDirectory.assign(700, L'd');
   EXPECT_TRUE(Get());
-  EXPECT_EQ(path, system.systemDirectory);
-  windows.Fail("GetSystemDirectoryW", ERROR_NOT_ENOUGH_MEMORY);
+  EXPECT_EQ(m_path, m_system.systemDirectory);
+  m_windows.Fail("GetSystemDirectoryW", ERROR_NOT_ENOUGH_MEMORY);
   EXPECT_FALSE(Get());
-  EXPECT_EQ(path, system.systemDirectory);
+  EXPECT_EQ(m_path, m_system.systemDirectory);
 }
 
 TEST_F(SystemDirectory, IsAskedForAgainOnlyWhenItDidNotFit) {
   // With its terminator the first fits exactly into MAX_PATH characters, the second needs one more.
-  system.systemDirectory.assign(MAX_PATH - 1, L'd');
+  m_system.systemDirectory.assign(MAX_PATH - 1, L'd');
   EXPECT_TRUE(Get());
-  EXPECT_EQ(path, system.systemDirectory);
+  EXPECT_EQ(m_path, m_system.systemDirectory);
   EXPECT_EQ(Asked(), 1u);
-  system.systemDirectory.assign(MAX_PATH, L'd');
+  m_system.systemDirectory.assign(MAX_PATH, L'd');
   EXPECT_TRUE(Get());
-  EXPECT_EQ(path, system.systemDirectory);
+  EXPECT_EQ(m_path, m_system.systemDirectory);
   EXPECT_EQ(Asked(), 3u);
 }
 
 TEST_F(SystemDirectory, LeavesThePathAsItWasWhenWindowsDoesNotTell) {
-  system.systemDirectory.assign(700, L'd');
+  m_system.systemDirectory.assign(700, L'd');
   for (const std::size_t failing : {1u, 2u}) {
     SCOPED_TRACE(failing);
-    windows.Fail("GetSystemDirectoryW", ERROR_NOT_ENOUGH_MEMORY, failing);
+    m_windows.Fail("GetSystemDirectoryW", ERROR_NOT_ENOUGH_MEMORY, failing);
     EXPECT_FALSE(Get());
-    EXPECT_EQ(path, L"before");
+    EXPECT_EQ(m_path, L"before");
   }
 }
 

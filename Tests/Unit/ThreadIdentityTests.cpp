@@ -15,29 +15,29 @@ using testing::IsEmpty;
 class ThreadIdentity : public testing::Test {
  protected:
   ~ThreadIdentity() override {
-    user.LetGo();
+    m_user.LetGo();
     EXPECT_TRUE(RestoreThreadIdentity());
-    ::CloseHandle(token);
+    ::CloseHandle(m_token);
   }
 
   std::vector<std::string> Calls() const {
-    return windows.Calls({"ImpersonateLoggedOnUser", "RevertToSelf", "SetThreadToken"});
+    return m_windows.Calls({"ImpersonateLoggedOnUser", "RevertToSelf", "SetThreadToken"});
   }
   void GetStuck() {
-    user.KeepIdentity();
-    ImpersonationGuard impersonation(token);
+    m_user.KeepIdentity();
+    ImpersonationGuard impersonation(m_token);
     EXPECT_TRUE(impersonation);
   }
 
-  WindowsScript windows{ThisProgram()};
-  FakeInteractiveUser user{windows};
-  HANDLE token = windows.Open("token");
+  WindowsScript m_windows{ThisProgram()};
+  FakeInteractiveUser m_user{m_windows};
+  HANDLE m_token = m_windows.Open("token");
 };
 
 TEST_F(ThreadIdentity, IsTheThreadsOwnAgainAfterAnImpersonation) {
   EXPECT_TRUE(ThreadActsAsItself());
   {
-    ImpersonationGuard impersonation(token);
+    ImpersonationGuard impersonation(m_token);
     EXPECT_TRUE(impersonation);
     EXPECT_FALSE(ThreadActsAsItself());
   }
@@ -47,38 +47,38 @@ TEST_F(ThreadIdentity, IsTheThreadsOwnAgainAfterAnImpersonation) {
 
 TEST_F(ThreadIdentity, IsGivenBackOnce) {
   {
-    ImpersonationGuard impersonation(token);
+    ImpersonationGuard impersonation(m_token);
     EXPECT_TRUE(impersonation.Revert());
     EXPECT_FALSE(impersonation);
     EXPECT_FALSE(impersonation.Revert());
   }
-  EXPECT_EQ(windows.Count("RevertToSelf"), 1u);
+  EXPECT_EQ(m_windows.Count("RevertToSelf"), 1u);
 }
 
 TEST_F(ThreadIdentity, StaysWhenTheUserCannotBeImpersonated) {
-  windows.Fail("ImpersonateLoggedOnUser", ERROR_ACCESS_DENIED);
-  const ImpersonationGuard impersonation(token);
+  m_windows.Fail("ImpersonateLoggedOnUser", ERROR_ACCESS_DENIED);
+  const ImpersonationGuard impersonation(m_token);
   EXPECT_FALSE(impersonation);
   EXPECT_TRUE(ThreadActsAsItself());
-  EXPECT_EQ(windows.Count("RevertToSelf"), 0u);
+  EXPECT_EQ(m_windows.Count("RevertToSelf"), 0u);
 }
 
 TEST_F(ThreadIdentity, IsTakenBackAtTheSecondTryWithoutClaimingTheFirst) {
-  windows.Fail("RevertToSelf", ERROR_INTERNAL_ERROR);
-  ImpersonationGuard impersonation(token);
+  m_windows.Fail("RevertToSelf", ERROR_INTERNAL_ERROR);
+  ImpersonationGuard impersonation(m_token);
   EXPECT_FALSE(impersonation.Revert());
   EXPECT_TRUE(ThreadActsAsItself());
-  EXPECT_FALSE(user.impersonating);
+  EXPECT_FALSE(m_user.impersonating);
   EXPECT_THAT(Calls(), ElementsAre("ImpersonateLoggedOnUser(token)", "RevertToSelf()", "RevertToSelf()"));
 }
 
 TEST_F(ThreadIdentity, IsTakenBackByTakingTheTokenAwayAfterTwoTries) {
-  windows.FailAlways("RevertToSelf", ERROR_INTERNAL_ERROR);
+  m_windows.FailAlways("RevertToSelf", ERROR_INTERNAL_ERROR);
   {
-    const ImpersonationGuard impersonation(token);
+    const ImpersonationGuard impersonation(m_token);
   }
   EXPECT_TRUE(ThreadActsAsItself());
-  EXPECT_FALSE(user.impersonating);
+  EXPECT_FALSE(m_user.impersonating);
   EXPECT_THAT(Calls(), ElementsAre("ImpersonateLoggedOnUser(token)", "RevertToSelf()", "RevertToSelf()",
                                    "SetThreadToken(null)"));
 }
@@ -86,7 +86,7 @@ TEST_F(ThreadIdentity, IsTakenBackByTakingTheTokenAwayAfterTwoTries) {
 TEST_F(ThreadIdentity, IsKnownToBeTheUsersWhenNothingHelps) {
   GetStuck();
   EXPECT_FALSE(ThreadActsAsItself());
-  EXPECT_TRUE(user.impersonating);
+  EXPECT_TRUE(m_user.impersonating);
   // Asking costs no call; only restoring tries again.
   EXPECT_EQ(Calls().size(), 4u);
   EXPECT_FALSE(RestoreThreadIdentity());
@@ -96,14 +96,14 @@ TEST_F(ThreadIdentity, IsKnownToBeTheUsersWhenNothingHelps) {
 
 TEST_F(ThreadIdentity, IsRestoredAsSoonAsOneOfTheWaysHelps) {
   GetStuck();
-  windows.Heal("SetThreadToken");
+  m_windows.Heal("SetThreadToken");
   EXPECT_TRUE(RestoreThreadIdentity());
   EXPECT_TRUE(ThreadActsAsItself());
   GetStuck();
-  windows.Heal("RevertToSelf");
+  m_windows.Heal("RevertToSelf");
   EXPECT_TRUE(RestoreThreadIdentity());
   EXPECT_TRUE(ThreadActsAsItself());
-  EXPECT_FALSE(user.impersonating);
+  EXPECT_FALSE(m_user.impersonating);
 }
 
 TEST_F(ThreadIdentity, IsNotTouchedWhereNothingHasFailed) {
@@ -112,23 +112,23 @@ TEST_F(ThreadIdentity, IsNotTouchedWhereNothingHasFailed) {
 }
 
 TEST_F(ThreadIdentity, IsNotTakenBackUnderAnImpersonationThatIsGoingOn) {
-  ImpersonationGuard impersonation(token);
+  ImpersonationGuard impersonation(m_token);
   EXPECT_FALSE(RestoreThreadIdentity());
-  EXPECT_EQ(windows.Count("RevertToSelf"), 0u);
+  EXPECT_EQ(m_windows.Count("RevertToSelf"), 0u);
   {
-    const ImpersonationGuard inner(token);
+    const ImpersonationGuard inner(m_token);
     EXPECT_FALSE(inner);
   }
-  EXPECT_TRUE(user.impersonating);
+  EXPECT_TRUE(m_user.impersonating);
   EXPECT_TRUE(impersonation.Revert());
 }
 
 TEST_F(ThreadIdentity, ThatIsTheUsersIsNotChangedForAnotherUsers) {
   GetStuck();
-  const ImpersonationGuard impersonation(token);
+  const ImpersonationGuard impersonation(m_token);
   EXPECT_FALSE(impersonation);
   EXPECT_FALSE(ThreadActsAsItself());
-  EXPECT_EQ(windows.Count("ImpersonateLoggedOnUser"), 1u);
+  EXPECT_EQ(m_windows.Count("ImpersonateLoggedOnUser"), 1u);
 }
 
 TEST_F(ThreadIdentity, BelongsToOneThread) {
@@ -155,7 +155,7 @@ TEST_F(ThreadIdentity, IsNotGivenUpWithoutMemoryToNoteIt) {
         return s_set->Original<BOOL WINAPI(DWORD, void*)>()(slot, value);
       });
   s_set = &patch;
-  const ImpersonationGuard impersonation(token);
+  const ImpersonationGuard impersonation(m_token);
   EXPECT_FALSE(impersonation);
   EXPECT_THAT(Calls(), IsEmpty());
 }

@@ -24,16 +24,16 @@ auto IsCallLimit() { return AllOf(Gt(kSystemsLimitMs), Le(60u * 60 * 1000)); }
 class ValidateHttpsConnectionAutoProxy : public ScriptedHttps {
  protected:
   bool Probe(const std::wstring& url = {}, const std::wstring& proxyUser = {}) {
-    return ::ValidateHttpsConnectionAutoProxy(context, L"host.test", url, proxyUser, L"secret");
+    return ::ValidateHttpsConnectionAutoProxy(m_context, L"host.test", url, proxyUser, L"secret");
   }
 
-  ProxyContext context;
+  ProxyContext m_context;
 };
 
 TEST_F(ValidateHttpsConnectionAutoProxy, AsksThroughTheDiscoveredProxyAndReleasesInReverse) {
   EXPECT_TRUE(Probe());
   EXPECT_THAT(
-      windows.Calls(),
+      m_windows.Calls(),
       ElementsAre("CreateEventW()", "CreateEventW()", "WinHttpOpen(WinHTTPS request, 1, null, null, 0x10000000)",
                   "WinHttpConnect(session, host.test, 443)",
                   "WinHttpOpenRequest(connection, GET, null, null, null, 0x800100)",
@@ -44,44 +44,44 @@ TEST_F(ValidateHttpsConnectionAutoProxy, AsksThroughTheDiscoveredProxyAndRelease
                   "WinHttpReceiveResponse(request)", "WinHttpQueryHeaders(request, 0x20000013)",
                   "WinHttpCloseHandle(request)", "WinHttpCloseHandle(connection)", "WinHttpCloseHandle(session)",
                   "CloseHandle(event2)", "CloseHandle(event)", "GlobalFree(bypass text)", "GlobalFree(proxy text)"));
-  EXPECT_THAT(log.Texts(), ElementsAre(L"WinHttp Send Request status code for host.test 200"));
+  EXPECT_THAT(m_log.Texts(), ElementsAre(L"WinHttp Send Request status code for host.test 200"));
 }
 
 TEST_F(ValidateHttpsConnectionAutoProxy, NamesTheScriptThatItIsGiven) {
   EXPECT_TRUE(Probe(L"http://wpad.test/p.pac"));
-  EXPECT_THAT(windows.Calls({"WinHttpGetProxyForUrl"}),
+  EXPECT_THAT(m_windows.Calls({"WinHttpGetProxyForUrl"}),
               ElementsAre("WinHttpGetProxyForUrl(session, https://host.test, flags 3, detect 3, script "
                           "http://wpad.test/p.pac, log on 0)"));
 }
 
 TEST_F(ValidateHttpsConnectionAutoProxy, LogsOnWhenTheScriptsServerWantsIt) {
-  https.discoveryErrors = {ERROR_WINHTTP_LOGIN_FAILURE};
+  m_https.discoveryErrors = {ERROR_WINHTTP_LOGIN_FAILURE};
   EXPECT_TRUE(Probe());
   EXPECT_THAT(
-      windows.Calls({"WinHttpGetProxyForUrl"}),
+      m_windows.Calls({"WinHttpGetProxyForUrl"}),
       ElementsAre("WinHttpGetProxyForUrl(session, https://host.test, flags 1, detect 3, script null, log on 0)",
                   "WinHttpGetProxyForUrl(session, https://host.test, flags 1, detect 3, script null, log on 1)"));
 }
 
 TEST_F(ValidateHttpsConnectionAutoProxy, LogsOnOnlyOnce) {
-  https.discoveryErrors = {ERROR_WINHTTP_LOGIN_FAILURE, ERROR_WINHTTP_LOGIN_FAILURE};
+  m_https.discoveryErrors = {ERROR_WINHTTP_LOGIN_FAILURE, ERROR_WINHTTP_LOGIN_FAILURE};
   EXPECT_FALSE(Probe());
-  EXPECT_EQ(windows.Count("WinHttpGetProxyForUrl"), 2u);
-  EXPECT_EQ(windows.Count("WinHttpSendRequest"), 0u);
+  EXPECT_EQ(m_windows.Count("WinHttpGetProxyForUrl"), 2u);
+  EXPECT_EQ(m_windows.Count("WinHttpSendRequest"), 0u);
 }
 
 TEST_F(ValidateHttpsConnectionAutoProxy, EndsWhenNoProxyIsDiscovered) {
-  https.discoveryErrors = {ERROR_WINHTTP_AUTODETECTION_FAILED};
+  m_https.discoveryErrors = {ERROR_WINHTTP_AUTODETECTION_FAILED};
   EXPECT_FALSE(Probe());
-  EXPECT_EQ(windows.Count("WinHttpGetProxyForUrl"), 1u);
-  EXPECT_EQ(windows.Count("WinHttpSetOption"), 0u);
+  EXPECT_EQ(m_windows.Count("WinHttpGetProxyForUrl"), 1u);
+  EXPECT_EQ(m_windows.Count("WinHttpSetOption"), 0u);
 }
 
 TEST_F(ValidateHttpsConnectionAutoProxy, FreesTheTextsWhenTheProxyCannotBeSet) {
-  windows.Fail("WinHttpSetOption", ERROR_INVALID_PARAMETER);
+  m_windows.Fail("WinHttpSetOption", ERROR_INVALID_PARAMETER);
   EXPECT_FALSE(Probe());
-  EXPECT_EQ(windows.Count("WinHttpSendRequest"), 0u);
-  EXPECT_THAT(windows.Calls({"GlobalFree"}), ElementsAre("GlobalFree(bypass text)", "GlobalFree(proxy text)"));
+  EXPECT_EQ(m_windows.Count("WinHttpSendRequest"), 0u);
+  EXPECT_THAT(m_windows.Calls({"GlobalFree"}), ElementsAre("GlobalFree(bypass text)", "GlobalFree(proxy text)"));
 }
 
 TEST_F(ValidateHttpsConnectionAutoProxy, EndsWithoutSendingWhenAStepBeforeFails) {
@@ -90,100 +90,100 @@ TEST_F(ValidateHttpsConnectionAutoProxy, EndsWithoutSendingWhenAStepBeforeFails)
         std::pair("WinHttpConnect", 1u), std::pair("WinHttpOpenRequest", 1u), std::pair("WinHttpSetStatusCallback", 1u),
         std::pair("WinHttpSetOption", 2u), std::pair("WinHttpSetTimeouts", 1u)}) {
     SCOPED_TRACE(step);
-    windows.Fail(step, ERROR_WINHTTP_INTERNAL_ERROR, call);
+    m_windows.Fail(step, ERROR_WINHTTP_INTERNAL_ERROR, call);
     EXPECT_FALSE(Probe());
-    EXPECT_THAT(windows.OpenHandles(), IsEmpty());
+    EXPECT_THAT(m_windows.OpenHandles(), IsEmpty());
   }
-  EXPECT_EQ(windows.Count("WinHttpSendRequest"), 0u);
+  EXPECT_EQ(m_windows.Count("WinHttpSendRequest"), 0u);
 }
 
 TEST_F(ValidateHttpsConnectionAutoProxy, WaitsForReportsFromOtherThreadsAsLongAsTheSystemMayTake) {
-  https.reports = Reports::kFromAnotherThread;
-  https.answers = {HttpsAnswer::ProxyAsks(1), HttpsAnswer::Status(401)};
+  m_https.reports = Reports::kFromAnotherThread;
+  m_https.answers = {HttpsAnswer::ProxyAsks(1), HttpsAnswer::Status(401)};
   EXPECT_TRUE(Probe(L"", L"user"));
   // Two sends, two answers, and the last report before the library may be unloaded; each wait is limited.
-  EXPECT_THAT(events.Waits(), ElementsAre(IsCallLimit(), IsCallLimit(), IsCallLimit(), IsCallLimit(), 10000u));
+  EXPECT_THAT(m_events.Waits(), ElementsAre(IsCallLimit(), IsCallLimit(), IsCallLimit(), IsCallLimit(), 10000u));
 }
 
 TEST_F(ValidateHttpsConnectionAutoProxy, TakesTheReportedErrorForTheSendsOwn) {
-  https.answers = {HttpsAnswer::SendFails(12029)};
+  m_https.answers = {HttpsAnswer::SendFails(12029)};
   EXPECT_FALSE(Probe());
-  EXPECT_THAT(log.Texts(), ElementsAre(L"Send Request failed for host.test errorCode 12029"));
+  EXPECT_THAT(m_log.Texts(), ElementsAre(L"Send Request failed for host.test errorCode 12029"));
 }
 
 TEST_F(ValidateHttpsConnectionAutoProxy, TakesAReportedFailureWithoutACodeForAFailure) {
   HttpsAnswer answer = HttpsAnswer::Status(200);
   answer.before = [this](WINHTTP_STATUS_CALLBACK, HINTERNET) {
-    https.reports = Reports::kNever;
-    https.Report(WINHTTP_CALLBACK_STATUS_REQUEST_ERROR, nullptr);
+    m_https.reports = Reports::kNever;
+    m_https.Report(WINHTTP_CALLBACK_STATUS_REQUEST_ERROR, nullptr);
   };
-  https.answers = {answer};
-  events.CutWaitsShort();
+  m_https.answers = {answer};
+  m_events.CutWaitsShort();
   EXPECT_FALSE(Probe());
-  EXPECT_THAT(log.Texts(), ElementsAre(L"Send Request failed for host.test errorCode 12004"));
-  https.ReportLate();
+  EXPECT_THAT(m_log.Texts(), ElementsAre(L"Send Request failed for host.test errorCode 12004"));
+  m_https.ReportLate();
 }
 
 TEST_F(ValidateHttpsConnectionAutoProxy, OffersCertificatesWhenTheReportAsksForOne) {
-  https.answers = {HttpsAnswer::SendFails(ERROR_WINHTTP_CLIENT_AUTH_CERT_NEEDED), HttpsAnswer::Status(200)};
-  https.reports = Reports::kFromAnotherThread;
+  m_https.answers = {HttpsAnswer::SendFails(ERROR_WINHTTP_CLIENT_AUTH_CERT_NEEDED), HttpsAnswer::Status(200)};
+  m_https.reports = Reports::kFromAnotherThread;
   EXPECT_TRUE(Probe());
-  EXPECT_THAT(windows.Calls({"WinHttpSendRequest"}),
+  EXPECT_THAT(m_windows.Calls({"WinHttpSendRequest"}),
               ElementsAre("WinHttpSendRequest(request)", "WinHttpSendRequest(request, as the user)"));
-  EXPECT_EQ(log.Count(L"Reverted back successfully"), 1u);
+  EXPECT_EQ(m_log.Count(L"Reverted back successfully"), 1u);
 }
 
 TEST_F(ValidateHttpsConnectionAutoProxy, EndsWhenReceivingIsReportedToFail) {
-  https.answers = {HttpsAnswer::ReceiveFails(12002)};
+  m_https.answers = {HttpsAnswer::ReceiveFails(12002)};
   EXPECT_FALSE(Probe());
-  EXPECT_EQ(windows.Count("WinHttpQueryHeaders"), 0u);
-  EXPECT_THAT(log.Texts(), IsEmpty());
+  EXPECT_EQ(m_windows.Count("WinHttpQueryHeaders"), 0u);
+  EXPECT_THAT(m_log.Texts(), IsEmpty());
 }
 
 TEST_F(ValidateHttpsConnectionAutoProxy, EndsAtOnceWhenACallFailsWithoutAReport) {
-  windows.Fail("WinHttpSendRequest", ERROR_WINHTTP_INCORRECT_HANDLE_STATE);
+  m_windows.Fail("WinHttpSendRequest", ERROR_WINHTTP_INCORRECT_HANDLE_STATE);
   EXPECT_FALSE(Probe());
-  EXPECT_THAT(events.Waits(), ElementsAre(10000u));
-  windows.Fail("WinHttpReceiveResponse", ERROR_WINHTTP_INCORRECT_HANDLE_STATE);
+  EXPECT_THAT(m_events.Waits(), ElementsAre(10000u));
+  m_windows.Fail("WinHttpReceiveResponse", ERROR_WINHTTP_INCORRECT_HANDLE_STATE);
   EXPECT_FALSE(Probe());
-  EXPECT_THAT(log.Texts(), ElementsAre(L"Send Request failed for host.test errorCode 12019"));
+  EXPECT_THAT(m_log.Texts(), ElementsAre(L"Send Request failed for host.test errorCode 12019"));
 }
 
 TEST_F(ValidateHttpsConnectionAutoProxy, StopsWaitingForAReportThatNeverComes) {
-  https.reports = Reports::kNever;
-  events.CutWaitsShort();
+  m_https.reports = Reports::kNever;
+  m_events.CutWaitsShort();
   EXPECT_FALSE(Probe());
-  EXPECT_THAT(events.Waits(), ElementsAre(IsCallLimit(), 10000u));
-  EXPECT_THAT(log.Texts(), ElementsAre(L"Send Request failed for host.test errorCode 12002"));
+  EXPECT_THAT(m_events.Waits(), ElementsAre(IsCallLimit(), 10000u));
+  EXPECT_THAT(m_log.Texts(), ElementsAre(L"Send Request failed for host.test errorCode 12002"));
   // The request was closed; what its reports will touch was not.
-  EXPECT_THAT(windows.OpenHandles(), ElementsAre("event", "event2"));
-  https.ReportLate();
-  EXPECT_THAT(windows.OpenHandles(), IsEmpty());
+  EXPECT_THAT(m_windows.OpenHandles(), ElementsAre("event", "event2"));
+  m_https.ReportLate();
+  EXPECT_THAT(m_windows.OpenHandles(), IsEmpty());
 }
 
 TEST_F(ValidateHttpsConnectionAutoProxy, StopsWaitingForAnAnswerThatNeverComes) {
   HttpsAnswer answer = HttpsAnswer::Status(200);
   answer.before = [this](WINHTTP_STATUS_CALLBACK, HINTERNET) {
-    https.reports = Reports::kNever;
-    https.Report(WINHTTP_CALLBACK_STATUS_SENDREQUEST_COMPLETE, nullptr);
+    m_https.reports = Reports::kNever;
+    m_https.Report(WINHTTP_CALLBACK_STATUS_SENDREQUEST_COMPLETE, nullptr);
   };
-  https.answers = {answer};
-  events.CutWaitsShort();
+  m_https.answers = {answer};
+  m_events.CutWaitsShort();
   EXPECT_FALSE(Probe());
-  EXPECT_THAT(events.Waits(), ElementsAre(IsCallLimit(), IsCallLimit(), 10000u));
-  EXPECT_EQ(windows.Count("WinHttpReceiveResponse"), 1u);
-  https.ReportLate();
+  EXPECT_THAT(m_events.Waits(), ElementsAre(IsCallLimit(), IsCallLimit(), 10000u));
+  EXPECT_EQ(m_windows.Count("WinHttpReceiveResponse"), 1u);
+  m_https.ReportLate();
 }
 
 TEST_F(ValidateHttpsConnectionAutoProxy, LogsWhatIsWrongWithTheCertificate) {
   HttpsAnswer answer = HttpsAnswer::SendFails(ERROR_WINHTTP_SECURE_FAILURE);
   answer.before = [this](WINHTTP_STATUS_CALLBACK, HINTERNET) {
     DWORD flags = WINHTTP_CALLBACK_STATUS_FLAG_CERT_CN_INVALID;
-    https.Report(WINHTTP_CALLBACK_STATUS_SECURE_FAILURE, &flags);
+    m_https.Report(WINHTTP_CALLBACK_STATUS_SECURE_FAILURE, &flags);
   };
-  https.answers = {answer};
+  m_https.answers = {answer};
   EXPECT_FALSE(Probe());
-  EXPECT_THAT(log.Texts(), ElementsAre(L"Cert Error Code:16", L"Send Request failed for host.test errorCode 12175"));
+  EXPECT_THAT(m_log.Texts(), ElementsAre(L"Cert Error Code:16", L"Send Request failed for host.test errorCode 12175"));
 }
 
 }  // namespace

@@ -63,91 +63,91 @@ TEST(TasklistCsv, ReadsNoFurtherThanTheText) {
 
 class TasklistQuery : public ScriptedHttps {
  protected:
-  bool Find(const std::wstring& image = L"explorer.exe") { return FindProcessIdWithTasklist(image, &id); }
+  bool Find(const std::wstring& image = L"explorer.exe") { return FindProcessIdWithTasklist(image, &m_id); }
 
-  DWORD id = kUntouched;
+  DWORD m_id = kUntouched;
 };
 
 TEST_F(TasklistQuery, RunsTheSystemsOwnProgramAndClosesEverything) {
   EXPECT_TRUE(Find());
-  EXPECT_EQ(id, 4711u);
-  EXPECT_EQ(processes.program, L"C:\\windows\\system32\\tasklist.exe");
-  EXPECT_EQ(processes.commandLine, L" /FI \"IMAGENAME eq explorer.exe\" /FO CSV /NH");
-  EXPECT_THAT(windows.Calls(), ElementsAre("CreatePipe()", "SetHandleInformation(read end)", "CreatePipe()",
-                                           "SetHandleInformation(write end2)", "GetSystemDirectoryW()",
-                                           "CreateProcessW()", "CloseHandle(write end)", "CloseHandle(read end2)",
-                                           "ReadFile(read end)", "ReadFile(read end)", "CloseHandle(child thread)",
-                                           "CloseHandle(child)", "CloseHandle(write end2)", "CloseHandle(read end)"));
+  EXPECT_EQ(m_id, 4711u);
+  EXPECT_EQ(m_processes.program, L"C:\\windows\\system32\\tasklist.exe");
+  EXPECT_EQ(m_processes.commandLine, L" /FI \"IMAGENAME eq explorer.exe\" /FO CSV /NH");
+  EXPECT_THAT(m_windows.Calls(), ElementsAre("CreatePipe()", "SetHandleInformation(read end)", "CreatePipe()",
+                                             "SetHandleInformation(write end2)", "GetSystemDirectoryW()",
+                                             "CreateProcessW()", "CloseHandle(write end)", "CloseHandle(read end2)",
+                                             "ReadFile(read end)", "ReadFile(read end)", "CloseHandle(child thread)",
+                                             "CloseHandle(child)", "CloseHandle(write end2)", "CloseHandle(read end)"));
 }
 
 TEST_F(TasklistQuery, FailsWhenAnyStepFailsAndClosesEverything) {
   Find();
-  const std::size_t steps = windows.FallibleCalls();
+  const std::size_t steps = m_windows.FallibleCalls();
   EXPECT_EQ(steps, 8u);
   // The last call is the read that ends the output.
   for (std::size_t step = 1; step < steps; ++step) {
     SCOPED_TRACE(step);
-    id = kUntouched;
-    windows.FailCallNumber(step);
+    m_id = kUntouched;
+    m_windows.FailCallNumber(step);
     EXPECT_FALSE(Find());
-    EXPECT_EQ(id, kUntouched);
-    EXPECT_THAT(windows.OpenHandles(), IsEmpty());
+    EXPECT_EQ(m_id, kUntouched);
+    EXPECT_THAT(m_windows.OpenHandles(), IsEmpty());
   }
 }
 
 TEST_F(TasklistQuery, JoinsPiecesOfOutput) {
-  processes.pieceBytes = 7;
+  m_processes.pieceBytes = 7;
   EXPECT_TRUE(Find());
-  EXPECT_EQ(id, 4711u);
+  EXPECT_EQ(m_id, 4711u);
 }
 
 TEST_F(TasklistQuery, EndsWhenAReadGivesNothing) {
-  processes.endsWithEmptyRead = true;
-  processes.output.clear();
-  processes.silent = false;
+  m_processes.endsWithEmptyRead = true;
+  m_processes.output.clear();
+  m_processes.silent = false;
   EXPECT_FALSE(Find());
 }
 
 TEST_F(TasklistQuery, EndlessOutputEndsWithTheBuffer) {
-  processes.endless = true;
-  processes.pieceBytes = 1000;
+  m_processes.endless = true;
+  m_processes.pieceBytes = 1000;
   EXPECT_FALSE(Find());
-  EXPECT_EQ(windows.Count("ReadFile"), 5u);
-  EXPECT_EQ(windows.Count("TerminateProcess"), 0u);
+  EXPECT_EQ(m_windows.Count("ReadFile"), 5u);
+  EXPECT_EQ(m_windows.Count("TerminateProcess"), 0u);
 }
 
 TEST_F(TasklistQuery, FullBufferIsReadToItsLastByteAndNotBeyond) {
   const std::string line = "\"explorer.exe\",\"4711";
-  processes.output = std::string(4095 - line.size(), 'x') + "\n" + line + "9 behind the buffer";
+  m_processes.output = std::string(4095 - line.size(), 'x') + "\n" + line + "9 behind the buffer";
   EXPECT_TRUE(Find());
-  EXPECT_EQ(id, 4711u);
-  EXPECT_EQ(windows.Count("ReadFile"), 1u);
+  EXPECT_EQ(m_id, 4711u);
+  EXPECT_EQ(m_windows.Count("ReadFile"), 1u);
 }
 
 TEST_F(TasklistQuery, SilentProgramIsEndedAfterHalfAMinute) {
-  processes.output.clear();
-  processes.silent = true;
+  m_processes.output.clear();
+  m_processes.silent = true;
   EXPECT_FALSE(Find());
-  EXPECT_EQ(processes.sleptMs, 30000u);
-  EXPECT_THAT(windows.Calls({"TerminateProcess"}), ElementsAre("TerminateProcess(child)"));
+  EXPECT_EQ(m_processes.sleptMs, 30000u);
+  EXPECT_THAT(m_windows.Calls({"TerminateProcess"}), ElementsAre("TerminateProcess(child)"));
 }
 
 TEST_F(TasklistQuery, TakesWhatASilentProgramHadSaid) {
-  processes.silent = true;
+  m_processes.silent = true;
   EXPECT_TRUE(Find());
-  EXPECT_EQ(id, 4711u);
+  EXPECT_EQ(m_id, 4711u);
 }
 
 TEST_F(TasklistQuery, RefusesANameThatWouldLeaveItsQuotes) {
-  processes.output = "\"x\",\"1\"\r\n";
+  m_processes.output = "\"x\",\"1\"\r\n";
   EXPECT_FALSE(Find(L"x\" /S server /U user \""));
-  EXPECT_THAT(windows.Calls(), IsEmpty());
+  EXPECT_THAT(m_windows.Calls(), IsEmpty());
 }
 
 TEST_F(TasklistQuery, PassesOtherNamesOnAsTheyAre) {
   for (const wchar_t* name : {L"explorer.exe, x", L"a & b | c > d %PATH%", L"a\\", L"", L"\x4e2d.exe"}) {
     Find(name);
-    EXPECT_EQ(processes.commandLine, std::wstring(L" /FI \"IMAGENAME eq ") + name + L"\" /FO CSV /NH");
+    EXPECT_EQ(m_processes.commandLine, std::wstring(L" /FI \"IMAGENAME eq ") + name + L"\" /FO CSV /NH");
   }
 }
 
