@@ -183,18 +183,23 @@ inline void PrintReadFailure(const char* className) noexcept {
   PrintError("UCD DeserializeFromBytes failed for %s", className);
 }
 
+// Reads an object over itself, in the memory that it has as far as that will do.
+template <typename Object>
+void ReadOver(Object& object, std::span<const std::uint8_t> bytes) {
+  static_assert(std::is_nothrow_move_assignable_v<Object>);
+  const auto unpack = [](Object& target, LaReader& reader) { target.Unpack(reader); };
+  LaReader::PreparedTexts texts;
+  if (Reads(object, bytes, unpack, LaReader::Purpose::kPrepare, &texts))
+    Reads(object, bytes, unpack, LaReader::Purpose::kFill, &texts);
+  else
+    ReadObject(object, bytes, unpack, [&](Object&& read) noexcept { object = std::move(read); });
+}
+
 template <typename Object>
 bool DeserializeObject(Object& object, const std::vector<std::uint8_t>& bytes) noexcept {
-  static_assert(std::is_nothrow_move_assignable_v<Object>);
   if (bytes.empty()) return false;
-  const auto unpack = [](Object& target, LaReader& reader) { target.Unpack(reader); };
   try {
-    // In the memory that the object has, as far as that will do.
-    LaReader::PreparedTexts texts;
-    if (Reads(object, bytes, unpack, LaReader::Purpose::kPrepare, &texts))
-      Reads(object, bytes, unpack, LaReader::Purpose::kFill, &texts);
-    else
-      ReadObject(object, bytes, unpack, [&](Object&& read) noexcept { object = std::move(read); });
+    ReadOver(object, bytes);
     return true;
   } catch (...) {
     PrintReadFailure(Object::kClassName);

@@ -18,7 +18,7 @@ using LabelRegex = std::basic_regex<wchar_t, ExpressionTraits>;
 // The characters that a regular expression does not take literally; a "." cannot occur in a label.
 constexpr auto kIsInExpressions = [] {
   std::array<bool, 128> is{};
-  for (const char character : std::string_view("^$\\+?()[]{}|")) is[static_cast<std::size_t>(character)] = true;
+  for (const wchar_t character : std::wstring_view(L"^$\\+?()[]{}|")) is[character] = true;
   return is;
 }();
 
