@@ -14,7 +14,7 @@ namespace {
 
 // The image name of the user's shell. Only a plain string counts: an expandable one would need the user's environment.
 std::wstring ShellImageName() {
-  constexpr wchar_t kDefault[] = L"explorer.exe";
+  static constexpr wchar_t kDefault[] = L"explorer.exe";
   UniqueRegKey key;
   if (::RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\Winlogon", 0, KEY_READ,
                       key.put()) != ERROR_SUCCESS)
