@@ -10,5 +10,5 @@ fail() { printf 'dev: error: %s\n' "$*" >&2; exit 3; }
 misuse() { printf 'dev: error: %s\n' "$*" >&2; exit 2; }
 
 # cpp_sources, shell_sources: the files of ours, each ended by a NUL, under names that start at the checkout.
-cpp_sources() { (cd "$kSource" && find FwClient HostStandIns ScriptedWindows Tools Tests Bench \( -name '*.h' -o -name '*.cpp' \) -print0 | sort -z); }
+cpp_sources() { (cd "$kSource" && find . -path ./build -prune -o \( -name '*.h' -o -name '*.cpp' \) -printf '%P\0' | sort -z); }
 shell_sources() { (cd "$kSource" && find dev .ci/run Scripts Tests Bench -type f \( -name '*.sh' -o ! -name '*.*' \) -print0 | sort -z); }

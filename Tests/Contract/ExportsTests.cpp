@@ -11,7 +11,6 @@
 
 namespace {
 
-using ::testing::ElementsAre;
 using ::testing::StartsWith;
 using ::testing::UnorderedElementsAre;
 

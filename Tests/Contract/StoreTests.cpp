@@ -233,7 +233,7 @@ TEST_F(Store, SmartInstanceNeitherSavesNorCalculatesAfterAnEdit) {
   });
   EXPECT_EQ(writes, 0u);
   EXPECT_EQ(calculations, 0u);
-  EXPECT_TRUE(m_registry.Calls().size() == 0u);
+  EXPECT_TRUE(m_registry.Calls().empty());
 }
 
 TEST_F(Store, ResultOfAnEditIsItsOwnWhenSavingFails) {

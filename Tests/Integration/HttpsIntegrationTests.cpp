@@ -19,7 +19,6 @@
 
 namespace {
 
-using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::StartsWith;
 

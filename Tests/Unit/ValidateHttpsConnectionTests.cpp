@@ -4,10 +4,8 @@
 
 namespace {
 
-using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::StartsWith;
 
 class ValidateHttpsConnection : public ScriptedHttps {
  protected:
