@@ -30,19 +30,45 @@ cmake --build --preset clang-check --target QeLaLib qela -- -k 0 || failed=1
 
 say "clang-tidy"
 # The compile commands of the second compiler: clang-tidy understands them as they are. A source is passed over when it
-# was found clean with the same settings and the same headers, of which any counts for every source.
+# was found clean with the same settings and the same headers of ours.
 mkdir -p build/tidy
-common=$({
+settings=$({
   clang-tidy-19 --version
-  cat .clang-tidy ./*/.clang-tidy cmake/*.cmake
-  cpp_sources | grep -z '\.h$' | xargs -0 cat
+  cat .clang-tidy ./*/.clang-tidy cmake/*.cmake Scripts/toolchain.lock
 } | sha256sum)
-# tidy SOURCE: what it says comes at once, so that two that run side by side do not mix.
+# with_headers: for each source a line of its name and those of the headers that it includes, directly or not. A header
+# is known by its last name, so that a line may name too many, and never too few.
+with_headers() {
+  cpp_sources | xargs -0 awk '
+    FNR == 1 { name = FILENAME; sub(".*/", "", name); files[name] = files[name] " " FILENAME; if (FILENAME ~ /cpp$/) sources[FILENAME] }
+    /^#include/ { sub(/[">]$/, "", $2); sub(/.*[\/<"]/, "", $2); includes[FILENAME] = includes[FILENAME] " " $2 }
+    END {
+      for (source in sources) {
+        split("", seen)
+        line = ""
+        queue = source
+        while (queue != "") {
+          split(queue, now)
+          queue = ""
+          for (i in now) {
+            if (now[i] in seen) continue
+            seen[now[i]]
+            line = line " " now[i]
+            count = split(includes[now[i]], names)
+            for (j = 1; j <= count; ++j) queue = queue files[names[j]]
+          }
+        }
+        print substr(line, 2)
+      }
+    }' | sort
+}
+# tidy "SOURCE HEADER...": what it says comes at once, so that two that run side by side do not mix.
 tidy() {
-  local key said
-  key=$(cat "$1" - <<<"$common" | sha256sum | cut -c1-40)
+  local files key said
+  read -ra files <<<"$1"
+  key=$(cat "${files[@]}" - <<<"$settings" | sha256sum | cut -c1-40)
   [ ! -e "build/tidy/$key" ] || return 0
-  if said=$(clang-tidy-19 --quiet -p build/clang-check "$1" 2>&1); then
+  if said=$(clang-tidy-19 --quiet -p build/clang-check "${files[0]}" 2>&1); then
     touch "build/tidy/$key"
   else
     grep -vE '^[0-9]+ warnings? (and [0-9]+ errors? )?generated|^Suppressed ' <<<"$said"
@@ -50,8 +76,8 @@ tidy() {
   fi
 }
 export -f tidy
-export common
-cpp_sources | grep -z '\.cpp$' | xargs -0 -n1 -P"$(nproc)" bash -c 'tidy "$0"' >&2 || failed=1
+export settings
+with_headers | tr '\n' '\0' | xargs -0 -n1 -P"$(nproc)" bash -c 'tidy "$0"' >&2 || failed=1
 
 if [ "$failed" -eq 0 ]; then say "clean"; else say "something was found (see above)"; fi
 exit "$failed"

@@ -7,18 +7,17 @@
 template <typename Class>
 class OnlyOne {
  public:
-  OnlyOne(const OnlyOne&) = delete;
-  OnlyOne& operator=(const OnlyOne&) = delete;
-
   static Class& Current() { return *s_current; }
 
- protected:
+ private:
+  friend Class;
+  OnlyOne(const OnlyOne&) = delete;
+  OnlyOne& operator=(const OnlyOne&) = delete;
   OnlyOne() {
     Require(s_current == nullptr, "there is an object of the class already");
     s_current = static_cast<Class*>(this);
   }
   ~OnlyOne() { s_current = nullptr; }
 
- private:
   static inline Class* s_current = nullptr;
 };

@@ -20,7 +20,7 @@ FakeAddressChanges::FakeAddressChanges(HMODULE module)
       m_getResult(module, "GetOverlappedResult", &GetResult),
       m_closeEvent(module, "WSACloseEvent", &CloseEvent) {}
 
-FakeAddressChanges::~FakeAddressChanges() { Require(m_pending.size() == 0u, "requests are still pending"); }
+FakeAddressChanges::~FakeAddressChanges() { Require(m_pending.empty(), "requests are still pending"); }
 
 std::vector<FakeAddressChanges::Request> FakeAddressChanges::Complete() {
   std::vector<Request> completed = std::exchange(m_pending, {});

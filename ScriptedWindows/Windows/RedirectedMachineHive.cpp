@@ -23,7 +23,7 @@ void Check(LSTATUS status) { Require(status == ERROR_SUCCESS, "the registry refu
 }  // namespace
 
 RedirectedMachineHive::RedirectedMachineHive() : m_path(L"Software\\QeLaLibTests-" + UniqueName()) {
-  Require(LivingPath() == L"", "there are two hives in one process");
+  Require(LivingPath().empty(), "there are two hives in one process");
   LivingPath() = m_path;
   static const int s_registered = std::atexit(&Remove);
   Require(s_registered == 0, "the hive cannot be removed at the end");
