@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "FwClient/Service/QeLaLib/LaLog.h"
+#include "FwClient/Common/Utilities/FwLog.h"
 #include "FwClient/Service/QeLaLib/QeLaLib.h"
 #include "ScriptedWindows/ImportTable/ImportPatch.h"
 #include "ScriptedWindows/Windows/ScriptedRegistry.h"
@@ -41,7 +41,7 @@ class DnsSpy {
     EXPECT_EQ(extra, nullptr);
     EXPECT_EQ(reserved, nullptr);
     EXPECT_EQ(s_self->m_registry.OpenKeys(), 0u) << "a query may take long; nothing is kept open meanwhile";
-    LA_LOG(kLogInfo, L"(query %s)", name);
+    FW_LOG(kLogInfo, L"(query %s)", name);
     ++s_self->m_queries;
     // Also with a failure, as a server may send records with it.
     *records = &s_self->m_records;
@@ -51,7 +51,7 @@ class DnsSpy {
   static void WINAPI OnFree(PVOID records, DNS_FREE_TYPE type) {
     EXPECT_EQ(records, &s_self->m_records);
     EXPECT_EQ(type, 1);
-    LA_LOG(kLogInfo, L"(free)");
+    FW_LOG(kLogInfo, L"(free)");
     ++s_self->m_frees;
   }
 

@@ -2,13 +2,13 @@
 
 #include <algorithm>
 
-#include "FwClient/Service/QeLaLib/LaLog.h"
+#include "FwClient/Common/Utilities/FwLog.h"
 
 bool IsAnyAdapterOfMediaType(const std::vector<AdapterProps>& adapters, std::uint8_t mask,
                              const std::vector<std::uint32_t>& ifIndexes) {
   for (const AdapterProps& adapter : adapters) {
     const auto mediaType = static_cast<std::uint32_t>(adapter.mediaType);
-    LA_LOG(kLogInfo, L"The Adapter %s has Media Type as %d.", adapter.description.c_str(), mediaType);
+    FW_LOG(kLogInfo, L"The Adapter %s has Media Type as %d.", adapter.description.c_str(), mediaType);
     const bool listed = std::find(ifIndexes.begin(), ifIndexes.end(), adapter.ifIndex) != ifIndexes.end();
     // A listed adapter of another type does not end the search: the next one may be listed too.
     if (listed && (mediaType & mask) != 0) return true;

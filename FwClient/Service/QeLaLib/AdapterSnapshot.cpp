@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "FwClient/Common/Utilities/AsciiCase.h"
-#include "FwClient/Service/QeLaLib/LaLog.h"
+#include "FwClient/Common/Utilities/FwLog.h"
 
 namespace {
 
@@ -45,7 +45,7 @@ bool QueryAdapters(AdapterBuffer& buffer) {
   ULONG bytes = kFirstBufferBytes;
   for (int tries = 0; tries < kMaxTries; ++tries) {
     if (!buffer.Allocate(bytes)) {
-      LA_LOG(kLogInfo, L"Memory allocation failed for IP_ADAPTER_ADDRESSES struct");
+      FW_LOG(kLogInfo, L"Memory allocation failed for IP_ADAPTER_ADDRESSES struct");
       // At the first try this passes for an answer without adapters, success line included.
       return tries == 0;
     }
@@ -152,7 +152,7 @@ AdapterSnapshotResult TakeAdapterSnapshot(SharedAdapters& snapshot) {
   const bool answered = QueryAdapters(buffer);
   const auto failed = buffer.LacksMemory() ? AdapterSnapshotResult::kNoMemory : AdapterSnapshotResult::kNoAdapters;
   if (!answered) return failed;
-  LA_LOG(kLogInfo, L"GetAdaptersAddresses succeeds, the return value is : %lu", static_cast<unsigned long>(NO_ERROR));
+  FW_LOG(kLogInfo, L"GetAdaptersAddresses succeeds, the return value is : %lu", static_cast<unsigned long>(NO_ERROR));
   try {
     auto adapters = std::make_shared<std::vector<AdapterProps>>();
     AppendAdapters(buffer.get(), *adapters);
@@ -165,14 +165,14 @@ AdapterSnapshotResult TakeAdapterSnapshot(SharedAdapters& snapshot) {
 }
 
 void LogAdapters(const std::vector<AdapterProps>& adapters) {
-  LA_LOG(kLogInfo, L"Adapters List :");
+  FW_LOG(kLogInfo, L"Adapters List :");
   try {
     std::wstring report;
     for (const AdapterProps& adapter : adapters) {
       report.clear();
       AppendAdapterProps(report, adapter);
-      LA_LOG(kLogInfo, L"Adapter properties:\n%s", report.c_str());
-      LA_LOG(kLogInfo, L"//---------------------------------------------\n");
+      FW_LOG(kLogInfo, L"Adapter properties:\n%s", report.c_str());
+      FW_LOG(kLogInfo, L"//---------------------------------------------\n");
     }
   } catch (const std::bad_alloc&) {
     // The report is for reading only: the snapshot stands.

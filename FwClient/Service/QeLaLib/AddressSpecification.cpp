@@ -9,9 +9,9 @@
 #include <cwchar>
 #include <iterator>
 
+#include "FwClient/Common/Utilities/FwLog.h"
 #include "FwClient/Common/Utilities/ScopeGuards.h"
 #include "FwClient/Service/QeLaLib/Include/QeLaApi.h"
-#include "FwClient/Service/QeLaLib/LaLog.h"
 #include "FwClient/Service/QeLaLib/QeLaUtils.h"
 
 namespace {
@@ -100,7 +100,7 @@ bool MatchAddressSpecification(const std::vector<std::wstring>& addresses, const
       const WinsockGuard winsock;
       const int error = ::WSAGetLastError();
       if (winsock.Result() != 0) {
-        LA_LOG(kLogInfo, L"FIAT_SUBNET WSAStartup failed with error %d with last error %d", winsock.Result(), error);
+        FW_LOG(kLogInfo, L"FIAT_SUBNET WSAStartup failed with error %d with last error %d", winsock.Result(), error);
         return false;
       }
       std::wstring low;
@@ -114,7 +114,7 @@ bool MatchAddressSpecification(const std::vector<std::wstring>& addresses, const
       const WinsockGuard winsock;
       const int error = ::WSAGetLastError();
       if (winsock.Result() != 0) {
-        LA_LOG(kLogInfo,
+        FW_LOG(kLogInfo,
                L"FIAT_RANGE_IP or FIAT_ANY_IP_V4 or FIAT_ANY_IP_V6 WSAStartup failed with error %d with last error %d",
                winsock.Result(), error);
         return false;

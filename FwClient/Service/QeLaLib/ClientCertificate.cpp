@@ -5,7 +5,7 @@
 
 #include <schannel.h>
 
-#include "FwClient/Service/QeLaLib/LaLog.h"
+#include "FwClient/Common/Utilities/FwLog.h"
 
 namespace {
 
@@ -19,7 +19,7 @@ void LogFirstIssuer(const SecPkgContext_IssuerListInfoEx& issuers) {
   wchar_t name[kNameLength] = L"";
   if (issuers.cIssuers != 0)
     ::CertNameToStrW(X509_ASN_ENCODING, issuers.aIssuers, CERT_X500_NAME_STR, name, kNameLength);
-  LA_LOG(kLogInfo, L"Issuer id of required certifcate :%s", name);
+  FW_LOG(kLogInfo, L"Issuer id of required certifcate :%s", name);
 }
 
 }  // namespace
@@ -27,14 +27,14 @@ void LogFirstIssuer(const SecPkgContext_IssuerListInfoEx& issuers) {
 bool ClientCertificate::SelectNext(HINTERNET request) {
   // One store for all calls: a search cannot go on from a chain that another store held, even if it is the same user's.
   if (!m_store) m_store.reset(::CertOpenStore(CERT_STORE_PROV_SYSTEM_W, 0, 0, CERT_SYSTEM_STORE_CURRENT_USER, L"My"));
-  if (!m_store) LA_LOG(kLogInfo, L"Not able to open current user store");
+  if (!m_store) FW_LOG(kLogInfo, L"Not able to open current user store");
 
   if (!QueryIssuers(request)) {
-    LA_LOG(kLogInfo, L"Not able to get issuer list");
+    FW_LOG(kLogInfo, L"Not able to get issuer list");
     return false;
   }
   if (!m_store) return false;
-  LA_LOG(kLogInfo, L"Searching cert in current user store");
+  FW_LOG(kLogInfo, L"Searching cert in current user store");
   if (!FindNextChain()) return false;
 
   m_certificate.reset();
@@ -42,13 +42,13 @@ bool ClientCertificate::SelectNext(HINTERNET request) {
   m_issuers.reset();
   ::WinHttpSetOption(request, WINHTTP_OPTION_CLIENT_CERT_CONTEXT, const_cast<CERT_CONTEXT*>(m_certificate.get()),
                      sizeof(CERT_CONTEXT));
-  LA_LOG(kLogInfo, L"Set the client cert on request handle and resend the request");
+  FW_LOG(kLogInfo, L"Set the client cert on request handle and resend the request");
   return true;
 }
 
 // Takes the list of issuers that the server admits.
 bool ClientCertificate::QueryIssuers(HINTERNET request) {
-  LA_LOG(kLogInfo, L"Get client certificate issuer");
+  FW_LOG(kLogInfo, L"Get client certificate issuer");
   DWORD size = sizeof(HGLOBAL);
   if (!::WinHttpQueryOption(request, WINHTTP_OPTION_CLIENT_CERT_ISSUER_LIST, static_cast<void*>(m_issuers.put()),
                             &size))
@@ -60,7 +60,7 @@ bool ClientCertificate::QueryIssuers(HINTERNET request) {
 }
 
 bool ClientCertificate::FindNextChain() {
-  LA_LOG(kLogInfo, L"Get client certificate chain");
+  FW_LOG(kLogInfo, L"Get client certificate chain");
   const SecPkgContext_IssuerListInfoEx& issuers = IssuerList(m_issuers.get());
   CERT_CHAIN_FIND_BY_ISSUER_PARA parameters{};
   static_assert(sizeof parameters == 56, "the form without its optional last fields");
@@ -72,6 +72,6 @@ bool ClientCertificate::FindNextChain() {
       ::CertFindChainInStore(m_store.get(), X509_ASN_ENCODING,
                              CERT_CHAIN_FIND_BY_ISSUER_CACHE_ONLY_FLAG | CERT_CHAIN_FIND_BY_ISSUER_CACHE_ONLY_URL_FLAG,
                              CERT_CHAIN_FIND_BY_ISSUER, &parameters, m_chain.release()));
-  if (!m_chain) LA_LOG(kLogInfo, L"Not able to locate client certificate %ld", ::GetLastError());
+  if (!m_chain) FW_LOG(kLogInfo, L"Not able to locate client certificate %ld", ::GetLastError());
   return static_cast<bool>(m_chain);
 }

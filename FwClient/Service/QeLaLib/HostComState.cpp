@@ -5,8 +5,8 @@
 #include <atomic>
 #include <cstddef>
 
+#include "FwClient/Common/Utilities/FwLog.h"
 #include "FwClient/Common/Utilities/ScopeGuards.h"
-#include "FwClient/Service/QeLaLib/LaLog.h"
 
 static_assert(offsetof(HostComState, hostComActive) == sizeof(CRITICAL_SECTION));
 static_assert(offsetof(HostComState, forceComInit) == offsetof(HostComState, hostComActive) + 1);
@@ -53,7 +53,7 @@ ComBracket::ComBracket() noexcept {
   }
   m_outcome = ::CoInitializeEx(nullptr, COINIT_MULTITHREADED);
   // The probes that need COM then fail by themselves; the other criteria are still worth a calculation.
-  if (FAILED(m_outcome)) LA_LOG(kLogError, L"QeLaLib failed to init COM, hr 0x%x", static_cast<unsigned>(m_outcome));
+  if (FAILED(m_outcome)) FW_LOG(kLogError, L"QeLaLib failed to init COM, hr 0x%x", static_cast<unsigned>(m_outcome));
 }
 
 ComBracket::~ComBracket() {

@@ -1,7 +1,7 @@
 #include "FwClient/Service/QeLaLib/HttpsRequest.h"
 
+#include "FwClient/Common/Utilities/FwLog.h"
 #include "FwClient/Service/QeLaLib/HttpsLimits.h"
-#include "FwClient/Service/QeLaLib/LaLog.h"
 
 namespace {
 
@@ -9,7 +9,7 @@ namespace {
 // logged as 0: that the connection failed on the certificate is worth the line by itself.
 void LogSecureFailure(const void* information) {
   const DWORD flags = information == nullptr ? 0 : *static_cast<const DWORD*>(information);
-  LA_LOG(kLogInfo, L"Cert Error Code:%ld", flags);
+  FW_LOG(kLogInfo, L"Cert Error Code:%ld", flags);
 }
 
 // Runs on a thread of the system, or on the calling thread inside a WinHTTP call.

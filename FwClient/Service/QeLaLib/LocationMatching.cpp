@@ -1,18 +1,18 @@
 #include "FwClient/Service/QeLaLib/LocationMatching.h"
 
-#include "FwClient/Service/QeLaLib/LaLog.h"
+#include "FwClient/Common/Utilities/FwLog.h"
 
 void MatchLog::OnLocation(const LocationCriteria& location) {
-  LA_LOG(kLogInfo, L"IsCurrentLocation checking location %s", location.name->c_str());
-  LA_LOG(kLogInfo, L"IsCurrentLocation bZeltReachabilityCriteria %d", static_cast<int>(location.zeltReachable));
+  FW_LOG(kLogInfo, L"IsCurrentLocation checking location %s", location.name->c_str());
+  FW_LOG(kLogInfo, L"IsCurrentLocation bZeltReachabilityCriteria %d", static_cast<int>(location.zeltReachable));
 }
 
 void MatchLog::OnNoTextCriteria(std::size_t criteria, const std::vector<AdapterProps>&) {
-  LA_LOG(kLogInfo, L"IsCurrentLocation criteria count is %d", static_cast<int>(criteria));
+  FW_LOG(kLogInfo, L"IsCurrentLocation criteria count is %d", static_cast<int>(criteria));
 }
 
 void MatchLog::OnAdapter(const AdapterProps& adapter) {
-  LA_LOG(kLogInfo,
+  FW_LOG(kLogInfo,
          L"Matching all the location criterias with the properties of adapter with index %d and description %s.",
          adapter.ifIndex, adapter.description.c_str());
 }
@@ -23,38 +23,38 @@ void MatchLog::OnKindHeld(const AdapterProps& adapter, LOCATION_CRITERIA_TYPE ki
   const wchar_t* const description = adapter.description.c_str();
   switch (kind) {
     case LCT_DNS_SUFFIX:
-      LA_LOG(kLogInfo, L"Location: DNS suffix : %s matched for adapter with index %d and description %s.",
+      FW_LOG(kLogInfo, L"Location: DNS suffix : %s matched for adapter with index %d and description %s.",
              value.c_str(), index, description);
       break;
     case LCT_DEFAULT_GATEWAY:
-      LA_LOG(kLogInfo, L"Location: Default gateway : %s matched for adapter with index %d and description %s.",
+      FW_LOG(kLogInfo, L"Location: Default gateway : %s matched for adapter with index %d and description %s.",
              value.c_str(), index, description);
       break;
     case LCT_DHCP_SERVER:
       // Names the DHCPv4 server also when the DHCPv6 one matched. Kept on purpose; guarded by
       // LocationMatching.DhcpV6MatchLogsTheDhcpV4Server.
-      LA_LOG(kLogInfo, L"Location: DHCP server : %s matched for adapter with index %d and description %s.",
+      FW_LOG(kLogInfo, L"Location: DHCP server : %s matched for adapter with index %d and description %s.",
              adapter.dhcpServer.c_str(), index, description);
       break;
     case LCT_DNS_SERVER:
-      LA_LOG(kLogInfo, L"Location: DNS server : %s matched for adapter with index %d and description %s.",
+      FW_LOG(kLogInfo, L"Location: DNS server : %s matched for adapter with index %d and description %s.",
              value.c_str(), index, description);
       break;
     case LCT_PRIMARY_WINS:
-      LA_LOG(kLogInfo, L"Location: Primary WINS : %s matched for adapter with index %d and description %s.",
+      FW_LOG(kLogInfo, L"Location: Primary WINS : %s matched for adapter with index %d and description %s.",
              adapter.winsPrimary.c_str(), index, description);
       break;
     case LCT_SECONDARY_WINS:
       // Names the primary server. Kept on purpose; guarded by LocationMatching.SecondaryWinsMatchLogsThePrimaryServer.
-      LA_LOG(kLogInfo, L"Location: Secondary WINS : %s matched for adapter with index %d and description %s.",
+      FW_LOG(kLogInfo, L"Location: Secondary WINS : %s matched for adapter with index %d and description %s.",
              adapter.winsPrimary.c_str(), index, description);
       break;
     case LCT_REGISTRY_KEY:
-      LA_LOG(kLogInfo, L"Location: Registry key matched for adapter with index %d and description %s.", index,
+      FW_LOG(kLogInfo, L"Location: Registry key matched for adapter with index %d and description %s.", index,
              description);
       break;
     case LCT_DOMAIN_REACHABLE:
-      LA_LOG(kLogInfo, L"Location: Domain reachable test passed for adapter with index %d and description %s.", index,
+      FW_LOG(kLogInfo, L"Location: Domain reachable test passed for adapter with index %d and description %s.", index,
              description);
       break;
     case LCT_ZELT_REACHABLE:
@@ -64,32 +64,32 @@ void MatchLog::OnKindHeld(const AdapterProps& adapter, LOCATION_CRITERIA_TYPE ki
 
 void MatchLog::OnAdapterDone(const AdapterProps& adapter, bool matches) {
   if (matches)
-    LA_LOG(kLogInfo,
+    FW_LOG(kLogInfo,
            L"All the criteria's given in location matches adapter index %d with description %s. Hence this adapter "
            L"will be matching.",
            adapter.ifIndex, adapter.description.c_str());
   else
-    LA_LOG(kLogInfo,
+    FW_LOG(kLogInfo,
            L"Not all the criteria's given in the location matches the adapter with index %d and description %s. "
            L"Hence this adapter will be non-matching.",
            adapter.ifIndex, adapter.description.c_str());
 }
 
 void MatchLog::OnNoAdapterMatches() {
-  LA_LOG(kLogInfo,
+  FW_LOG(kLogInfo,
          L"None of the available network adapter properties matches all the criteria's given in the location");
 }
 
 void MatchLog::OnProbeDone(LOCATION_CRITERIA_TYPE kind, const std::wstring&, bool answer) {
   if (kind != LCT_ZELT_REACHABLE) return;
   if (answer)
-    LA_LOG(kLogInfo, L"CheckZeltReachability succeeded");
+    FW_LOG(kLogInfo, L"CheckZeltReachability succeeded");
   else
-    LA_LOG(kLogInfo, L"CheckZeltReachability failed");
+    FW_LOG(kLogInfo, L"CheckZeltReachability failed");
 }
 
 void MatchLog::OnLocationDone(const LocationCriteria& location, bool isCurrent) {
   // The one narrow format, hence %S for the wide name.
-  LA_LOG(kLogInfo, "IsCurrentLocation returning matched criterias %d for location %S...", static_cast<int>(isCurrent),
+  FW_LOG(kLogInfo, "IsCurrentLocation returning matched criterias %d for location %S...", static_cast<int>(isCurrent),
          location.name->c_str());
 }

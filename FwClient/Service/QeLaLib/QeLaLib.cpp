@@ -5,12 +5,12 @@
 #include <algorithm>
 #include <new>
 
+#include "FwClient/Common/Utilities/FwLog.h"
 #include "FwClient/Common/Utilities/ScopeGuards.h"
 #include "FwClient/Common/Utilities/ThreadIdentity.h"
 #include "FwClient/Common/Utilities/UniqueHandle.h"
 #include "FwClient/Service/QeLaLib/AdapterQueries.h"
 #include "FwClient/Service/QeLaLib/AddressSpecification.h"
-#include "FwClient/Service/QeLaLib/LaLog.h"
 #include "FwClient/Service/QeLaLib/UserProxyContext.h"
 #include "FwClient/Service/QeLaLib/ValidateHttpsConnection.h"
 #include "FwClient/Service/QeLaLib/ZeltServerList.h"
@@ -53,7 +53,7 @@ std::wstring ReadZeltServerListOf32BitView() {
   UniqueRegKey key;
   LSTATUS status = OpenAgentKey(KEY_READ | KEY_WOW64_32KEY, key);
   if (status != ERROR_SUCCESS) {
-    LA_LOG(kLogInfo, L"CheckZeltReachability RegOpenKey KEY_WOW64_32KEY failed with %ld", status);
+    FW_LOG(kLogInfo, L"CheckZeltReachability RegOpenKey KEY_WOW64_32KEY failed with %ld", status);
     return {};
   }
   DWORD bytes = 0;
@@ -61,10 +61,10 @@ std::wstring ReadZeltServerListOf32BitView() {
   status = QueryServerListSize(key.get(), bytes);
   if (status == ERROR_SUCCESS) status = QueryServerList(key.get(), bytes, text);
   if (status != ERROR_SUCCESS) {
-    LA_LOG(kLogInfo, L"CheckZeltReachability RegQueryValueEx KEY_WOW64_32KEY failed with %ld", status);
+    FW_LOG(kLogInfo, L"CheckZeltReachability RegQueryValueEx KEY_WOW64_32KEY failed with %ld", status);
     return {};
   }
-  LA_LOG(kLogInfo, L"CheckZeltReachability found ZeltServerList value %s at the alternate KEY_WOW64_32KEY location",
+  FW_LOG(kLogInfo, L"CheckZeltReachability found ZeltServerList value %s at the alternate KEY_WOW64_32KEY location",
          text.c_str());
   return text;
 }
@@ -75,13 +75,13 @@ std::wstring ReadZeltServerList() {
   UniqueRegKey key;
   LSTATUS status = OpenAgentKey(KEY_READ, key);
   if (status != ERROR_SUCCESS) {
-    LA_LOG(kLogInfo, L"CheckZeltReachability RegOpenKey failed with %ld", status);
+    FW_LOG(kLogInfo, L"CheckZeltReachability RegOpenKey failed with %ld", status);
     return {};
   }
   DWORD bytes = 0;
   status = QueryServerListSize(key.get(), bytes);
   if (status != ERROR_SUCCESS) {
-    LA_LOG(kLogInfo, L"CheckZeltReachability RegQueryValueEx failed with %ld (this is expected on x64 systems)",
+    FW_LOG(kLogInfo, L"CheckZeltReachability RegQueryValueEx failed with %ld (this is expected on x64 systems)",
            status);
     key.reset();
     return ReadZeltServerListOf32BitView();
@@ -91,11 +91,11 @@ std::wstring ReadZeltServerList() {
   if (status != ERROR_SUCCESS) {
     // Two blanks before the parenthesis: they tell this failure from the one above. Kept on purpose; guarded by
     // ManagementServerProbe.AListThatCanBeSizedButNotReadIsNegative.
-    LA_LOG(kLogInfo, L"CheckZeltReachability RegQueryValueEx failed with %ld  (this is expected on x64 systems)",
+    FW_LOG(kLogInfo, L"CheckZeltReachability RegQueryValueEx failed with %ld  (this is expected on x64 systems)",
            status);
     return {};
   }
-  LA_LOG(kLogInfo, L"CheckZeltReachability found ZeltServerList value %s", text.c_str());
+  FW_LOG(kLogInfo, L"CheckZeltReachability found ZeltServerList value %s", text.c_str());
   return text;
 }
 
@@ -106,12 +106,12 @@ bool IsKnownToDns(const std::wstring& name) {
       ::DnsQuery_W(name.c_str(), DNS_TYPE_A, DNS_QUERY_BYPASS_CACHE, nullptr, records.put(), nullptr);
   // Written after the query although it reads as if before it: the line's time is that of the answer. Kept on purpose;
   // guarded by ManagementServerProbe.StopsAtTheFirstNameThatAnswers.
-  LA_LOG(kLogInfo, L"IsZELTReachable calling DnsQuery on %s", name.c_str());
+  FW_LOG(kLogInfo, L"IsZELTReachable calling DnsQuery on %s", name.c_str());
   if (status != 0) {
-    LA_LOG(kLogInfo, L"ZELT reachability failed with DNS_STATUS %ld", status);
+    FW_LOG(kLogInfo, L"ZELT reachability failed with DNS_STATUS %ld", status);
     return false;
   }
-  LA_LOG(kLogInfo, L"ZELT reachability DnsQuery succeeded");
+  FW_LOG(kLogInfo, L"ZELT reachability DnsQuery succeeded");
   return true;
 }
 
@@ -250,10 +250,10 @@ bool CheckZeltReachability() {
   if (!ThreadActsAsItself()) return false;
   for (const std::wstring& name : ParseZeltServerList(ReadZeltServerList())) {
     if (IsKnownToDns(name)) {
-      LA_LOG(kLogInfo, L"CheckZeltReachability succeeded for %s", name.c_str());
+      FW_LOG(kLogInfo, L"CheckZeltReachability succeeded for %s", name.c_str());
       return true;
     }
-    LA_LOG(kLogInfo, L"CheckZeltReachability failed for %s", name.c_str());
+    FW_LOG(kLogInfo, L"CheckZeltReachability failed for %s", name.c_str());
   }
   return false;
 }
@@ -264,8 +264,8 @@ bool IsDomainReachable(const std::wstring& host) {
                          ValidateHttpsConnectionAutoProxy(context, host, {}, {}, {}) ||
                          ValidateHttpsConnectionAsUser(context, host);
   if (reachable)
-    LA_LOG(kLogInfo, L"IsDomainReachable was able to match domain %s", host.c_str());
+    FW_LOG(kLogInfo, L"IsDomainReachable was able to match domain %s", host.c_str());
   else
-    LA_LOG(kLogInfo, L"IsDomainReachable was unable to match domain %s", host.c_str());
+    FW_LOG(kLogInfo, L"IsDomainReachable was unable to match domain %s", host.c_str());
   return reachable;
 }

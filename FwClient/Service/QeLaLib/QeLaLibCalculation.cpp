@@ -2,11 +2,11 @@
 #include <array>
 #include <utility>
 
+#include "FwClient/Common/Utilities/FwLog.h"
 #include "FwClient/Common/Utilities/ScopeGuards.h"
 #include "FwClient/Common/Utilities/ThreadIdentity.h"
 #include "FwClient/Service/QeLaLib/AdapterSnapshot.h"
 #include "FwClient/Service/QeLaLib/HostComState.h"
-#include "FwClient/Service/QeLaLib/LaLog.h"
 #include "FwClient/Service/QeLaLib/LocationMatching.h"
 #include "FwClient/Service/QeLaLib/QeLaLib.h"
 #include "FwClient/Service/QeLaLib/RegistryKeyCriterion.h"
@@ -95,11 +95,11 @@ bool CQeLaLib::CalculateCurrentLocations() {
   const CriticalSectionGuard lock(*m_lock);
   RestoreThreadIdentity();  // where an earlier probe failed to; without it the probes are over before they begin
   const ComBracket com;
-  LA_LOG(kLogInfo, L"Calculating current locations...");
+  FW_LOG(kLogInfo, L"Calculating current locations...");
   std::vector<std::wstring> lastIds = std::exchange(m_currentLocationIds, {});
   if (!CalculateCurrentAdapterProps()) {
     const bool lacksMemory = m_snapshotLacksMemory;
-    LA_LOG(kLogInfo, L"CalculateCurrentAdapterProps failed.");
+    FW_LOG(kLogInfo, L"CalculateCurrentAdapterProps failed.");
     return !lacksMemory;
   }
 
@@ -129,7 +129,7 @@ bool CQeLaLib::CalculateCurrentLocations() {
       stored->ReplaceAdapterIndexes(i, matchedAdapters);
     else
       WriteBackMatchedAdapters(location, stored != m_locations, matchedAdapters);
-    LA_LOG(kLogInfo, L"Adding current location ID %s", currentIds[currentCount++].c_str());
+    FW_LOG(kLogInfo, L"Adding current location ID %s", currentIds[currentCount++].c_str());
   }
   currentIds.resize(currentCount);
   m_currentLocationIds = std::move(currentIds);

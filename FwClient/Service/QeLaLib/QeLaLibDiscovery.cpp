@@ -11,9 +11,9 @@
 #include <tuple>
 #include <utility>
 
+#include "FwClient/Common/Utilities/FwLog.h"
 #include "FwClient/Common/Utilities/ScopeGuards.h"
 #include "FwClient/Common/Utilities/UniqueHandle.h"
-#include "FwClient/Service/QeLaLib/LaLog.h"
 #include "FwClient/Service/QeLaLib/QeLaLib.h"
 
 namespace {
@@ -268,14 +268,14 @@ void CQeLaLib::RunDiscovery(const DiscoveryRun& run) noexcept {
       if (result == WAIT_OBJECT_0) break;
       if (result == WAIT_OBJECT_0 + 1) {
         // No calculation: the save that asked for the refresh has just made one.
-        Logged([] { LA_LOG(kLogInfo, L"The location discovery thread received a refresh notification"); });
+        Logged([] { FW_LOG(kLogInfo, L"The location discovery thread received a refresh notification"); });
         task = Task::kRaise;
       } else if (result == WAIT_OBJECT_0 + 2) {
         changes.Take();
         changed = true;
       } else if (result != WAIT_TIMEOUT || owed == Task::kNone) {
         Logged([&] {
-          LA_LOG(kLogInfo, L"Location discovery thread got wait result %ld, %ld...", static_cast<long>(result),
+          FW_LOG(kLogInfo, L"Location discovery thread got wait result %ld, %ld...", static_cast<long>(result),
                  static_cast<long>(error));
         });
         const DWORD paused = ::WaitForSingleObject(stopEvent, kFailedWaitPauseMs);
@@ -285,13 +285,13 @@ void CQeLaLib::RunDiscovery(const DiscoveryRun& run) noexcept {
       }
     }
     if (changed) {
-      Logged([] { LA_LOG(kLogInfo, L"The location discovery thread received an address change notification"); });
+      Logged([] { FW_LOG(kLogInfo, L"The location discovery thread received an address change notification"); });
       task = Task::kCalculateAndRaise;
     }
     task = std::max(task, owed);
     owed = Perform(task) ? Task::kNone : task;
   }
-  Logged([] { LA_LOG(kLogInfo, L"Location discovery thread stopping..."); });
+  Logged([] { FW_LOG(kLogInfo, L"Location discovery thread stopping..."); });
 }
 
 bool CQeLaLib::Perform(Task task) noexcept {
@@ -313,11 +313,11 @@ void CQeLaLib::RaiseLocationChanged() {
     LastRaisedLocationIds& lastRaised = LastRaisedLocationIds::Instance();
     const std::uint64_t claim = lastRaised.Claim(m_currentLocationIds);
     if (claim == 0) {
-      LA_LOG(kLogInfo, L"Skipped raising a location changed event...");
+      FW_LOG(kLogInfo, L"Skipped raising a location changed event...");
       return;
     }
     try {
-      LA_LOG(kLogInfo, L"Raising a location changed event...");
+      FW_LOG(kLogInfo, L"Raising a location changed event...");
       current = GetCurrentLocations();
     } catch (...) {
       lastRaised.GiveBack(claim);  // so that the next try raises it

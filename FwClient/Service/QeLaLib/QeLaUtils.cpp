@@ -7,8 +7,8 @@
 #include <cstring>
 #include <memory>
 
+#include "FwClient/Common/Utilities/FwLog.h"
 #include "FwClient/Common/Utilities/NtDllExports.h"
-#include "FwClient/Service/QeLaLib/LaLog.h"
 
 namespace {
 
@@ -36,7 +36,7 @@ in_addr ParseIPv4(const std::wstring& text, const NtDllExports& ntDll, LONG& sta
   const int result = StringToAddress(text, AF_INET, address);
   if (result == 0) return address.sin_addr;
   const int error = ::WSAGetLastError();
-  LA_LOG(kLogInfo, L"QeLaUtils::IpCompareIPv4 - WSAStringToAddress failed with error %d with last error %d", result,
+  FW_LOG(kLogInfo, L"QeLaUtils::IpCompareIPv4 - WSAStringToAddress failed with error %d with last error %d", result,
          error);
   in_addr parsed{};
   PCWSTR end = nullptr;
@@ -50,7 +50,7 @@ in6_addr ParseIPv6(const std::wstring& text, const NtDllExports& ntDll) {
   const int result = StringToAddress(text, AF_INET6, address);
   if (result == 0) return address.sin6_addr;
   const int error = ::WSAGetLastError();
-  LA_LOG(kLogInfo, L"QeLaUtils::IpCompareIPv6 - WSAStringToAddress failed with error %d with last error %d", result,
+  FW_LOG(kLogInfo, L"QeLaUtils::IpCompareIPv6 - WSAStringToAddress failed with error %d with last error %d", result,
          error);
   in6_addr parsed{};
   PCWSTR end = nullptr;
@@ -58,7 +58,7 @@ in6_addr ParseIPv6(const std::wstring& text, const NtDllExports& ntDll) {
   const LONG status = parse != nullptr ? parse(text.c_str(), &end, &parsed) : kNoParser;
   if (status == 0) return parsed;
   // "addr2" for either address. Kept on purpose; guarded by ParserFailureTest.BothIPv6FailuresAreLoggedAsAddr2.
-  LA_LOG(kLogInfo, L"QeLaUtils::IpCompareIPv6 - addr2 RtlIpv6StringToAddress failed with error %d", status);
+  FW_LOG(kLogInfo, L"QeLaUtils::IpCompareIPv6 - addr2 RtlIpv6StringToAddress failed with error %d", status);
   return {};
 }
 
@@ -71,7 +71,7 @@ int QeLaUtils::IsIPV4orIPV6(std::wstring address) {
   const INT result = ::GetAddrInfoW(address.c_str(), nullptr, nullptr, &first);
   const int error = ::WSAGetLastError();
   if (result != 0) {
-    LA_LOG(kLogInfo, L"QeLaUtils::IsIPV4orIPV6 - GetAddrInfo failed with error %d with last error %d", result, error);
+    FW_LOG(kLogInfo, L"QeLaUtils::IsIPV4orIPV6 - GetAddrInfo failed with error %d with last error %d", result, error);
     return AF_UNSPEC;
   }
   const std::unique_ptr<ADDRINFOW, AddrInfoFree> list(first);
@@ -82,10 +82,10 @@ int QeLaUtils::IpCompareIPv4(const std::wstring& addr1, const std::wstring& addr
   LONG status = 0;
   const in_addr first = ParseIPv4(addr1, ntDll, status);
   if (status != 0)
-    LA_LOG(kLogInfo, L"QeLaUtils::IpCompareIPv4 - addr1 RtlIpv4StringToAddress failed with error %d", status);
+    FW_LOG(kLogInfo, L"QeLaUtils::IpCompareIPv4 - addr1 RtlIpv4StringToAddress failed with error %d", status);
   const in_addr second = ParseIPv4(addr2, ntDll, status);
   if (status != 0)
-    LA_LOG(kLogInfo, L"QeLaUtils::IpCompareIPv4 - addr2 RtlIpv4StringToAddress failed with error %d", status);
+    FW_LOG(kLogInfo, L"QeLaUtils::IpCompareIPv4 - addr2 RtlIpv4StringToAddress failed with error %d", status);
   // Network order, so the order of the bytes is that of the numbers.
   const int order = std::memcmp(&first, &second, sizeof first);
   return (order > 0) - (order < 0);

@@ -3,11 +3,11 @@
 #include <string_view>
 #include <vector>
 
+#include "FwClient/Common/Utilities/FwLog.h"
 #include "FwClient/Common/Utilities/RegistryText.h"
 #include "FwClient/Common/Utilities/SplitFields.h"
 #include "FwClient/Common/Utilities/ThreadIdentity.h"
 #include "FwClient/Common/Utilities/UniqueHandle.h"
-#include "FwClient/Service/QeLaLib/LaLog.h"
 
 namespace {
 
@@ -35,9 +35,9 @@ UniqueRegKey OpenKey(const RegistryKeyCriterion& criterion) noexcept {
   const wchar_t* const subkey = criterion.subkey.c_str();
   if (::RegOpenKeyExW(criterion.hive, subkey, 0, KEY_READ, key.put()) == ERROR_SUCCESS) return key;
   // Logged although the second try may succeed: it tells which view the key was not in.
-  LA_LOG(kLogInfo, L"The registry key %s specified for the location does not exist.", subkey);
+  FW_LOG(kLogInfo, L"The registry key %s specified for the location does not exist.", subkey);
   if (::RegOpenKeyExW(criterion.hive, subkey, 0, KEY_READ | KEY_WOW64_64KEY, key.put()) == ERROR_SUCCESS) return key;
-  LA_LOG(kLogInfo, L"The registry key %s specified for the location does not exist in KEY_WOW64_64KEY.", subkey);
+  FW_LOG(kLogInfo, L"The registry key %s specified for the location does not exist in KEY_WOW64_64KEY.", subkey);
   return {};
 }
 
@@ -57,10 +57,10 @@ bool ReadNumber(HKEY key, const wchar_t* valueName, DWORD& number) noexcept {
 std::optional<std::wstring> ReadValue(HKEY key, const std::wstring& valueName) {
   RegistryText text;
   if (text.Read(key, valueName.c_str()) && IsText(text)) return text.Get();
-  LA_LOG(kLogInfo, L"Unable to find the string value in the registry for %s.", valueName.c_str());
+  FW_LOG(kLogInfo, L"Unable to find the string value in the registry for %s.", valueName.c_str());
   DWORD number = 0;
   if (ReadNumber(key, valueName.c_str(), number)) return std::to_wstring(number);
-  LA_LOG(kLogInfo, L"Unable to find the DWORD value in the registry for %s.", valueName.c_str());
+  FW_LOG(kLogInfo, L"Unable to find the DWORD value in the registry for %s.", valueName.c_str());
   return std::nullopt;
 }
 
@@ -90,17 +90,17 @@ std::uint32_t IsRegistryKeyCriterionMet(const std::wstring& text) {
   const UniqueRegKey key = OpenKey(*criterion);
   if (!key) return 0;
   if (criterion->IsExistenceOnly()) {
-    LA_LOG(kLogInfo, L"Checking only for existence of the registry key and not the registry value/data.");
+    FW_LOG(kLogInfo, L"Checking only for existence of the registry key and not the registry value/data.");
     return 1;
   }
   const std::optional<std::wstring> value = ReadValue(key.get(), criterion->valueName);
   if (!value.has_value()) return 0;
   if (*value != criterion->data) {
-    LA_LOG(kLogInfo, L"The registry value %s does NOT match the specified location awareness group value of %s.",
+    FW_LOG(kLogInfo, L"The registry value %s does NOT match the specified location awareness group value of %s.",
            criterion->valueName.c_str(), value->c_str());
     return 0;
   }
-  LA_LOG(kLogInfo, L"The registry value %s matches the specified location awareness group value of %s.",
+  FW_LOG(kLogInfo, L"The registry value %s matches the specified location awareness group value of %s.",
          criterion->valueName.c_str(), value->c_str());
   return 1;
 }

@@ -1,10 +1,10 @@
 #include "FwClient/Service/QeLaLib/ValidateHttpsConnection.h"
 
+#include "FwClient/Common/Utilities/FwLog.h"
 #include "FwClient/Common/Utilities/ThreadIdentity.h"
 #include "FwClient/Service/QeLaLib/ClientCertificate.h"
 #include "FwClient/Service/QeLaLib/HttpsRequest.h"
 #include "FwClient/Service/QeLaLib/InteractiveUser.h"
-#include "FwClient/Service/QeLaLib/LaLog.h"
 
 namespace {
 
@@ -59,7 +59,7 @@ PassResult RequestLoop::RunPass() {
   DWORD error = ERROR_SUCCESS;
   bool foundCertificate = false;
   const bool sent = Send(error, foundCertificate);
-  if (!sent) LA_LOG(kLogInfo, L"Send Request failed for %s errorCode %ld", m_host.c_str(), error);
+  if (!sent) FW_LOG(kLogInfo, L"Send Request failed for %s errorCode %ld", m_host.c_str(), error);
   // Whoever sent as the user and is the user still must not go on with that.
   if (!ThreadActsAsItself()) return PassResult::kUnreachable;
   if (!sent) return AfterFailedSend(error, foundCertificate);
@@ -92,7 +92,7 @@ bool RequestLoop::Send(DWORD& error, bool& foundCertificate) {
   foundCertificate = m_certificate.SelectNext(m_request.Handle());
   const bool sent = m_request.Send(error);
   m_userToken.reset();
-  if (impersonation.Revert()) LA_LOG(kLogInfo, L"Reverted back successfully");
+  if (impersonation.Revert()) FW_LOG(kLogInfo, L"Reverted back successfully");
   return sent;
 }
 
@@ -110,7 +110,7 @@ PassResult RequestLoop::JudgeStatus() {
   DWORD size = sizeof status;
   ::WinHttpQueryHeaders(m_request.Handle(), WINHTTP_QUERY_STATUS_CODE | WINHTTP_QUERY_FLAG_NUMBER,
                         WINHTTP_HEADER_NAME_BY_INDEX, &status, &size, WINHTTP_NO_HEADER_INDEX);
-  LA_LOG(kLogInfo, L"WinHttp Send Request status code for %s %ld", m_host.c_str(), status);
+  FW_LOG(kLogInfo, L"WinHttp Send Request status code for %s %ld", m_host.c_str(), status);
   switch (status) {
     case HTTP_STATUS_OK:
     case HTTP_STATUS_DENIED:  // the server is there, it only wants to know who asks
