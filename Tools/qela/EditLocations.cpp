@@ -37,7 +37,7 @@ void Report(const Options& options, const _IQeLocation& location, const std::str
     Print(text + "\n");
 }
 
-void TellAboutService() { PrintError("A running service keeps its own copy: it must load again to see this.\n"); }
+void TellAboutService() { PrintDiagnostic("A running service keeps its own copy: it must load again to see this.\n"); }
 
 std::string Quoted(const _IQeLocation& location) {
   return "\"" + Printable(location.GetName()) + "\" (" + Printable(location.GetId()) + ")";
@@ -64,9 +64,9 @@ void AddLocation(const Options& options) {
   location->SetEnabled(&enabled);
   for (const Criterion& criterion : options.criteria)
     if (location->AddCriteria(&criterion.kind, criterion.value) == LCR_ALREADY_PRESENT)
-      PrintError("qela: note: \"" + Printable(criterion.value) + "\" is given twice and stored once\n");
+      PrintDiagnostic("qela: note: \"" + Printable(criterion.value) + "\" is given twice and stored once\n");
   if (options.criteria.empty())
-    PrintError("qela: note: a location without criteria is current everywhere while it is enabled\n");
+    PrintDiagnostic("qela: note: a location without criteria is current everywhere while it is enabled\n");
 
   if (const std::uint32_t result = service.Api().AddLocation(location); result != LSR_OK)
     throw CommandError(kFailed, "the library did not take the location (result " + std::to_string(result) + ")");

@@ -19,7 +19,7 @@ bool IsAddress(const std::wstring& text) {
 // The question goes to the library as it was typed, since its answer to odd texts is what one may want to see. But who
 // mistyped an address shall not take the answer for one about the address that was meant.
 void NoteUnusual(const std::wstring& text, const char* reading) {
-  PrintError("qela: note: \"" + Printable(text) + "\" " + reading + "\n");
+  PrintDiagnostic("qela: note: \"" + Printable(text) + "\" " + reading + "\n");
 }
 
 void NoteUnusualAddress(const std::wstring& text) {

@@ -30,7 +30,7 @@ void Print(std::string_view utf8) {
     throw CommandError(kFailed, "the output could not be written (error " + std::to_string(::GetLastError()) + ")");
 }
 
-void PrintError(std::string_view utf8) noexcept {
+void PrintDiagnostic(std::string_view utf8) noexcept {
   try {
     Write(::GetStdHandle(STD_ERROR_HANDLE), utf8);
   } catch (...) {

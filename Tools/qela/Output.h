@@ -7,5 +7,5 @@
 // Throws CommandError when the text could not be written, as when the reader of a pipe has gone.
 void Print(std::string_view utf8);
 
-// A message for people. A failure to write it is ignored: there is nobody left to tell.
-void PrintError(std::string_view utf8) noexcept;
+// A message for people, to standard error. A failure to write it is ignored: there is nobody left to tell.
+void PrintDiagnostic(std::string_view utf8) noexcept;

@@ -66,10 +66,10 @@ int main() {
     const auto options = ParseCommandLine(Arguments());
     return options ? Run(*options) : kDone;
   } catch (const CommandError& error) {
-    PrintError(std::string("qela: error: ") + error.what() + "\n");
+    PrintDiagnostic(std::string("qela: error: ") + error.what() + "\n");
     return error.Code();
   } catch (const std::exception& error) {
-    PrintError(std::string("qela: error: ") + error.what() + "\n");
+    PrintDiagnostic(std::string("qela: error: ") + error.what() + "\n");
     return kFailed;
   }
 }
