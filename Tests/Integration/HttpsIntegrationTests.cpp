@@ -12,8 +12,8 @@
 #include "FwClient/Service/QeLaLib/HttpsHandles.h"
 #include "FwClient/Service/QeLaLib/InteractiveUser.h"
 #include "FwClient/Service/QeLaLib/QeLaLib.h"
-#include "FwClient/Service/QeLaLib/UserProxyContext.h"
 #include "FwClient/Service/QeLaLib/ValidateHttpsConnection.h"
+#include "FwClient/Service/QeLaLib/ValidateHttpsConnectionAsUser.h"
 #include "ScriptedWindows/ImportTable/ImportPatch.h"
 #include "Tests/Support/LogRecorder.h"
 

@@ -11,8 +11,9 @@
 #include "FwClient/Common/Utilities/UniqueHandle.h"
 #include "FwClient/Service/QeLaLib/AdapterQueries.h"
 #include "FwClient/Service/QeLaLib/AddressSpecification.h"
-#include "FwClient/Service/QeLaLib/UserProxyContext.h"
+#include "FwClient/Service/QeLaLib/ProxyContext.h"
 #include "FwClient/Service/QeLaLib/ValidateHttpsConnection.h"
+#include "FwClient/Service/QeLaLib/ValidateHttpsConnectionAsUser.h"
 #include "FwClient/Service/QeLaLib/ZeltServerList.h"
 
 namespace {

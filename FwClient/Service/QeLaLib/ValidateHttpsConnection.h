@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "FwClient/Service/QeLaLib/ProxyCredentials.h"
+#include "FwClient/Service/QeLaLib/ProxyContext.h"
 
 // All of these send one GET for the root of `host` (a bare name or address) to port 443, on the calling thread, and may
 // take minutes, in the worst case hours. True when the server answered with 200, or with 401: a server that asks who we

@@ -1,4 +1,4 @@
-#include "FwClient/Service/QeLaLib/UserProxyContext.h"
+#include "FwClient/Service/QeLaLib/ValidateHttpsConnectionAsUser.h"
 
 #include <BLFrameworkHost.h>
 

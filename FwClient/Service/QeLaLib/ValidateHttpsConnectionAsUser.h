@@ -1,9 +1,9 @@
-// The interactive user's own way out through a proxy.
+// Whether a host answers over HTTPS through the interactive user's own proxy.
 #pragma once
 
 #include <string>
 
-#include "FwClient/Service/QeLaLib/ProxyCredentials.h"
+#include "FwClient/Service/QeLaLib/ProxyContext.h"
 
 // Asks for `host` over HTTPS with the interactive user's proxy settings: the configuration script first, then the proxy
 // list. Fills `context` with the proxy credentials of the host product. The user is impersonated only while the

@@ -1,10 +1,11 @@
-#include "FwClient/Service/QeLaLib/UserProxyContext.h"
+#include "FwClient/Service/QeLaLib/ValidateHttpsConnectionAsUser.h"
 
 #include "FwClient/Common/Utilities/ThreadIdentity.h"
 #include "FwClient/Common/Utilities/UniqueHandle.h"
 #include "FwClient/Service/QeLaLib/HttpsHandles.h"
 #include "FwClient/Service/QeLaLib/HttpsProxyList.h"
 #include "FwClient/Service/QeLaLib/InteractiveUser.h"
+#include "FwClient/Service/QeLaLib/ProxyCredentials.h"
 #include "FwClient/Service/QeLaLib/ValidateHttpsConnection.h"
 
 namespace {
