@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "Bench/FloorPacking.h"
+#include "FwClient/Common/Utilities/LenientUtf.h"
 #include "Tests/Support/LogRecorder.h"
 
 namespace {
@@ -18,12 +19,6 @@ Trace TraceOf(const std::function<void()>& side) {
   callCounts = {};
   side();
   return {recorder.Events(), callCounts};
-}
-
-std::string Narrow(const std::wstring& text) {
-  std::string narrow;
-  for (const wchar_t c : text) narrow += c < 0x80 ? static_cast<char>(c) : '?';
-  return narrow;
 }
 
 // File and line differ, of course.
@@ -56,8 +51,8 @@ std::string MeasuredService::Difference(const std::function<void()>& own, const 
 
   for (std::size_t i = 0; i < ours.log.size() && i < bare.log.size(); ++i)
     if (!SayTheSame(ours.log[i], bare.log[i]))
-      return std::format("log line {}: the library says \"{}\", the floor \"{}\"", i, Narrow(ours.log[i].text),
-                         Narrow(bare.log[i].text));
+      return std::format("log line {}: the library says \"{}\", the floor \"{}\"", i,
+                         LenientUtf::ToUtf8(ours.log[i].text), LenientUtf::ToUtf8(bare.log[i].text));
   if (ours.log.size() != bare.log.size())
     return std::format("the library logs {} lines, the floor {}", ours.log.size(), bare.log.size());
   return ours.calls == bare.calls ? "" : "the library and the floor make different Windows calls";

@@ -19,16 +19,11 @@
 #include <string>
 #include <vector>
 
+#include "FwClient/Common/Utilities/LenientUtf.h"
 #include "Tests/Contract/ServiceTest.h"
 #include "Tests/Support/StoredSet.h"
 
 namespace {
-
-std::string Narrow(const std::wstring& text) {
-  std::string narrow;
-  for (const wchar_t c : text) narrow += c < 0x80 ? static_cast<char>(c) : '?';
-  return narrow;
-}
 
 // The calls and log lines of a scene, in their order.
 std::vector<std::string> g_journal;
@@ -56,7 +51,7 @@ LSTATUS WINAPI Open(HKEY hive, const wchar_t* path, DWORD options, REGSAM access
   const std::wstring text = path;
   if (text == kLaKeyPath) return g_open(hive, path, options, access, key);
   char question[200];
-  std::snprintf(question, sizeof question, "open %s 0x%lx", Narrow(text).c_str(), access);
+  std::snprintf(question, sizeof question, "open %s 0x%lx", LenientUtf::ToUtf8(text).c_str(), access);
   Asked(question);
   *key = nullptr;
   if (text == L"SOFTWARE\\Quillon\\Mervo\\Shared Components\\Framework") *key = kAgentKey;
@@ -78,7 +73,7 @@ LSTATUS Answer(DWORD ofType, const void* bytes, std::size_t count, DWORD* type, 
 LSTATUS WINAPI Query(HKEY key, const wchar_t* name, DWORD* reserved, DWORD* type, BYTE* data, DWORD* size) {
   if (key != kSiteKey && key != kAgentKey) return g_query(key, name, reserved, type, data, size);
   const std::wstring value = name;
-  Asked("query " + Narrow(value));
+  Asked("query " + LenientUtf::ToUtf8(value));
   const auto text = [&](const std::wstring& content) {
     return Answer(REG_SZ, content.c_str(), (content.size() + 1) * sizeof(wchar_t), type, data, size);
   };
@@ -97,7 +92,7 @@ LSTATUS WINAPI Close(HKEY key) {
 }
 
 DNS_STATUS WINAPI QueryDns(const wchar_t* name, WORD, DWORD, void*, PDNS_RECORD* records, void**) {
-  Asked("dns " + Narrow(name));
+  Asked("dns " + LenientUtf::ToUtf8(name));
   *records = nullptr;
   return g_site.knownToDns.contains(name) ? 0 : DNS_ERROR_RCODE_NAME_ERROR;
 }
@@ -109,7 +104,7 @@ HINTERNET WINAPI OpenSession(const wchar_t*, DWORD accessType, const wchar_t*, c
   return accessType == WINHTTP_ACCESS_TYPE_DEFAULT_PROXY ? kInternet : nullptr;
 }
 HINTERNET WINAPI Connect(HINTERNET, const wchar_t* host, INTERNET_PORT, DWORD) {
-  Asked("https " + Narrow(host));
+  Asked("https " + LenientUtf::ToUtf8(host));
   return g_site.httpsHosts.contains(host) ? kInternet : nullptr;
 }
 HINTERNET WINAPI OpenRequest(HINTERNET, const wchar_t*, const wchar_t*, const wchar_t*, const wchar_t*, const wchar_t**,
@@ -315,7 +310,7 @@ class CalculationScenes : public ServiceTest {
     m_log.OnEvent([](const LoggedEvent& event) {
       constexpr std::string_view kFolder = "FwClient/Service/QeLaLib/";
       const std::string file = event.file.starts_with(kFolder) ? event.file.substr(kFolder.size()) : event.file;
-      g_journal.push_back("  " + file + " " + std::to_string(event.severity) + " " + Narrow(event.text));
+      g_journal.push_back("  " + file + " " + std::to_string(event.severity) + " " + LenientUtf::ToUtf8(event.text));
     });
     const bool loaded = service.Load();
     m_log.OnEvent(nullptr);
@@ -328,7 +323,7 @@ class CalculationScenes : public ServiceTest {
       text << Shortened(line) << "\n";
     }
     text << "  loaded " << loaded << ", current:";
-    for (const std::wstring& id : CurrentIds(service)) text << " " << Narrow(id);
+    for (const std::wstring& id : CurrentIds(service)) text << " " << LenientUtf::ToUtf8(id);
     text << "\n  stored:";
     EXPECT_TRUE(service.Save());
     const std::vector<std::uint8_t> stored = m_registry.Value().value();

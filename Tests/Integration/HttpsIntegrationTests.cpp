@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "FwClient/Common/Utilities/LenientUtf.h"
 #include "FwClient/Common/Utilities/UniqueHandle.h"
 #include "FwClient/Service/QeLaLib/HttpsHandles.h"
 #include "FwClient/Service/QeLaLib/InteractiveUser.h"
@@ -24,8 +25,6 @@ using testing::StartsWith;
 
 constexpr wchar_t kProxy[] = L"proxy.lab.test:8888";
 
-std::string Narrow(const std::wstring& text) { return {text.begin(), text.end()}; }
-
 class Https : public testing::Test {
  protected:
   static bool Direct(const std::wstring& host, const std::wstring& proxy = {}) {
@@ -40,7 +39,7 @@ class Https : public testing::Test {
   std::string OnlyLine() const {
     const std::vector<std::wstring> texts = log.Texts();
     EXPECT_EQ(texts.size(), 1u);
-    return texts.empty() ? std::string() : Narrow(texts.front());
+    return texts.empty() ? std::string() : LenientUtf::ToUtf8(texts.front());
   }
 
   LogRecorder log;
@@ -58,7 +57,7 @@ class HttpsStatus : public Https, public testing::WithParamInterface<StatusCase>
 
 TEST_P(HttpsStatus, DecidesDirectly) {
   EXPECT_EQ(Direct(GetParam().host), GetParam().reachable);
-  EXPECT_EQ(OnlyLine(), "WinHttp Send Request status code for " + Narrow(GetParam().host) + ".lab.test " +
+  EXPECT_EQ(OnlyLine(), "WinHttp Send Request status code for " + LenientUtf::ToUtf8(GetParam().host) + ".lab.test " +
                             std::to_string(GetParam().status));
 }
 
@@ -66,7 +65,7 @@ TEST_P(HttpsStatus, DecidesThroughANamedProxy) { EXPECT_EQ(Direct(GetParam().hos
 
 TEST_P(HttpsStatus, DecidesInAnAsynchronousSession) {
   EXPECT_EQ(AutoProxy(GetParam().host), GetParam().reachable);
-  EXPECT_EQ(OnlyLine(), "WinHttp Send Request status code for " + Narrow(GetParam().host) + ".lab.test " +
+  EXPECT_EQ(OnlyLine(), "WinHttp Send Request status code for " + LenientUtf::ToUtf8(GetParam().host) + ".lab.test " +
                             std::to_string(GetParam().status));
 }
 
@@ -79,12 +78,14 @@ class HttpsFailure : public Https, public testing::WithParamInterface<const wcha
 
 TEST_P(HttpsFailure, OfTheConnectionIsLoggedAndNotReachable) {
   EXPECT_FALSE(Direct(GetParam()));
-  EXPECT_THAT(OnlyLine(), StartsWith("Send Request failed for " + Narrow(GetParam()) + ".lab.test errorCode 12"));
+  EXPECT_THAT(OnlyLine(),
+              StartsWith("Send Request failed for " + LenientUtf::ToUtf8(GetParam()) + ".lab.test errorCode 12"));
 }
 
 TEST_P(HttpsFailure, OfTheConnectionIsReportedInAnAsynchronousSession) {
   EXPECT_FALSE(AutoProxy(GetParam()));
-  EXPECT_THAT(OnlyLine(), StartsWith("Send Request failed for " + Narrow(GetParam()) + ".lab.test errorCode 12"));
+  EXPECT_THAT(OnlyLine(),
+              StartsWith("Send Request failed for " + LenientUtf::ToUtf8(GetParam()) + ".lab.test errorCode 12"));
 }
 
 INSTANTIATE_TEST_SUITE_P(Servers, HttpsFailure,
@@ -328,7 +329,7 @@ TEST_F(HttpsHandleCount, IsZeroAfterEveryKindOfAnswer) {
   for (const wchar_t* host : {L"ok.lab.test", L"s404.lab.test", L"untrusted.lab.test", L"refused.lab.test",
                               L"inner.lab.test", L"nowhere.lab.test", L""}) {
     IsDomainReachable(host);
-    EXPECT_EQ(open.load(), 0) << Narrow(host);
+    EXPECT_EQ(open.load(), 0) << LenientUtf::ToUtf8(host);
   }
 }
 

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "ScriptedWindows/ImportTable/ImportPatch.h"
+#include "ScriptedWindows/Windows/WindowsScript.h"
 #include "Tests/Support/LogRecorder.h"
 
 namespace {
@@ -33,9 +34,6 @@ class FrameworkSpy {
   Calls calls;
 
  private:
-  static std::string Narrow(const wchar_t* text) {
-    return text == nullptr ? "null" : std::string(text, text + std::wcslen(text));
-  }
   static std::string Name(const void* block) {
     return block == s_self->m_argument ? "argument" : block == s_self->m_answer ? "answer" : "unknown";
   }
@@ -72,14 +70,14 @@ class FrameworkSpy {
                         Add("BLAlloc");
                         return s_self->m_argument = s_self->m_alloc.Original<decltype(BLAlloc)>()(bytes);
                       }};
-  ImportPatch m_invoke{m_module, "BLInvokeMethod",
-                       +[](BLObjectHandle handle, const char* method, const KzVariant* argument, KzVariant** answer) {
-                         Add(std::string("BLInvokeMethod ") + method + "(" + Narrow(KzvView(argument).String()) + ")");
-                         const int status =
-                             s_self->m_invoke.Original<decltype(BLInvokeMethod)>()(handle, method, argument, answer);
-                         s_self->m_answer = *answer;
-                         return status;
-                       }};
+  ImportPatch m_invoke{
+      m_module, "BLInvokeMethod",
+      +[](BLObjectHandle handle, const char* method, const KzVariant* argument, KzVariant** answer) {
+        Add(std::string("BLInvokeMethod ") + method + "(" + WindowsScript::Text(KzvView(argument).String()) + ")");
+        const int status = s_self->m_invoke.Original<decltype(BLInvokeMethod)>()(handle, method, argument, answer);
+        s_self->m_answer = *answer;
+        return status;
+      }};
   ImportPatch m_free{m_module, "BLFree", +[](void* block) {
                        Add("BLFree " + Name(block));
                        s_self->m_free.Original<decltype(BLFree)>()(block);
