@@ -5,7 +5,16 @@
 
 #include <cstddef>
 
-// A value of at most 520 bytes, terminator included, read in one query whatever its type.
+// Reads a value of any type. `text` has room for one character more than the `bytes` that are offered, so that what is
+// read always ends.
+inline LSTATUS QueryRegistryText(HKEY key, const wchar_t* valueName, DWORD& type, wchar_t* text,
+                                 DWORD& bytes) noexcept {
+  const LSTATUS status = ::RegQueryValueExW(key, valueName, nullptr, &type, reinterpret_cast<BYTE*>(text), &bytes);
+  if (status == ERROR_SUCCESS) text[bytes / sizeof(wchar_t)] = L'\0';  // half a character at the end is none
+  return status;
+}
+
+// A value of at most 520 bytes, terminator included, read in one query.
 class RegistryText {
  public:
   static constexpr DWORD kMaxBytes = 520;
@@ -13,11 +22,7 @@ class RegistryText {
   // False when there is no such value, or a longer one.
   bool Read(HKEY key, const wchar_t* valueName) noexcept {
     m_bytes = kMaxBytes;
-    if (::RegQueryValueExW(key, valueName, nullptr, &m_type, reinterpret_cast<BYTE*>(m_text), &m_bytes) !=
-        ERROR_SUCCESS)
-      return false;
-    m_text[m_bytes / sizeof(wchar_t)] = L'\0';  // half a character at the end is none
-    return true;
+    return QueryRegistryText(key, valueName, m_type, m_text, m_bytes) == ERROR_SUCCESS;
   }
 
   DWORD Type() const noexcept { return m_type; }

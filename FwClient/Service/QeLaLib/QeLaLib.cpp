@@ -6,6 +6,7 @@
 #include <new>
 
 #include "FwClient/Common/Utilities/FwLog.h"
+#include "FwClient/Common/Utilities/RegistryText.h"
 #include "FwClient/Common/Utilities/ScopeGuards.h"
 #include "FwClient/Common/Utilities/ThreadIdentity.h"
 #include "FwClient/Common/Utilities/UniqueHandle.h"
@@ -38,15 +39,12 @@ LSTATUS QueryServerListSize(HKEY key, DWORD& bytes) noexcept {
   return ::RegQueryValueExW(key, kServerListValue, nullptr, &type, nullptr, &bytes);
 }
 
-// Reads a value of that size, whatever its type. It need not be terminated, nor be of whole characters.
+// Reads a value of that size, whatever its type.
 LSTATUS QueryServerList(HKEY key, DWORD bytes, std::wstring& text) {
   std::vector<wchar_t> buffer(bytes / sizeof(wchar_t) + 1);
   DWORD type = REG_SZ;
-  const LSTATUS status =
-      ::RegQueryValueExW(key, kServerListValue, nullptr, &type, reinterpret_cast<BYTE*>(buffer.data()), &bytes);
-  if (status != ERROR_SUCCESS) return status;
-  buffer[bytes / sizeof(wchar_t)] = L'\0';
-  text = buffer.data();
+  const LSTATUS status = QueryRegistryText(key, kServerListValue, type, buffer.data(), bytes);
+  if (status == ERROR_SUCCESS) text = buffer.data();
   return status;
 }
 
