@@ -69,7 +69,7 @@ DWORD ScriptedRegistry::TypeOf(const std::wstring& path, const std::wstring& nam
   return data != nullptr ? data->type : REG_NONE;
 }
 
-void ScriptedRegistry::OnCall(std::function<void(const char*)> hook) {
+void ScriptedRegistry::OnCall(std::function<void(const Call&)> hook) {
   const std::lock_guard lock(m_lock);
   m_hook = std::move(hook);
 }
@@ -96,7 +96,7 @@ std::size_t ScriptedRegistry::OpenKeys() const {
 }
 
 LSTATUS ScriptedRegistry::Enter(const Call& call, const std::string& arguments) {
-  if (const auto hook = m_hook) hook(call.function.c_str());  // a copy: the hook may set another
+  if (const auto hook = m_hook) hook(call);  // a copy: the hook may set another
   m_calls.push_back(call);
   if (m_script != nullptr && !m_script->Enter(call.function, arguments)) return static_cast<LSTATUS>(::GetLastError());
   return static_cast<LSTATUS>(NextError(call.function));
@@ -194,8 +194,9 @@ LSTATUS WINAPI ScriptedRegistry::CloseKey(HKEY key) {
   const HeapWatch::Pause pause;
   ScriptedRegistry& self = Current();
   const std::lock_guard lock(self.m_lock);
-  if (const auto hook = self.m_hook) hook("RegCloseKey");
-  self.m_calls.push_back({.function = "RegCloseKey"});
+  const Call call{.function = "RegCloseKey"};
+  if (const auto hook = self.m_hook) hook(call);
+  self.m_calls.push_back(call);
   if (self.m_script != nullptr) self.m_script->Close("RegCloseKey", key);
   if (!self.IsOpen(key)) return ERROR_INVALID_HANDLE;
   self.m_openKeys.erase(key);

@@ -36,10 +36,7 @@ class ScriptedRegistry : public PlannedFailures, public OnlyOne<ScriptedRegistry
   std::optional<Bytes> Value(const std::wstring& path, const std::wstring& name) const;
   DWORD TypeOf(const std::wstring& path, const std::wstring& name) const;
 
-  // Called before each call is carried out, on the thread that makes it, with the lock held; may change the registry.
-  void OnCall(std::function<void(const char* function)> hook);
-
-  // What the module called, in order: what an open or a create asked for, what a query offered.
+  // What the module called: what an open or a create asked for, what a query offered.
   struct Call {
     std::string function;
     std::wstring name = {};  // of the key or the value
@@ -56,6 +53,10 @@ class ScriptedRegistry : public PlannedFailures, public OnlyOne<ScriptedRegistry
   static Call Query(std::wstring name, bool hasBuffer, DWORD bytes) {
     return {.function = "RegQueryValueExW", .name = std::move(name), .hasBuffer = hasBuffer, .bytes = bytes};
   }
+  // Called before each call is carried out, on the thread that makes it, with the lock held; may change the registry.
+  void OnCall(std::function<void(const Call&)> hook);
+
+  // In order.
   std::vector<Call> Calls() const;
   std::vector<Call> Calls(const std::string& function) const;
   std::size_t Count(const std::string& function) const { return Calls(function).size(); }
@@ -100,7 +101,7 @@ class ScriptedRegistry : public PlannedFailures, public OnlyOne<ScriptedRegistry
   WindowsScript* const m_script;
   Keys m_keys64{{L"", {}}};
   Keys m_keys32{{L"", {}}};
-  std::function<void(const char*)> m_hook;
+  std::function<void(const Call&)> m_hook;
   std::vector<Call> m_calls;
   std::map<HKEY, std::pair<std::wstring, REGSAM>> m_openKeys;
   std::uintptr_t m_nextKey = 0x51A00;

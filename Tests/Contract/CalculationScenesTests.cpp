@@ -10,7 +10,6 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
-#include <cstring>
 #include <fstream>
 #include <iterator>
 #include <map>
@@ -30,9 +29,9 @@ std::vector<std::string> g_journal;
 
 void Asked(const std::string& question) { g_journal.push_back("  ? " + question); }
 
-// The registry that criteria and the management agent's list are looked for in: one key each.
+// What criteria and the management agent's list are looked for in.
 struct SiteRegistry {
-  bool hasSite = true;     // HKEY_LOCAL_MACHINE\SOFTWARE\Site, in the first view
+  bool hasSite = true;     // kSiteKey, without a view being named
   bool hasSite64 = false;  // in the 64-bit view
   std::wstring servers = L"srv1.example|10.0.0.1|443;srv2.example|10.0.0.2|443";
   std::set<std::wstring> knownToDns;
@@ -40,56 +39,8 @@ struct SiteRegistry {
 };
 SiteRegistry g_site;
 
-HKEY const kSiteKey = reinterpret_cast<HKEY>(std::uintptr_t{0x51E0});
-HKEY const kAgentKey = reinterpret_cast<HKEY>(std::uintptr_t{0x51E4});
-
-LSTATUS(WINAPI* g_open)(HKEY, const wchar_t*, DWORD, REGSAM, HKEY*);
-LSTATUS(WINAPI* g_query)(HKEY, const wchar_t*, DWORD*, DWORD*, BYTE*, DWORD*);
-LSTATUS(WINAPI* g_close)(HKEY);
-
-LSTATUS WINAPI Open(HKEY hive, const wchar_t* path, DWORD options, REGSAM access, HKEY* key) {
-  const std::wstring text = path;
-  if (text == kLaKeyPath) return g_open(hive, path, options, access, key);
-  char question[200];
-  std::snprintf(question, sizeof question, "open %s 0x%lx", LenientUtf::ToUtf8(text).c_str(), access);
-  Asked(question);
-  *key = nullptr;
-  if (text == L"SOFTWARE\\Quillon\\Mervo\\Shared Components\\Framework") *key = kAgentKey;
-  if (text == L"SOFTWARE\\Site" && ((access & KEY_WOW64_64KEY) != 0 ? g_site.hasSite64 : g_site.hasSite))
-    *key = kSiteKey;
-  return *key != nullptr ? ERROR_SUCCESS : ERROR_FILE_NOT_FOUND;
-}
-
-LSTATUS Answer(DWORD ofType, const void* bytes, std::size_t count, DWORD* type, BYTE* data, DWORD* size) {
-  const DWORD room = *size;
-  if (type != nullptr) *type = ofType;
-  *size = static_cast<DWORD>(count);
-  if (data == nullptr) return ERROR_SUCCESS;
-  if (room < count) return ERROR_MORE_DATA;
-  std::memcpy(data, bytes, count);
-  return ERROR_SUCCESS;
-}
-
-LSTATUS WINAPI Query(HKEY key, const wchar_t* name, DWORD* reserved, DWORD* type, BYTE* data, DWORD* size) {
-  if (key != kSiteKey && key != kAgentKey) return g_query(key, name, reserved, type, data, size);
-  const std::wstring value = name;
-  Asked("query " + LenientUtf::ToUtf8(value));
-  const auto text = [&](const std::wstring& content) {
-    return Answer(REG_SZ, content.c_str(), (content.size() + 1) * sizeof(wchar_t), type, data, size);
-  };
-  if (key == kAgentKey) return text(g_site.servers);
-  if (value == L"Name") return text(L"Office");
-  if (value.empty()) return text(L"default");
-  const DWORD level = 3;
-  if (value == L"Level") return Answer(REG_DWORD, &level, sizeof level, type, data, size);
-  return ERROR_FILE_NOT_FOUND;
-}
-
-LSTATUS WINAPI Close(HKEY key) {
-  if (key != kSiteKey && key != kAgentKey) return g_close(key);
-  Asked("close");
-  return ERROR_SUCCESS;
-}
+constexpr wchar_t kSiteKey[] = L"SOFTWARE\\Site";
+constexpr wchar_t kAgentKey[] = L"SOFTWARE\\Quillon\\Mervo\\Shared Components\\Framework";
 
 DNS_STATUS WINAPI QueryDns(const wchar_t* name, WORD, DWORD, void*, PDNS_RECORD* records, void**) {
   Asked("dns " + LenientUtf::ToUtf8(name));
@@ -284,12 +235,31 @@ std::vector<Scene> Scenes() {
 
 class CalculationScenes : public ServiceTest {
  protected:
-  CalculationScenes() {
-    g_open = m_open.Original<LSTATUS WINAPI(HKEY, const wchar_t*, DWORD, REGSAM, HKEY*)>();
-    g_query = m_query.Original<LSTATUS WINAPI(HKEY, const wchar_t*, DWORD*, DWORD*, BYTE*, DWORD*)>();
-    g_close = m_close.Original<LSTATUS WINAPI(HKEY)>();
+  ~CalculationScenes() override {
+    m_log.OnEvent(nullptr);
+    m_registry.OnCall(nullptr);
   }
-  ~CalculationScenes() override { m_log.OnEvent(nullptr); }
+
+  void PutSite(bool isThere) {
+    m_registry.RemoveKey(kSiteKey);
+    if (!isThere) return;
+    const DWORD level = 3;
+    m_registry.SetText(kSiteKey, L"", L"default");
+    m_registry.SetText(kSiteKey, L"Name", L"Office");
+    m_registry.Set(kSiteKey, L"Level", REG_DWORD, &level, sizeof level);
+  }
+  // Notes what is asked of the registry, but for the stored set.
+  void OnRegistryCall(const ScriptedRegistry::Call& call) {
+    if (call.function == "RegOpenKeyExW") {
+      m_isSetOpen = call.name == kLaKeyPath;
+      if (call.name == kSiteKey) PutSite((call.access & KEY_WOW64_64KEY) != 0 ? g_site.hasSite64 : g_site.hasSite);
+    }
+    if (m_isSetOpen) return;
+    if (call.function == "RegOpenKeyExW")
+      Asked("open " + LenientUtf::ToUtf8(call.name) + " " + WindowsScript::Hex(call.access));
+    if (call.function == "RegQueryValueExW") Asked("query " + LenientUtf::ToUtf8(call.name));
+    if (call.function == "RegCloseKey") Asked("close");
+  }
 
   // Adapters are the same in most scenes: their properties are written out once.
   std::string Shortened(const std::string& line) {
@@ -305,8 +275,10 @@ class CalculationScenes : public ServiceTest {
     m_adapters.Set(scene.adapters);
     service.RemoveAllLocations();
     m_registry.Put(PackedSet(scene.set));
+    m_registry.SetText(kAgentKey, L"ZeltServerList", g_site.servers);
     g_journal.clear();
     m_adapters.OnCall([] { Asked("adapters"); });
+    m_registry.OnCall([this](const ScriptedRegistry::Call& call) { OnRegistryCall(call); });
     m_log.OnEvent([](const LoggedEvent& event) {
       constexpr std::string_view kFolder = "FwClient/Service/QeLaLib/";
       const std::string file = event.file.starts_with(kFolder) ? event.file.substr(kFolder.size()) : event.file;
@@ -315,6 +287,7 @@ class CalculationScenes : public ServiceTest {
     const bool loaded = service.Load();
     m_log.OnEvent(nullptr);
     m_adapters.OnCall(nullptr);
+    m_registry.OnCall(nullptr);
 
     std::ostringstream text;
     text << "== " << scene.name << "\n";
@@ -337,9 +310,7 @@ class CalculationScenes : public ServiceTest {
   }
 
   std::map<std::string, std::size_t> m_properties;
-  ImportPatch m_open{Module(), "RegOpenKeyExW", &Open};
-  ImportPatch m_query{Module(), "RegQueryValueExW", &Query};
-  ImportPatch m_close{Module(), "RegCloseKey", &Close};
+  bool m_isSetOpen = false;
   ImportPatch m_dns{Module(), "DnsQuery_W", &QueryDns};
   ImportPatch m_session{Module(), "WinHttpOpen", &OpenSession};
   ImportPatch m_connect{Module(), "WinHttpConnect", &Connect};

@@ -251,8 +251,8 @@ class EditsDuringACalculation : public Calculation {
 
   // Runs once, when the calculation that follows asks the registry for a criterion.
   void WhenTheRegistryIsAsked(std::function<void()> act) {
-    m_registry.OnCall([this, act = std::move(act)](const char* function) {
-      if (std::string(function) != "RegOpenKeyExW") return;
+    m_registry.OnCall([this, act = std::move(act)](const ScriptedRegistry::Call& call) {
+      if (call.function != "RegOpenKeyExW") return;
       m_registry.OnCall(nullptr);
       act();
     });

@@ -87,8 +87,8 @@ TEST_F(ErrorPrinter, IsNotToldOfMissingBytes) {
   // Bytes that are gone when they are read: nothing of the first answer's size may be taken for them.
   m_registry.Put({0x91, 0x91, 0x90});
   int queries = 0;
-  m_registry.OnCall([&](const std::string& function) {
-    if (function == "RegQueryValueExW" && ++queries == 2) m_registry.Put({});
+  m_registry.OnCall([&](const ScriptedRegistry::Call& call) {
+    if (call.function == "RegQueryValueExW" && ++queries == 2) m_registry.Put({});
   });
   EXPECT_FALSE(m_service->Load());
   m_registry.OnCall({});

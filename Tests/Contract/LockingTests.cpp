@@ -130,7 +130,7 @@ TEST_F(Locking, LockIsHeldThroughTheWholeCalculation) {
 
 TEST_F(Locking, LockIsHeldWhileTheSetIsReadAndWritten) {
   bool everFree = false;
-  m_registry.OnCall([&](const char*) { everFree = everFree || OtherThreadCanEnter(g_hostLock); });
+  m_registry.OnCall([&](const ScriptedRegistry::Call&) { everFree = everFree || OtherThreadCanEnter(g_hostLock); });
   EXPECT_TRUE(m_service->Save());
   EXPECT_TRUE(m_service->Load());
   EXPECT_FALSE(everFree);

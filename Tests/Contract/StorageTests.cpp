@@ -134,8 +134,8 @@ TEST_F(Storage, SaveCalculatesThenSignalsThenSerialisesThenWrites) {
 
   g_sequence.clear();
   m_adapters.OnCall([] { g_sequence.emplace_back("calculate"); });
-  m_registry.OnCall([](const char* function) {
-    if (std::string(function) == "RegSetValueExW") g_sequence.emplace_back("write");
+  m_registry.OnCall([](const ScriptedRegistry::Call& call) {
+    if (call.function == "RegSetValueExW") g_sequence.emplace_back("write");
   });
   EXPECT_TRUE(service->Save());
   EXPECT_EQ(g_sequence, (Names{"calculate", "signal", "serialise", "write"}));
@@ -221,8 +221,8 @@ TEST_F(Storage, ValueThatChangesBetweenTheTwoQueries) {
   int queries = 0;
   Bytes changed;
   DWORD changedType = REG_BINARY;
-  m_registry.OnCall([&](const char* function) {
-    if (std::string(function) == "RegQueryValueExW" && ++queries == 2) m_registry.Put(changed, changedType);
+  m_registry.OnCall([&](const ScriptedRegistry::Call& call) {
+    if (call.function == "RegQueryValueExW" && ++queries == 2) m_registry.Put(changed, changedType);
   });
 
   m_registry.Put(PackedSet({{.id = "B"}}));

@@ -135,8 +135,8 @@ TEST_F(ChangeWhileNobodyListens, DuringASlowProbeIsReportedWithoutAFurtherOne) {
   ASSERT_TRUE(m_service->StartDiscovery(&Host::Callback));
   for (int i = 0; i < kTimes; ++i) {
     SCOPED_TRACE(i);
-    m_registry.OnCall([this](const char* function) {
-      if (std::string(function) != "RegOpenKeyExW") return;
+    m_registry.OnCall([this](const ScriptedRegistry::Call& call) {
+      if (call.function != "RegOpenKeyExW") return;
       m_registry.OnCall(nullptr);
       Move();
     });

@@ -87,8 +87,8 @@ class LaRegistryCalls : public testing::Test {
     m_registry.Set(kKey, kName, type, bytes.data(), bytes.size());
   }
   void PutBetweenTheQueries(const Bytes& bytes, DWORD type = REG_BINARY) {
-    m_registry.OnCall([=, this](const std::string& function) {
-      if (function == "RegQueryValueExW" && m_registry.Count("RegQueryValueExW") == 1) Put(bytes, type);
+    m_registry.OnCall([=, this](const ScriptedRegistry::Call& call) {
+      if (call.function == "RegQueryValueExW" && m_registry.Count("RegQueryValueExW") == 1) Put(bytes, type);
     });
   }
   unsigned long Read() { return ReadLaValue(kKey, kName, m_bytes); }

@@ -157,8 +157,8 @@ TEST_F(ManagementServerProbe, AMissingValueIsReadFromThe32BitView) {
 TEST_F(ManagementServerProbe, TheFirstViewsKeyIsClosedBeforeThe32BitViewIsOpened) {
   SetListOf32BitView(L"");
   std::size_t openAtSecond = 99;
-  m_registry.OnCall([&](const std::string& function) {
-    if (function == "RegOpenKeyExW") openAtSecond = m_registry.OpenKeys();
+  m_registry.OnCall([&](const ScriptedRegistry::Call& call) {
+    if (call.function == "RegOpenKeyExW") openAtSecond = m_registry.OpenKeys();
   });
   const LogRecorder log;
   EXPECT_FALSE(CheckZeltReachability());
