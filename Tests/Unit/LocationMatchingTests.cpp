@@ -1,5 +1,7 @@
 // Whether a location is current, and what the log says on the way.
 #include <windows.h>
+#include <windns.h>
+
 #include <gtest/gtest.h>
 
 #include <clocale>
@@ -12,6 +14,7 @@
 #include "ScriptedWindows/ImportTable/ImportPatch.h"
 #include "ScriptedWindows/Windows/AdapterList.h"
 #include "ScriptedWindows/Windows/FakeAdapters.h"
+#include "ScriptedWindows/Windows/ScriptedRegistry.h"
 #include "Tests/Support/LogRecorder.h"
 
 namespace {
@@ -84,6 +87,17 @@ class LocationMatching : public testing::Test {
     ASSERT_EQ(m_location.AddCriteria(&kind, value), 0u);
   }
 
+  // The agent's list names one server, which DNS knows or not.
+  void SetManagementServer(bool known) {
+    m_registry.SetText(L"SOFTWARE\\Quillon\\Mervo\\Shared Components\\Framework", L"ZeltServerList", L"srv");
+    s_serverIsKnown = known;
+    m_matched.clear();
+    m_log.Clear();
+  }
+  static DNS_STATUS WINAPI QueryDns(const wchar_t*, WORD, DWORD, void*, PDNS_RECORD*, void**) {
+    return s_serverIsKnown ? ERROR_SUCCESS : DNS_ERROR_RCODE_NAME_ERROR;
+  }
+
   std::uint32_t Check() { return m_service.IsCurrentLocation(m_location, m_matched); }
 
   // The lines of the matcher itself, without those of the probes that it calls.
@@ -107,7 +121,10 @@ class LocationMatching : public testing::Test {
   }
   const Answer kSilentNo = {false, {}};
 
-  FakeAdapters m_system{::GetModuleHandleW(nullptr)};
+  FakeAdapters m_system{ThisProgram()};
+  ScriptedRegistry m_registry{ThisProgram()};
+  ImportPatch m_dns{ThisProgram(), "DnsQuery_W", &QueryDns};
+  static inline bool s_serverIsKnown;
   LogRecorder m_log;
   Service m_service;
   CQeLocation m_location;
@@ -155,8 +172,8 @@ TEST_F(LocationMatching, DhcpServerMatchesEitherFamily) {
   AdapterProps adapter = MakeAdapter(5, L"LAN");
   adapter.dhcpServer = L"10.0.0.2";
   adapter.dhcpV6Server = L"fe80::2";
-  EXPECT_EQ(Ask(adapter, LCT_DHCP_SERVER, {L"10.0.0.9", L"10.0.0.2"}),
-            (Answer{true, {Matched(L"DHCP server : 10.0.0.2 matched", adapter)}}));
+  for (const wchar_t* server : {L"10.0.0.2", L"fe80::2"})
+    EXPECT_TRUE(Ask(adapter, LCT_DHCP_SERVER, {L"10.0.0.9", server}).matches) << server;
   EXPECT_EQ(Ask(adapter, LCT_DHCP_SERVER, {L"10.0.0.9", L""}), kSilentNo);
 }
 
@@ -337,40 +354,15 @@ TEST_F(LocationMatching, AlternativesOfOneKindAreEnough) {
 
 // ---- the registry ----
 
-// Every key can be opened, or none, and the tries are counted.
-class CountingRegistry {
- public:
-  explicit CountingRegistry(LSTATUS result) {
-    s_result = result;
-    s_opened = 0;
-  }
-  int Opened() const { return s_opened; }
-
- private:
-  static LSTATUS WINAPI Open(HKEY, const wchar_t*, DWORD, REGSAM, HKEY* key) {
-    ++s_opened;
-    if (s_result == ERROR_SUCCESS) *key = HKEY_CURRENT_USER;
-    return s_result;
-  }
-  static LSTATUS WINAPI Close(HKEY) { return ERROR_SUCCESS; }
-
-  static LSTATUS s_result;
-  static int s_opened;
-  ImportPatch m_open{::GetModuleHandleW(nullptr), "RegOpenKeyExW", &Open};
-  ImportPatch m_close{::GetModuleHandleW(nullptr), "RegCloseKey", &Close};
-};
-
-LSTATUS CountingRegistry::s_result;
-int CountingRegistry::s_opened;
-
 constexpr wchar_t kSomeKey[] = L"HKEY_LOCAL_MACHINE\\SOFTWARE\\Vendor\\";
+constexpr wchar_t kSomeKeyPath[] = L"SOFTWARE\\Vendor";
 
 TEST_F(LocationMatching, RegistryMatchLogsNoValue) {
-  const CountingRegistry registry(ERROR_SUCCESS);
+  m_registry.MakeKey(kSomeKeyPath);
   const AdapterProps adapter = MakeAdapter(5, L"LAN");
   EXPECT_TRUE(m_service.MatchAdapterCriteria(adapter, LCT_REGISTRY_KEY, {L"no hive", kSomeKey, kSomeKey}));
   EXPECT_EQ(OwnLines(), Texts{Matched(L"Registry key matched", adapter)});
-  EXPECT_EQ(registry.Opened(), 1) << "the first value that matches decides";
+  EXPECT_EQ(m_registry.Count("RegOpenKeyExW"), 1u) << "the first value that matches decides";
 }
 
 // The registry may change while adapters are tested: its answer is not kept from one to the next.
@@ -379,33 +371,34 @@ TEST_F(LocationMatching, TheRegistryIsAskedOnceForEveryAdapterThatGetsThere) {
   Add(4, L"elsewhere").gateways = {L"10.0.0.2"};
   Require(LCT_REGISTRY_KEY, kSomeKey);
   Require(LCT_DEFAULT_GATEWAY, L"10.0.0.1");
-  const CountingRegistry registry(ERROR_SUCCESS);
+  m_registry.MakeKey(kSomeKeyPath);
   EXPECT_EQ(Check(), 1u);
   EXPECT_EQ(m_matched, (Indexes{1, 2, 3}));
-  EXPECT_EQ(registry.Opened(), 3);
+  EXPECT_EQ(m_registry.Count("RegOpenKeyExW"), 3u);
 }
 
 TEST_F(LocationMatching, AMissingRegistryKeyMakesNoAdapterMatch) {
   const AdapterProps& adapter = Add(7, L"LAN");
   Require(LCT_REGISTRY_KEY, kSomeKey);
-  const CountingRegistry registry(ERROR_FILE_NOT_FOUND);
   EXPECT_EQ(Check(), 0u);
-  EXPECT_EQ(registry.Opened(), 2) << "in either view, once";
+  EXPECT_EQ(m_registry.Count("RegOpenKeyExW"), 2u) << "in either view, once";
   EXPECT_EQ(OwnLines(),
             (Texts{Checking(L"Office"), Zelt(0), Adapter(adapter), NotAll(adapter), kNone, Returning(0, L"Office")}));
 }
 
 // ---- the management server ----
 
-// Whether the server can be reached is not decided here; what follows from it is.
 TEST_F(LocationMatching, WithTheManagementServerAloneEveryAdapterIsListedWhateverTheServerSays) {
   Add(7, L"LAN");
   Add(7, L"LAN again");
   Require(LCT_ZELT_REACHABLE);
-  const std::uint32_t result = Check();
-  EXPECT_EQ(m_matched, (Indexes{7, 7}));
-  EXPECT_EQ(OwnLines(), (Texts{Checking(L"Office"), Zelt(1), CountIs(1), result == 1 ? kZeltSucceeded : kZeltFailed,
-                               Returning(static_cast<int>(result), L"Office")}));
+  for (const bool known : {false, true}) {
+    SetManagementServer(known);
+    EXPECT_EQ(Check(), known ? 1u : 0u);
+    EXPECT_EQ(m_matched, (Indexes{7, 7}));
+    EXPECT_EQ(OwnLines(), (Texts{Checking(L"Office"), Zelt(1), CountIs(1), known ? kZeltSucceeded : kZeltFailed,
+                                 Returning(known, L"Office")}));
+  }
 }
 
 TEST_F(LocationMatching, TheManagementServerIsAskedAfterTheAdaptersMatched) {
@@ -413,12 +406,14 @@ TEST_F(LocationMatching, TheManagementServerIsAskedAfterTheAdaptersMatched) {
   m_service.Adapters()[0].gateways = {L"10.0.0.1"};
   Require(LCT_DEFAULT_GATEWAY, L"10.0.0.1");
   Require(LCT_ZELT_REACHABLE);
-  const std::uint32_t result = Check();
-  EXPECT_EQ(m_matched, Indexes{7}) << "stays listed when the server is not reachable";
-  EXPECT_EQ(OwnLines(),
-            (Texts{Checking(L"Office"), Zelt(1), Adapter(adapter),
-                   Matched(L"Default gateway : 10.0.0.1 matched", adapter), All(adapter),
-                   result == 1 ? kZeltSucceeded : kZeltFailed, Returning(static_cast<int>(result), L"Office")}));
+  for (const bool known : {false, true}) {
+    SetManagementServer(known);
+    EXPECT_EQ(Check(), known ? 1u : 0u);
+    EXPECT_EQ(m_matched, Indexes{7}) << "stays listed when the server is not reachable";
+    EXPECT_EQ(OwnLines(), (Texts{Checking(L"Office"), Zelt(1), Adapter(adapter),
+                                 Matched(L"Default gateway : 10.0.0.1 matched", adapter), All(adapter),
+                                 known ? kZeltSucceeded : kZeltFailed, Returning(known, L"Office")}));
+  }
 }
 
 TEST_F(LocationMatching, TheManagementServerIsNotAskedWhenNoAdapterMatches) {
