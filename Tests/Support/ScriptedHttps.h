@@ -1,4 +1,4 @@
-// Fixture for tests of the HTTPS probe: everything that it asks of Windows is scripted.
+// Fixtures for tests of the HTTPS probe: everything that it asks of Windows is scripted.
 #pragma once
 
 #include <gmock/gmock.h>
@@ -15,13 +15,14 @@
 #include "ScriptedWindows/Windows/WindowsScript.h"
 #include "Tests/Support/LogRecorder.h"
 
-class ScriptedHttps : public testing::Test {
+// For tests that count or withhold memory, which recording the log needs too.
+class ScriptedHttpsWithoutLog : public testing::Test {
  protected:
-  ScriptedHttps() {
+  ScriptedHttpsWithoutLog() {
     m_https.impersonating = [this] { return m_user.impersonating; };
   }
   // Whatever a test did to the thread, the next one finds it as itself.
-  ~ScriptedHttps() override {
+  ~ScriptedHttpsWithoutLog() override {
     m_user.LetGo();
     RestoreThreadIdentity();
   }
@@ -29,7 +30,6 @@ class ScriptedHttps : public testing::Test {
   // The server asks for a client certificate at every send.
   void AlwaysAskForCertificate() { m_https.answers = {HttpsAnswer::SendFails(ERROR_WINHTTP_CLIENT_AUTH_CERT_NEEDED)}; }
 
-  LogRecorder m_log;
   WindowsScript m_windows{ThisProgram()};
   ScriptedEvents m_events{m_windows};
   ScriptedRegistry m_registry{m_windows};
@@ -38,4 +38,9 @@ class ScriptedHttps : public testing::Test {
   FakeInteractiveUser m_user{m_windows};
   FakeCertificates m_certificates{m_windows};
   FakeHttps m_https{m_windows};
+};
+
+class ScriptedHttps : public ScriptedHttpsWithoutLog {
+ protected:
+  LogRecorder m_log;
 };

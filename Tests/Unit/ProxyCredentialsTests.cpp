@@ -15,6 +15,7 @@
 #include <utility>
 #include <vector>
 
+#include "ScriptedWindows/ImportTable/HeapLimit.h"
 #include "ScriptedWindows/ImportTable/ImportPatch.h"
 #include "ScriptedWindows/Windows/WindowsScript.h"
 #include "Tests/Support/LogRecorder.h"
@@ -274,12 +275,7 @@ TEST_F(ProxyCredentials, WantOfMemoryReachesTheCallerAfterEverythingWasReleased)
   FrameworkSpy spy;
   ProxyContext context;
   {
-    static const ImportPatch* s_malloc;
-    const ImportPatch patch(
-        ThisProgram(), "malloc", +[](std::size_t bytes) -> void* {
-          return bytes > kHugeBytes ? nullptr : s_malloc->Original<decltype(std::malloc)>()(bytes);
-        });
-    s_malloc = &patch;
+    const HeapLimit memory(ThisProgram(), kHugeBytes);
     EXPECT_THROW(GetProxyCredentials(context, L"host.example"), std::bad_alloc);
   }
   EXPECT_EQ(spy.calls, (Calls{"BLFrameworkInit", "BLGetObjectHandle RVX 0 0", "BLAlloc",
@@ -397,12 +393,7 @@ TEST_F(ProxyCredentials, AreWipedFromTheAnswerWhenMemoryRunsOut) {
   const ReturnedMemorySpy spy({L"a secret", L"a later secret", L"xxx"});
   ProxyContext context;
   {
-    static const ImportPatch* s_malloc;
-    const ImportPatch patch(
-        ThisProgram(), "malloc", +[](std::size_t bytes) -> void* {
-          return bytes > kHugeBytes ? nullptr : s_malloc->Original<decltype(std::malloc)>()(bytes);
-        });
-    s_malloc = &patch;
+    const HeapLimit memory(ThisProgram(), kHugeBytes);
     EXPECT_THROW(GetProxyCredentials(context, L"host.example"), std::bad_alloc);
   }
   EXPECT_EQ(spy.Blocks(), 2);

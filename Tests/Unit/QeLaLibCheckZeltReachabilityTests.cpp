@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 #include <windns.h>
 
-#include <cstdlib>
 #include <map>
 #include <new>
 #include <optional>
@@ -11,6 +10,7 @@
 
 #include "FwClient/Common/Utilities/FwLog.h"
 #include "FwClient/Service/QeLaLib/QeLaLib.h"
+#include "ScriptedWindows/ImportTable/HeapLimit.h"
 #include "ScriptedWindows/ImportTable/ImportPatch.h"
 #include "ScriptedWindows/Windows/ScriptedRegistry.h"
 #include "Tests/Support/LogRecorder.h"
@@ -230,12 +230,7 @@ TEST_F(ManagementServerProbe, WantOfMemoryReachesTheCallerAfterTheKeyWasClosed) 
   SetList(std::wstring(kCharacters, L'x'));
   const LogRecorder log;
   {
-    static const ImportPatch* s_malloc;
-    const ImportPatch patch(
-        ThisProgram(), "malloc", +[](std::size_t bytes) -> void* {
-          return bytes > kCharacters ? nullptr : s_malloc->Original<decltype(std::malloc)>()(bytes);
-        });
-    s_malloc = &patch;
+    const HeapLimit memory(ThisProgram(), kCharacters);
     EXPECT_THROW(CheckZeltReachability(), std::bad_alloc);
   }
   EXPECT_EQ(Opens().size(), 1u);

@@ -81,10 +81,9 @@ TEST_F(DomainReachability, IsNotAskedForOnAThreadThatIsTheUser) {
 }
 
 // A probe in which everything happens: every attempt is asked for a certificate, a log-on and credentials, and fails.
-class HardDomainReachability : public testing::Test {
+class HardDomainReachability : public ScriptedHttpsWithoutLog {
  protected:
   HardDomainReachability() {
-    // Not recorded: recording needs memory.
     LogUtils::setConsoleLogging(false);
     m_user.configUrl = L"http://wpad.test/p.pac";
     m_user.proxyList = L"https=p2:443";
@@ -104,14 +103,6 @@ class HardDomainReachability : public testing::Test {
   }
 
   const std::wstring m_host = L"a-host-with-a-name-that-needs-memory.test";
-  WindowsScript m_windows{ThisProgram()};
-  ScriptedEvents m_events{m_windows};
-  ScriptedRegistry m_registry{m_windows};
-  FakeSystem m_system{m_windows};
-  FakeProcesses m_processes{m_windows};
-  FakeInteractiveUser m_user{m_windows};
-  FakeCertificates m_certificates{m_windows};
-  FakeHttps m_https{m_windows};
 };
 
 TEST_F(HardDomainReachability, SurvivesTheFailureOfEverySingleCall) {
