@@ -30,7 +30,7 @@ struct State {
   std::size_t bytes = 0;
   std::ptrdiff_t blocks = 0;
   std::size_t succeeding = kNever;  // allocations until failures begin
-  HeapWatch::Failing failing = HeapWatch::Failing::Once;
+  HeapWatch::Failing failing = HeapWatch::Failing::kOnce;
   bool failed = false;
   int pauses = 0;
 };
@@ -50,7 +50,7 @@ bool Fails(std::size_t bytes) {
     return false;
   }
   g_state.failed = true;
-  if (g_state.failing == HeapWatch::Failing::Once) g_state.succeeding = kNever;
+  if (g_state.failing == HeapWatch::Failing::kOnce) g_state.succeeding = kNever;
   return true;
 }
 

@@ -19,11 +19,11 @@ class HeapWatch {
   HeapWatch& operator=(const HeapWatch&) = delete;
 
   // Which allocations fail once a failure is due: that one alone, or it and all later ones, as when memory is gone.
-  enum class Failing { Once, FromThenOn };
+  enum class Failing { kOnce, kFromThenOn };
 
   // The allocation number `n` from now on fails; 0 is the next. The thread that calls this is the watched one from now
   // on: a test that made the watch can let a thread of the module fail, in a fake that this thread calls.
-  void FailAt(std::size_t n, Failing failing = Failing::Once);
+  void FailAt(std::size_t n, Failing failing = Failing::kOnce);
 
   // Ends FailAt, from any thread. Returns whether an allocation has failed.
   bool StopFailing();
@@ -71,7 +71,7 @@ void WarmUpExceptions(HMODULE module);
 template <typename Scenario>
 void FailEveryAllocation(HMODULE module, Scenario scenario) {
   WarmUpExceptions(module);
-  for (const HeapWatch::Failing failing : {HeapWatch::Failing::Once, HeapWatch::Failing::FromThenOn}) {
+  for (const HeapWatch::Failing failing : {HeapWatch::Failing::kOnce, HeapWatch::Failing::kFromThenOn}) {
     std::size_t n = 0;
     bool failed = false;
     do {

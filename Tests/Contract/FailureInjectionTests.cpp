@@ -576,7 +576,7 @@ class GoneForGood : public FirstCall {
         HeapWatch heap(world.library.Module());
         bool returned = false;
         OtherThread([&] {
-          heap.FailAt(n, HeapWatch::Failing::FromThenOn);
+          heap.FailAt(n, HeapWatch::Failing::kFromThenOn);
           try {
             operation();
           } catch (const std::bad_alloc&) {
@@ -667,7 +667,7 @@ TEST_F(ThreadWithoutMemoryForGood, LosesAtMostThePassAndNeverEndsTheProcess) {
     s_failed = false;
     StartDiscovery(&Callback);
     m_adapters.OnCall([&] {
-      m_heap.FailAt(rounds - 1, HeapWatch::Failing::FromThenOn);
+      m_heap.FailAt(rounds - 1, HeapWatch::Failing::kFromThenOn);
       m_adapters.OnCall(nullptr);
     });
     Join({kOffice});

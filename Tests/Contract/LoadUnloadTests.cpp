@@ -361,7 +361,7 @@ bool SavesAndThrowsWithoutMemory() {
   bool saved = true;
   HeapWatch heap(library.Module());
   OtherThread([&] {
-    heap.FailAt(0, HeapWatch::Failing::FromThenOn);
+    heap.FailAt(0, HeapWatch::Failing::kFromThenOn);
     try {
       saved = service->Save();
     } catch (const std::bad_alloc&) {

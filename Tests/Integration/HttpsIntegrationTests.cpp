@@ -37,12 +37,12 @@ class Https : public testing::Test {
 
   // The log's only line, in narrow text for comparisons.
   std::string OnlyLine() const {
-    const std::vector<std::wstring> texts = log.Texts();
+    const std::vector<std::wstring> texts = m_log.Texts();
     EXPECT_EQ(texts.size(), 1u);
     return texts.empty() ? std::string() : LenientUtf::ToUtf8(texts.front());
   }
 
-  LogRecorder log;
+  LogRecorder m_log;
 };
 
 // ---- direct ----
@@ -103,35 +103,35 @@ TEST_F(Https, ReachesNothingThroughADeadProxy) { EXPECT_FALSE(Direct(L"ok", L"re
 // Wine takes the option that names the discovered proxy without using it; so what is set is looked at on its way.
 class HttpsDiscovery : public Https {
  protected:
-  HttpsDiscovery() { current = this; }
-  ~HttpsDiscovery() override { current = nullptr; }
+  HttpsDiscovery() { s_self = this; }
+  ~HttpsDiscovery() override { s_self = nullptr; }
 
-  DWORD access = 0;
-  std::optional<std::wstring> proxy;
+  DWORD m_access = 0;
+  std::optional<std::wstring> m_proxy;
 
  private:
   static BOOL WINAPI SetOption(HINTERNET handle, DWORD option, LPVOID value, DWORD size) {
     if (option == WINHTTP_OPTION_PROXY) {
       const auto& info = *static_cast<const WINHTTP_PROXY_INFO*>(value);
-      current->access = info.dwAccessType;
-      if (info.lpszProxy != nullptr) current->proxy = info.lpszProxy;
+      s_self->m_access = info.dwAccessType;
+      if (info.lpszProxy != nullptr) s_self->m_proxy = info.lpszProxy;
     }
-    return current->m_patch.Original<decltype(SetOption)>()(handle, option, value, size);
+    return s_self->m_patch.Original<decltype(SetOption)>()(handle, option, value, size);
   }
 
-  static inline HttpsDiscovery* current = nullptr;
+  static inline HttpsDiscovery* s_self = nullptr;
   ImportPatch m_patch{ThisProgram(), "WinHttpSetOption", &HttpsDiscovery::SetOption};
 };
 
 TEST_F(HttpsDiscovery, FindsTheProxyThroughDns) {
   EXPECT_TRUE(AutoProxy(L"ok"));
-  EXPECT_EQ(access, DWORD{WINHTTP_ACCESS_TYPE_NAMED_PROXY});
-  EXPECT_EQ(proxy, kProxy);
+  EXPECT_EQ(m_access, DWORD{WINHTTP_ACCESS_TYPE_NAMED_PROXY});
+  EXPECT_EQ(m_proxy, kProxy);
 }
 
 TEST_F(HttpsDiscovery, FindsTheProxyWithAConfigurationUrl) {
   EXPECT_TRUE(AutoProxy(L"ok", L"http://wpad.lab.test/proxy.pac"));
-  EXPECT_EQ(proxy, kProxy);
+  EXPECT_EQ(m_proxy, kProxy);
 }
 
 // ---- the interactive user ----
@@ -192,26 +192,26 @@ bool ActsAsAUser() {
 class HttpsUser : public Https {
  protected:
   HttpsUser() {
-    current = this;
+    s_self = this;
     StoreShell(OwnImage());
     StoreUserSettings("", "");
   }
-  ~HttpsUser() override { current = nullptr; }
+  ~HttpsUser() override { s_self = nullptr; }
 
   bool AsUser(const std::wstring& host) {
     ProxyContext context;
     return ValidateHttpsConnectionAsUser(context, host + L".lab.test");
   }
 
-  bool readAsUser = false;
+  bool m_readAsUser = false;
 
  private:
   static BOOL WINAPI GetSettings(WINHTTP_CURRENT_USER_IE_PROXY_CONFIG* settings) {
-    current->readAsUser = ActsAsAUser();
-    return current->m_patch.Original<decltype(GetSettings)>()(settings);
+    s_self->m_readAsUser = ActsAsAUser();
+    return s_self->m_patch.Original<decltype(GetSettings)>()(settings);
   }
 
-  static inline HttpsUser* current = nullptr;
+  static inline HttpsUser* s_self = nullptr;
   ImportPatch m_patch{ThisProgram(), "WinHttpGetIEProxyConfigForCurrentUser", &HttpsUser::GetSettings};
 };
 
@@ -251,7 +251,7 @@ TEST_F(HttpsUser, SystemIsKnownToBe64Bit) { EXPECT_TRUE(IsWow64SystemDirectoryPr
 TEST_F(HttpsUser, ReachesThroughTheirProxyWhatOnlyTheProxyKnows) {
   StoreUserSettings("http=refused.lab.test:1;https=proxy.lab.test:8888", "");
   EXPECT_TRUE(AsUser(L"inner"));
-  EXPECT_TRUE(readAsUser);
+  EXPECT_TRUE(m_readAsUser);
   EXPECT_FALSE(ActsAsAUser());
 }
 
@@ -269,10 +269,10 @@ TEST_F(HttpsUser, ReachesNothingWithoutSettings) { EXPECT_FALSE(AsUser(L"ok")); 
 
 TEST_F(HttpsUser, MakesADomainReachableInTheLastAttempt) {
   EXPECT_FALSE(IsDomainReachable(L"inner.lab.test"));
-  EXPECT_EQ(log.Texts().back(), L"IsDomainReachable was unable to match domain inner.lab.test");
+  EXPECT_EQ(m_log.Texts().back(), L"IsDomainReachable was unable to match domain inner.lab.test");
   StoreUserSettings("https=proxy.lab.test:8888", "");
   EXPECT_TRUE(IsDomainReachable(L"inner.lab.test"));
-  EXPECT_EQ(log.Texts().back(), L"IsDomainReachable was able to match domain inner.lab.test");
+  EXPECT_EQ(m_log.Texts().back(), L"IsDomainReachable was able to match domain inner.lab.test");
 }
 
 // ---- handles ----
@@ -280,48 +280,38 @@ TEST_F(HttpsUser, MakesADomainReachableInTheLastAttempt) {
 // Counts the handles that are open.
 class HttpsHandleCount : public HttpsUser {
  protected:
-  HttpsHandleCount() { open = 0; }
+  HttpsHandleCount() { s_self = this; }
+  ~HttpsHandleCount() override { s_self = nullptr; }
 
-  static inline std::atomic<int> open = 0;
+  std::atomic<int> m_openHandles = 0;
 
  private:
   template <typename Handle>
   static Handle Opened(Handle handle) {
-    if (handle != nullptr) ++open;
+    if (handle != nullptr) ++s_self->m_openHandles;
     return handle;
   }
   static HINTERNET WINAPI Open(LPCWSTR agent, DWORD access, LPCWSTR proxy, LPCWSTR bypass, DWORD flags) {
-    return Opened(openPatch->Original<decltype(Open)>()(agent, access, proxy, bypass, flags));
+    return Opened(s_self->m_open.Original<decltype(Open)>()(agent, access, proxy, bypass, flags));
   }
   static HINTERNET WINAPI Connect(HINTERNET session, LPCWSTR host, INTERNET_PORT port, DWORD reserved) {
-    return Opened(connectPatch->Original<decltype(Connect)>()(session, host, port, reserved));
+    return Opened(s_self->m_connect.Original<decltype(Connect)>()(session, host, port, reserved));
   }
   static HINTERNET WINAPI OpenRequest(HINTERNET connection, LPCWSTR verb, LPCWSTR object, LPCWSTR version,
                                       LPCWSTR referrer, LPCWSTR* types, DWORD flags) {
     return Opened(
-        requestPatch->Original<decltype(OpenRequest)>()(connection, verb, object, version, referrer, types, flags));
+        s_self->m_request.Original<decltype(OpenRequest)>()(connection, verb, object, version, referrer, types, flags));
   }
   static BOOL WINAPI Close(HINTERNET handle) {
-    --open;
-    return closePatch->Original<decltype(Close)>()(handle);
+    --s_self->m_openHandles;
+    return s_self->m_close.Original<decltype(Close)>()(handle);
   }
 
-  static inline const ImportPatch* openPatch = nullptr;
-  static inline const ImportPatch* connectPatch = nullptr;
-  static inline const ImportPatch* requestPatch = nullptr;
-  static inline const ImportPatch* closePatch = nullptr;
+  static inline HttpsHandleCount* s_self = nullptr;
   ImportPatch m_open{ThisProgram(), "WinHttpOpen", &HttpsHandleCount::Open};
   ImportPatch m_connect{ThisProgram(), "WinHttpConnect", &HttpsHandleCount::Connect};
   ImportPatch m_request{ThisProgram(), "WinHttpOpenRequest", &HttpsHandleCount::OpenRequest};
   ImportPatch m_close{ThisProgram(), "WinHttpCloseHandle", &HttpsHandleCount::Close};
-
- protected:
-  void SetUp() override {
-    openPatch = &m_open;
-    connectPatch = &m_connect;
-    requestPatch = &m_request;
-    closePatch = &m_close;
-  }
 };
 
 TEST_F(HttpsHandleCount, IsZeroAfterEveryKindOfAnswer) {
@@ -329,7 +319,7 @@ TEST_F(HttpsHandleCount, IsZeroAfterEveryKindOfAnswer) {
   for (const wchar_t* host : {L"ok.lab.test", L"s404.lab.test", L"untrusted.lab.test", L"refused.lab.test",
                               L"inner.lab.test", L"nowhere.lab.test", L""}) {
     IsDomainReachable(host);
-    EXPECT_EQ(open.load(), 0) << LenientUtf::ToUtf8(host);
+    EXPECT_EQ(m_openHandles.load(), 0) << LenientUtf::ToUtf8(host);
   }
 }
 
@@ -359,12 +349,12 @@ class SlowHttps : public Https {
 TEST_F(SlowHttps, AnswerNeverComes) {
   EXPECT_FALSE(Direct(L"mute"));
   // The request was sent; only sending leaves a line.
-  EXPECT_THAT(log.Texts(), IsEmpty());
+  EXPECT_THAT(m_log.Texts(), IsEmpty());
 }
 
 TEST_F(SlowHttps, ReportOfTheAnswerTellsTheFailure) {
   EXPECT_FALSE(AutoProxy(L"mute"));
-  EXPECT_THAT(log.Texts(), IsEmpty());
+  EXPECT_THAT(m_log.Texts(), IsEmpty());
 }
 
 TEST_F(SlowHttps, GreetingNeverComes) {

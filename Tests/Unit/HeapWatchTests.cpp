@@ -47,7 +47,7 @@ TEST(HeapWatch, FailsThatOneAllocation) {
 
 TEST(HeapWatch, FailsFromOneAllocationOnUntilItIsEnded) {
   HeapWatch heap(ThisProgram());
-  heap.FailAt(0, HeapWatch::Failing::FromThenOn);
+  heap.FailAt(0, HeapWatch::Failing::kFromThenOn);
   void* const blocks[] = {TakeFromHeap(1), Take(1)};
   EXPECT_TRUE(heap.StopFailing());
   EXPECT_EQ(blocks[0], nullptr);
@@ -88,7 +88,7 @@ TEST(HeapWatch, LeavesOtherThreadsAlone) {
       block = Take(1);
     });
     HeapWatch heap(ThisProgram());
-    heap.FailAt(0, HeapWatch::Failing::FromThenOn);
+    heap.FailAt(0, HeapWatch::Failing::kFromThenOn);
     ::SetEvent(go);
     const bool ended = other.HasEnded();
     const bool failed = heap.StopFailing();

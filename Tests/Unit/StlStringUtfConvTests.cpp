@@ -249,9 +249,9 @@ TEST_P(StlStringUtfConvFailure, IsTheTextsFaultWithOneErrorOnly) {
     return found;
   };
   using Causes = std::vector<std::optional<Cause>>;
-  EXPECT_EQ(causes(ERROR_NO_UNICODE_TRANSLATION), (Causes{Cause::Text, Cause::Text}));
+  EXPECT_EQ(causes(ERROR_NO_UNICODE_TRANSLATION), (Causes{Cause::kText, Cause::kText}));
   for (const DWORD error : {0u, 1u, 8u, 14u, 87u, 111u, 122u, 1004u, 1112u, 1114u})
-    EXPECT_EQ(causes(error), (Causes{Cause::System, Cause::System})) << error;
+    EXPECT_EQ(causes(error), (Causes{Cause::kSystem, Cause::kSystem})) << error;
 }
 
 // The thread's last error is still that of another text.
@@ -259,7 +259,7 @@ TEST(StlStringUtfConv, AFailureWithoutAnErrorIsNotTakenForTheLastOne) {
   const ImportPatch wide(
       ThisProgram(), "MultiByteToWideChar", +[](UINT, DWORD, LPCSTR, int, LPWSTR, int) { return 0; });
   ::SetLastError(ERROR_NO_UNICODE_TRANSLATION);
-  EXPECT_EQ(CauseOf([] { ToWide("\xc3\xa4"); }), Cause::System);
+  EXPECT_EQ(CauseOf([] { ToWide("\xc3\xa4"); }), Cause::kSystem);
 }
 
 INSTANTIATE_TEST_SUITE_P(WhenMeasuringOrWhenConverting, StlStringUtfConvFailure, testing::Values(0, 1));
@@ -332,7 +332,7 @@ TEST(StlStringUtfConv, RefusesTextsOf2To31Units) {
   const RepeatedText text(std::size_t{1} << 31);
   ASSERT_EQ(text.Text().size(), std::size_t{1} << 31);
   EXPECT_EQ(ErrorOf([&] { ToWide(text.Text()); }), 111u);
-  EXPECT_EQ(CauseOf([&] { ToWide(text.Text()); }), Cause::Text);
+  EXPECT_EQ(CauseOf([&] { ToWide(text.Text()); }), Cause::kText);
 }
 
 TEST(StlStringUtfConv, RefusesWideTextsOf2To31Units) {

@@ -16,14 +16,14 @@ constexpr std::size_t kStackBufferBytes = 1024;
 [[noreturn]] void ThrowLastError() {
   const DWORD error = ::GetLastError();
   throw Exception(error != 0 ? error : ERROR_INVALID_FUNCTION,
-                  error == ERROR_NO_UNICODE_TRANSLATION ? Exception::Cause::Text : Exception::Cause::System);
+                  error == ERROR_NO_UNICODE_TRANSLATION ? Exception::Cause::kText : Exception::Cause::kSystem);
 }
 
 // Cuts at the first NUL.
 template <typename Char>
 int ConvertibleLength(std::basic_string_view<Char>& text) {
   text = text.substr(0, text.find(Char{}));
-  if (text.size() > kMaxUnits) throw Exception(ERROR_BUFFER_OVERFLOW, Exception::Cause::Text);
+  if (text.size() > kMaxUnits) throw Exception(ERROR_BUFFER_OVERFLOW, Exception::Cause::kText);
   return static_cast<int>(text.size());
 }
 

@@ -17,15 +17,15 @@ inline constexpr std::size_t kMaxUnits = INT_MAX;  // the system takes lengths a
 class Exception : public std::exception {
  public:
   // Whose fault it is: the text's, or that of a system which cannot convert even a good one just now.
-  enum class Cause { Text, System };
+  enum class Cause { kText, kSystem };
 
-  explicit Exception(unsigned long error, Cause cause = Cause::Text) noexcept : m_error(error), m_cause(cause) {}
+  explicit Exception(unsigned long error, Cause cause = Cause::kText) noexcept : m_error(error), m_cause(cause) {}
 
   // The Win32 error; never 0.
   unsigned long Error() const noexcept { return m_error; }
   Cause WhoseFault() const noexcept { return m_cause; }
   const char* what() const noexcept override {
-    return m_cause == Cause::Text ? "text is not valid UTF-16 or UTF-8" : "text could not be converted";
+    return m_cause == Cause::kText ? "text is not valid UTF-16 or UTF-8" : "text could not be converted";
   }
 
  private:

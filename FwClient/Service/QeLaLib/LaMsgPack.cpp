@@ -19,7 +19,7 @@ std::wstring Converted(std::string_view utf8) {
   try {
     return StlStringUtfConv::ToWide(utf8);
   } catch (const StlStringUtfConv::Exception& failure) {
-    if (failure.WhoseFault() == StlStringUtfConv::Exception::Cause::System) throw std::bad_alloc();
+    if (failure.WhoseFault() == StlStringUtfConv::Exception::Cause::kSystem) throw std::bad_alloc();
     throw;
   }
 }

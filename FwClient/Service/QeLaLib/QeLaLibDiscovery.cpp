@@ -141,7 +141,7 @@ void Logged(Write write) noexcept {
 
 // One run of the thread, shared by the service and the thread, since either may be gone first.
 struct CQeLaLib::DiscoveryRun {
-  enum State : int { Running, Ended, Inherited };
+  enum State : int { kRunning, kEnded, kInherited };
 
   CQeLaLib* service = nullptr;
   HMODULE module = nullptr;  // a reference: the thread's code must not be unloaded under it
@@ -150,8 +150,8 @@ struct CQeLaLib::DiscoveryRun {
   UniqueKernelHandle stopEvent;
   UniqueKernelHandle refreshEvent;
   std::atomic<bool> serviceIsGoing{false};
-  // Who frees the service: whoever of its destroyer (which sets Inherited) and the thread (Ended) comes second.
-  std::atomic<int> state{Running};
+  // Who frees the service: whoever of its destroyer (which sets kInherited) and the thread (kEnded) comes second.
+  std::atomic<int> state{kRunning};
 };
 
 bool CQeLaLib::StartDiscovery(QeLaLocationsChanged callback) {
@@ -216,7 +216,7 @@ void CQeLaLib::Destroy(CQeLaLib* service) noexcept {
   HANDLE refreshEvent = std::exchange(service->m_refreshEvent, nullptr);
   HANDLE stopEvent = std::exchange(service->m_stopEvent, nullptr);
   HANDLE thread = std::exchange(service->m_discoveryThread, nullptr);
-  if (run != nullptr && run->state.exchange(DiscoveryRun::Inherited) == DiscoveryRun::Running) {
+  if (run != nullptr && run->state.exchange(DiscoveryRun::kInherited) == DiscoveryRun::kRunning) {
     for (HANDLE handle : {refreshEvent, stopEvent, thread})
       if (handle != nullptr) ::CloseHandle(handle);
     return;
@@ -238,7 +238,7 @@ DWORD WINAPI CQeLaLib::DiscoveryThread(void* argument) {
     run.stopEvent.reset();
     run.refreshEvent.reset();
     service->m_discoveryRunning = false;
-    if (run.state.exchange(DiscoveryRun::Ended) == DiscoveryRun::Inherited) Delete(service);
+    if (run.state.exchange(DiscoveryRun::kEnded) == DiscoveryRun::kInherited) Delete(service);
   }
   ::FreeLibraryAndExitThread(module, 0);
 }
