@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -343,6 +344,16 @@ TEST_F(UnloadWithThread, ThreadThatEndsLastUnloadsTheLibrary) {
   EXPECT_TRUE(ThreadEnds());
   EXPECT_FALSE(IsLoaded());
   EXPECT_EQ(m_log.Count(L"Location discovery thread stopping..."), 1u);
+}
+
+// The destruction finds discovery on and waits for the thread that it runs on.
+TEST_F(UnloadWithThread, ThreadThatEndsLastWaitsASecondForItself) {
+  StartDiscovery();
+  m_library.Unload();
+  const auto begin = std::chrono::steady_clock::now();
+  ::SetEvent(m_stop);
+  EXPECT_TRUE(ThreadEnds());
+  EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(950)) << "1000 by a coarse clock";
 }
 
 TEST_F(UnloadWithThread, StopLetsTheLibraryGo) {
