@@ -16,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "ScriptedWindows/ImportTable/FreedMemory.h"
 #include "ScriptedWindows/ImportTable/ImportPatch.h"
 #include "ScriptedWindows/Windows/OfflineAddrInfo.h"
 #include "ScriptedWindows/Windows/WinsockCounter.h"
@@ -143,6 +144,18 @@ TEST_F(AddressQueries, MediaTypesAreTestedByBitAndLogged) {
   EXPECT_FALSE(m_api->IsAdapterMediaType(255, {}));
   EXPECT_EQ(m_log.Texts(8).size(), 2u);
   EXPECT_FALSE(m_api->IsAdapterMediaType(255, {3}));  // not up, so not in the snapshot
+}
+
+// The host's log sink asks for a calculation, which replaces the snapshot while the question walks it.
+TEST_F(AddressQueries, MediaTypesAreThoseOfTheSnapshotThatTheQuestionBeganWith) {
+  const FreedMemory freed(Module());
+  m_log.OnEvent([this](const LoggedEvent&) {
+    m_log.OnEvent(nullptr);
+    m_adapters.Set({});
+    EXPECT_TRUE(m_api->Save());
+  });
+  EXPECT_TRUE(m_api->IsAdapterMediaType(2, {4}));
+  EXPECT_EQ(m_log.Count(L"The Adapter Wi-Fi has Media Type as 2."), 1u);
 }
 
 TEST_F(AddressQueries, PhysicalAddressesComeInTheOrderOfTheAdapters) {
