@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "ScriptedWindows/ImportTable/HandleWatch.h"
+#include "ScriptedWindows/ImportTable/HeapWatch.h"
 #include "Tests/Contract/ServiceTest.h"
 
 namespace {
@@ -339,6 +340,22 @@ TEST_F(EditsDuringACalculation, LocationThatIsLoadedAnewKeepsWhatWasLoaded) {
   });
   m_service->Save();
   EXPECT_EQ(m_service->GetLocation(L"A")->GetName(), L"loaded");
+}
+
+// A load without memory takes the set back that was there before it, but not the host's edit with it.
+TEST_F(EditsDuringACalculation, LocationThatIsAddedIsKeptWhenTheLoadThenRunsOutOfMemory) {
+  LoadSet({{.id = "A"}});
+  m_registry.Put(PackedSet({{.id = "B", .name = "loaded"}}));
+  HeapWatch heap(Module());
+  m_log.OnEvent([&](const LoggedEvent& event) {
+    if (event.text != L"IsCurrentLocation checking location loaded") return;
+    m_log.OnEvent(nullptr);
+    EXPECT_EQ(m_service->AddLocation(NewLocation(*m_service, L"C")), LSR_OK);
+    heap.FailAt(0, HeapWatch::Failing::kFromThenOn);
+  });
+  EXPECT_FALSE(m_service->Load());
+  EXPECT_TRUE(heap.StopFailing());
+  EXPECT_EQ(StoredIds(*m_service), (Ids{L"B", L"C"}));
 }
 
 TEST_F(EditsDuringACalculation, LocationThatIsRemovedIsNotBroughtBack) {
