@@ -96,16 +96,15 @@ bool CQeLaLib::CalculateCurrentLocations() {
   RestoreThreadIdentity();  // where an earlier probe failed to; without it the probes are over before they begin
   const ComBracket com;
   FW_LOG(kLogInfo, L"Calculating current locations...");
-  std::vector<std::wstring> lastIds = std::exchange(m_currentLocationIds, {});
+  // The list is stored whole at the end: should memory run out on the way, no location is current rather than some. The
+  // texts of the last one are written over, since most often they are the same.
+  std::vector<std::wstring> currentIds = std::exchange(m_currentLocationIds, {});
   if (!CalculateCurrentAdapterProps()) {
     const bool lacksMemory = m_snapshotLacksMemory;
     FW_LOG(kLogInfo, L"CalculateCurrentAdapterProps failed.");
     return !lacksMemory;
   }
 
-  // The list is stored whole at the end: should memory run out on the way, no location is current rather than some. The
-  // texts of the last one are written over, since most often they are the same.
-  std::vector<std::wstring> currentIds = std::exchange(lastIds, {});
   std::size_t currentCount = 0;
   // Both are held: the host's code runs in between, in its log sink for one, holds the recursive lock with this thread
   // and may edit and save. What is written back below changes nothing that the matcher reads, as long as the set is
