@@ -1,5 +1,6 @@
 # Makes the toolchain: a Debian 13 root with the compilers, Wine, the test servers and the libraries that are built in,
-# cached outside the checkout. Sourced by ./dev, after common.sh; needs root, $kCache and $kLog.
+# cached outside the checkout. Sourced by ./dev, after common.sh. prepare_cache comes first; what makes and enters roots
+# needs root's rights.
 #
 # The root's name holds a hash of the versions in toolchain.lock and of what else goes into it, so that an upgrade is a
 # commit that makes a new root, while an old checkout keeps finding its own.
@@ -12,17 +13,33 @@ toolchain_key() {
   cat "$kLock" "$kSource"/Scripts/{toolchain-recipe.sh,wine-prefix.sh,ipv6-route-shim.c} | sha256sum | cut -c1-16
 }
 
-# Installs the few host packages that making and entering the toolchain need, where they are missing.
+# Whether the folder can be made and its lock written. Says nothing, so that the message is one that helps.
+writable() { { mkdir -p "$1" && : >>"$1/.lock"; } 2>/dev/null; }
+
+# prepare_cache: makes $kCache, and names what lies in it.
+prepare_cache() {
+  writable "$kCache" || fail "cannot write to $kCache. Set QELA_CACHE to a folder that can be written."
+  kLog=$kCache/last-setup.log
+  kRoot=$kCache/root-$(toolchain_key)
+}
+
+# Installs the few host packages that making and entering the toolchain need, where they are missing. This is what root
+# is needed for even where all the rest goes without.
 install_host_tools() {
-  local missing=()
-  [ -e "$kRoot/.ready" ] || command -v mmdebstrap >/dev/null || missing+=(mmdebstrap)
+  local missing=() sudo=()
+  { [ "$command" != lock ] && [ -e "$kRoot/.ready" ]; } || command -v mmdebstrap >/dev/null || missing+=(mmdebstrap)
   command -v ip >/dev/null || missing+=(iproute2)
   command -v mount >/dev/null || missing+=(mount)
   command -v unshare >/dev/null || missing+=(util-linux)
+  [ "$(id -u)" -eq 0 ] || command -v newuidmap >/dev/null || missing+=(uidmap)
   [ ${#missing[@]} -gt 0 ] || return 0
   command -v apt-get >/dev/null || fail "this needs ${missing[*]}, and there is no apt-get to install them with. Use Debian 12 or 13."
+  if [ "$(id -u)" -ne 0 ]; then
+    command -v sudo >/dev/null || fail "this needs ${missing[*]}, and there is no sudo. Run as root: apt-get install ${missing[*]}"
+    sudo=(sudo)
+  fi
   say "installing ${missing[*]} on this machine"
-  { apt-get update -qq && DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}"; } >"$kLog" 2>&1 ||
+  { "${sudo[@]}" apt-get update -qq && "${sudo[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}"; } >"$kLog" 2>&1 ||
     { tail -n 20 "$kLog" >&2; fail "apt-get could not install ${missing[*]}. Check the network and the package sources, then run the command again."; }
 }
 
@@ -36,7 +53,6 @@ need_room() {
 # make_toolchain LAYER...: $kRoot with these layers, made as far as they are missing. A root becomes visible under its
 # name only when its first layer is whole.
 make_toolchain() {
-  install_host_tools
   local layer
   if [ ! -e "$kRoot/.ready" ]; then
     say "making the toolchain in $kRoot (once; about 2 GiB)"
@@ -77,7 +93,10 @@ make_root() {
 # add_layer ROOT LAYER. One that was cut off is taken up where it ended.
 add_layer() {
   cat /etc/resolv.conf >"$1/etc/resolv.conf"
-  chroot "$1" /usr/bin/env DEBIAN_FRONTEND=noninteractive LC_ALL=C.UTF-8 /bin/bash -s -- "${kPackages[$2]}" \
+  # With the machine's devices, because in a user namespace the root has none of its own.
+  # shellcheck disable=SC2016 # the inner shell's
+  unshare --mount /bin/bash -c 'mount --rbind /dev "$0/dev" && exec chroot "$0" "$@"' "$1" \
+    /usr/bin/env DEBIAN_FRONTEND=noninteractive LC_ALL=C.UTF-8 /bin/bash -s -- "${kPackages[$2]}" \
     "${kHeaderPackages[$2]:-}" "${kSourcePackages[$2]:-}" "$(grep '^src:' "$kLock")" <"$kSource/Scripts/toolchain-layer.sh" \
     >"$kLog" 2>&1 ||
     { tail -n 20 "$kLog" >&2; fail "the toolchain could not be completed (whole log: $kLog). Check the network, then run the command again."; }
@@ -101,8 +120,6 @@ tell_drift() {
 # write_lock: the newest version of everything, in a root of its own, which becomes the root of the lock that is written.
 write_lock() {
   local layer making=$kCache/root-newest.making lock=$kLock kLock=/dev/null
-  kRoot=$making
-  install_host_tools
   rm -rf --one-file-system "$making"
   say "making a root of the newest versions"
   make_root "$making"

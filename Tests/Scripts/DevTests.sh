@@ -1,6 +1,6 @@
 #!/bin/bash
-# What ./dev says to a wrong command line and where it cannot write. Run in a mount namespace of its own, with the checkout's folder as argument. Root
-# may write to any folder, so what must not be written is mounted read-only.
+# What ./dev says to a wrong command line, where it cannot write, and to those who are not root. Run in a mount namespace of its own, with the
+# checkout's folder as argument. Root may write to any folder, so what must not be written is mounted read-only.
 set -euo pipefail
 source=$1
 . "$source/Tests/vocabulary.sh"
@@ -99,6 +99,57 @@ code=0
 PATH=$work/tools:$PATH QELA_CACHE=$work/cache timeout 1 "$work/checkout/dev" build 2>"$work/err" || code=$?
 expect "$code $(<"$work/err")" "124 dev: waiting for another ./dev in this checkout"
 exec 7>&-
+
+# What an ordinary user has beside that: a namespace, and sudo.
+mkdir "$work/user"
+printf '#!/bin/bash\n[ "$1" = -un ] && echo tester || echo 1000\n' >"$work/user/id"
+printf '#!/bin/bash\n[[ $* = *"/dev "* ]] || exit 0\necho "$QELA_CACHE:" "${@: -3}"\n' >"$work/user/unshare"
+printf '#!/bin/bash\necho sudo "$@"\n' >"$work/user/sudo"
+touch "$work/user/newuidmap"
+chmod +x "$work/user"/*
+as_user() { PATH=$work/user:$work/tools:$PATH XDG_CACHE_HOME=$work/xdg answer "$work/checkout/dev" "$@"; }
+dev_as_user() { QELA_CACHE=$work/cache as_user "$@"; }
+
+it "runs in a user namespace without root, with the same arguments and cache"
+dev_as_user test -R 'One Two'
+expect_answer 0 "$work/cache: test -R One Two" ''
+
+it "keeps an ordinary user's cache in the user's folder"
+# Removing needs none of the packages that making it would ask for.
+as_user clean --all
+expect_answer 0 "$work/xdg/qela: $work/checkout/dev clean --all" ''
+
+it "has sudo install a package that is missing, and nothing else"
+rm "$work/user/newuidmap"
+dev_as_user test -R One
+expect_answer 0 "$work/cache: test -R One" "dev: installing uidmap on this machine"
+expect "$(<"$work/cache/last-setup.log")" "sudo apt-get update -qq
+sudo env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends uidmap"
+
+it "tells what to install where there is no sudo"
+mv "$work/user/sudo" "$work/no-sudo"
+dev_as_user build
+expect_answer 3 '' "dev: error: this needs uidmap, and there is no sudo. Run as root: apt-get install uidmap"
+touch "$work/user/newuidmap" && chmod +x "$work/user/newuidmap"
+
+it "tells why root is needed, and what would make it needless, where there is neither a namespace nor sudo"
+printf '#!/bin/bash\n[[ $* != *setpriv* ]]\n' >"$work/user/unshare"
+dev_as_user build
+expect_answer 3 '' "dev: error: root is needed, because tester may use no user IDs in a namespace, and there is no sudo. Run this as root, \
+or allow some: apt-get install uidmap; usermod --add-subuids 100000-165535 --add-subgids 100000-165535 tester"
+printf '#!/bin/bash\nexit 1\n' >"$work/user/unshare"
+dev_as_user build
+expect_answer 3 '' "dev: error: root is needed, because this machine keeps user namespaces from ordinary users, and there is no sudo. Run this \
+as root, or allow them: sysctl kernel.unprivileged_userns_clone=1, or a container's options"
+
+it "falls back to sudo, which keeps root's cache unless another one is given"
+mv "$work/no-sudo" "$work/user/sudo"
+as_user test -R One
+expect_answer 0 "sudo $work/checkout/dev test -R One" \
+  "dev: using sudo, because this machine keeps user namespaces from ordinary users"
+dev_as_user clean
+expect_answer 0 "sudo QELA_CACHE=$work/cache $work/checkout/dev clean" \
+  "dev: using sudo, because this machine keeps user namespaces from ordinary users"
 
 it "removes the build folder"
 dev clean
