@@ -22,6 +22,9 @@ printf '127.0.0.1 localhost\n127.0.1.1 labhost.lab.test labhost\n' >"$LAB_ROOT/r
 mount --bind "$LAB_ROOT/run/resolv.conf" "$LAB_ROOT/etc/resolv.conf"
 mount --bind "$LAB_ROOT/run/hosts" "$LAB_ROOT/etc/hosts"
 hostname labhost
+# Wine's server holds descriptors for every program and keeps the limit that it is started with, which for a Debian
+# login is too low for a test that starts discovery hundreds of times.
+ulimit -Sn "$(ulimit -Hn)"
 ip link set lo up
 
 exec chroot "$LAB_ROOT" /usr/bin/env -i HOME=/root PATH=/usr/sbin:/usr/bin:/sbin:/bin LC_ALL=C.UTF-8 TERM="${TERM:-dumb}" \
