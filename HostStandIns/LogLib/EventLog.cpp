@@ -89,7 +89,7 @@ void EventLog::Write(const LogUtils::LogRecord& record, std::wstring_view text) 
     line.push_back('\n');
     m_logger->log(spdlog::level::info, spdlog::string_view_t(line.data(), line.size()));
   }
-  m_hostSink.Write(record);
+  m_sink.Run([&](const auto& target) { target.function(record, target.context); });
 }
 
 void EventLog::EnableConsole(bool enabled) {

@@ -5,7 +5,7 @@
 #include <memory>
 #include <string_view>
 
-#include "HostSink.h"
+#include "FwClient/Common/Utilities/HostCallback.h"
 #include "OutputSinks.h"
 
 // The process's log: events go through spdlog to the console and the file, and as they are to the host's sink.
@@ -16,7 +16,10 @@ class EventLog {
 
   // `text` is the record's.
   void Write(const LogUtils::LogRecord& record, std::wstring_view text);
-  void SetSink(LogUtils::LogSink sink, void* context) noexcept { m_hostSink.Set(sink, context); }
+  void SetSink(LogUtils::LogSink sink, void* context) noexcept {
+    m_sink.Set(sink, context);
+    m_sink.WaitForEarlier(INFINITE);
+  }
   void EnableConsole(bool enabled);
 
  private:
@@ -24,5 +27,5 @@ class EventLog {
 
   std::shared_ptr<ConsoleSink> m_console;
   std::unique_ptr<spdlog::logger> m_logger;
-  HostSink m_hostSink;
+  HostCallback<LogUtils::LogSink> m_sink;
 };

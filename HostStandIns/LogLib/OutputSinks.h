@@ -6,7 +6,7 @@
 
 #include <string>
 
-#include "CriticalSection.h"
+#include "FwClient/Common/Utilities/CriticalSection.h"
 
 // Standard error, as it is at the time of the event. A service has none; then the line goes nowhere.
 class ConsoleSink : public spdlog::sinks::base_sink<CriticalSection> {
