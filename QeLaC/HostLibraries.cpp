@@ -2,6 +2,8 @@
 // which may stand in their place, do not.
 #include <winsock2.h>
 #include <windows.h>
+#include <BLFrameworkCallback.h>
+#include <LogLibCallback.h>
 
 #include "QeLaC/Call.h"
 
@@ -19,13 +21,12 @@ Function* FindSetter(const wchar_t* library, const char* name) noexcept {
 
 qela_status QELA_CALL qela_set_log_callback(qela_log_callback callback, void* context, qela_log_level level) {
   if (level != QELA_LOG_ERRORS && level != QELA_LOG_ALL) return QELA_STATUS_INVALID_ARGUMENT;
-  auto* const set =
-      FindSetter<qela_status QELA_CALL(qela_log_callback, void*, std::int32_t)>(L"LogLib.dll", "LogLibSetCallback");
+  auto* const set = FindSetter<decltype(LogLibSetCallback)>(L"LogLib.dll", "LogLibSetCallback");
   return set == nullptr ? QELA_STATUS_NOT_SUPPORTED : set(callback, context, level);
 }
 
 qela_status QELA_CALL qela_set_credentials_callback(qela_credentials_callback callback, void* context) {
-  auto* const set = FindSetter<qela_status QELA_CALL(qela_credentials_callback, void*)>(
-      L"blframework.dll", "BLFrameworkSetCredentialsCallback");
+  auto* const set =
+      FindSetter<decltype(BLFrameworkSetCredentialsCallback)>(L"blframework.dll", "BLFrameworkSetCredentialsCallback");
   return set == nullptr ? QELA_STATUS_NOT_SUPPORTED : set(callback, context);
 }

@@ -1,5 +1,5 @@
 #include <windows.h>
-#include <BLFramework.h>
+#include <BLFrameworkCallback.h>
 #include <BLFrameworkHost.h>
 
 #include <cstdint>
@@ -18,6 +18,8 @@
 #include <utility>
 #include <vector>
 
+#include "FwClient/Common/Utilities/HostCallback.h"
+
 struct BLObject {};
 
 namespace {
@@ -31,6 +33,7 @@ struct NamedText {
 };
 
 struct State {
+  HostCallback<qela_credentials_callback> callback;
   std::mutex lock;
   std::function<KzVariant*()> buildAnswer;
   std::string failingCall;  // empty: none
@@ -70,6 +73,36 @@ KzVariant* BuildList(const std::vector<NamedText>& texts) {
   return BuildNewKzVariantList(elements.data(), static_cast<std::uint32_t>(elements.size()),
                                [](std::size_t bytes) { return Allocate(TheState(), bytes); });
 }
+
+// What the host's callback answers; nothing when none is set. It runs outside the lock, since it may call the
+// framework. The only copies of the texts are wiped: this one at the end, the answer when it is freed.
+class HostCredentials {
+ public:
+  explicit HostCredentials(State& state) {
+    m_credentials.size = sizeof m_credentials;
+    state.callback.Run([&](const auto& target) {
+      m_asked = true;
+      m_given = target.function(&m_credentials, target.context) == QELA_STATUS_OK;
+    });
+    m_credentials.user_name[QELA_USER_NAME_UNITS - 1] = L'\0';
+    m_credentials.password[QELA_PASSWORD_UNITS - 1] = L'\0';
+  }
+  ~HostCredentials() { ::SecureZeroMemory(&m_credentials, sizeof m_credentials); }
+  HostCredentials(const HostCredentials&) = delete;
+  HostCredentials& operator=(const HostCredentials&) = delete;
+
+  bool Asked() const noexcept { return m_asked; }
+  KzVariant* BuildAnswer() const {
+    const KzvElement elements[] = {{L"userName", m_credentials.user_name}, {L"password", m_credentials.password}};
+    return BuildNewKzVariantList(elements, m_given ? 2 : 0,
+                                 [](std::size_t bytes) { return Allocate(TheState(), bytes); });
+  }
+
+ private:
+  qela_credentials m_credentials{};
+  bool m_asked = false;
+  bool m_given = false;
+};
 
 void SetAnswer(std::function<KzVariant*()> buildAnswer) {
   State& state = TheState();
@@ -117,13 +150,19 @@ int BLReleaseObjectHandle(BLObjectHandle objectHandle) noexcept {
 int BLInvokeMethod(BLObjectHandle objectHandle, const char* method, const KzVariant* argument,
                    KzVariant** answer) noexcept {
   State& state = TheState();
-  const std::lock_guard lock(state.lock);
+  std::unique_lock lock(state.lock);
   if (const int status = InjectedStatus(state, "BLInvokeMethod"); status != 0) return status;
   const wchar_t* const text = KzvView(argument).String();
   if (!state.handles.contains(objectHandle) || std::strcmp(method, "proxyCredentials") != 0 || text == nullptr ||
       std::wcscmp(text, L"proxyCredentials") != 0)
     return kStatusUnknown;
-  *answer = state.buildAnswer ? state.buildAnswer() : BuildList({});
+  lock.unlock();
+  const HostCredentials credentials(state);
+  lock.lock();
+  if (credentials.Asked())
+    *answer = credentials.BuildAnswer();
+  else
+    *answer = state.buildAnswer ? state.buildAnswer() : BuildList({});
   return 0;
 }
 
@@ -142,6 +181,13 @@ void BLFree(void* memory) noexcept {
   ::SecureZeroMemory(memory, block->second);  // an answer may hold a password
   state.blocks.erase(block);
   std::free(memory);
+}
+
+qela_status QELA_CALL BLFrameworkSetCredentialsCallback(qela_credentials_callback callback, void* context) {
+  State& state = TheState();
+  state.callback.Set(callback, context);
+  state.callback.WaitForEarlier(INFINITE);
+  return QELA_STATUS_OK;
 }
 
 namespace BLFrameworkHost {

@@ -1,7 +1,8 @@
-// Stand-in for the host product's business-logic framework: the calls that the firewall client makes, and no more.
-// Its one object is "RVX", with the one method "proxyCredentials".
+// The credentials of hosts that bring no business-logic framework of their own: the calls that the library makes. A
+// host's own library of the same name may take its place. The one object is "RVX", with the one method
+// "proxyCredentials".
 //
-// Like the product, it may be used from any thread.
+// It may be used from any thread.
 #pragma once
 
 #include <KzVariantExport.h>
@@ -25,8 +26,8 @@ extern "C" {
 BLFRAMEWORK_API int BLFrameworkInit() noexcept;
 BLFRAMEWORK_API void BLFrameworkCleanUp() noexcept;
 
-// A handle of the object of that name, for BLReleaseObjectHandle. The two numbers are the product's; the stand-in
-// takes and ignores them.
+// A handle of the object of that name, for BLReleaseObjectHandle. The two numbers are a host's own framework's; this
+// one takes and ignores them.
 BLFRAMEWORK_API int BLGetObjectHandle(const char* objectName, unsigned int, unsigned int,
                                       BLObjectHandle* objectHandle) noexcept;
 BLFRAMEWORK_API int BLReleaseObjectHandle(BLObjectHandle objectHandle) noexcept;

@@ -1,5 +1,5 @@
-// What the host product, which owns the credentials, may set in the stand-in. Used by our tools and tests; the library
-// never includes this.
+// What a host in C++, who owns the credentials, may set. Used by our tools and tests; the library never includes this,
+// and hosts in C have BLFrameworkCallback.h.
 #pragma once
 
 #include <BLFramework.h>
@@ -12,7 +12,7 @@ namespace BLFrameworkHost {
 // Makes "proxyCredentials" answer with this list. The elements are copied.
 BLFRAMEWORK_API void setAnswer(const KzvElement* elements, std::uint32_t count);
 
-// The same, with the list that the product gives.
+// The same, with the list that the library asks for.
 BLFRAMEWORK_API void setProxyCredentials(const wchar_t* userName, const wchar_t* password);
 
 // Makes "proxyCredentials" succeed without an answer (null), or with one that is a text and no list.
@@ -27,7 +27,7 @@ BLFRAMEWORK_API void failCall(const char* function, int status);
 BLFRAMEWORK_API void reset();
 
 // What has been taken and not given back; all 0 when every user has cleaned up. Giving back more than was taken ends
-// the process, as it would corrupt the product.
+// the process, as it would corrupt a host's own framework.
 struct InUse {
   unsigned int initializations;
   unsigned int objectHandles;

@@ -1,4 +1,5 @@
-// Stand-in for the host product's variant library: the calls that the firewall client makes, and no more.
+// The variants of hosts that bring no library of their own for them: the calls that the library makes. A host's own
+// library of the same name may take its place.
 #pragma once
 
 #include <cstddef>
@@ -33,7 +34,7 @@ class KZVARIANT_API KzvBase {
 };
 
 // A text, and the name that it has as an element of a list (null: none). Both must outlive the object. The flags are
-// the product's; the stand-in takes and ignores them.
+// a host's own library's; this one takes and ignores them.
 class KZVARIANT_API KzvString : public KzvBase {
  public:
   KzvString(const wchar_t* text, const wchar_t* name, std::uint32_t flags) noexcept;

@@ -1,4 +1,4 @@
-// What the host product's other libraries may build: lists. Used by the stand-ins and tests; the library never
+// What the host's other libraries may build: lists. Used by BLFramework and tests; the library never
 // includes this.
 #pragma once
 

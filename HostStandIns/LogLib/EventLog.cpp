@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <chrono>
 #include <memory>
+#include <mutex>
 #include <new>
 #include <vector>
 
@@ -90,8 +91,37 @@ void EventLog::Write(const LogUtils::LogRecord& record, std::wstring_view text) 
     m_logger->log(spdlog::level::info, spdlog::string_view_t(line.data(), line.size()));
   }
   m_sink.Run([&](const auto& target) { target.function(record, target.context); });
+  if (record.severity > m_callbackLevel) return;
+  m_callback.Run([&](const auto& target) {
+    const qela_log_record copy{.size = sizeof copy,
+                               .severity = record.severity,
+                               .line = record.line,
+                               .reserved = 0,
+                               .file = record.file,
+                               .source = record.source,
+                               .component = record.component,
+                               .text = record.text};
+    target.function(&copy, target.context);
+  });
+}
+
+void EventLog::SetCallback(qela_log_callback callback, void* context, qela_log_level level) {
+  {
+    const std::lock_guard lock(m_settings);
+    m_callback.Set(callback, context);
+    m_callbackLevel = level;
+    m_hasCallback = callback != nullptr;
+    UpdateConsole();
+  }
+  m_callback.WaitForEarlier(INFINITE);
 }
 
 void EventLog::EnableConsole(bool enabled) {
-  m_console->set_level(enabled ? spdlog::level::trace : spdlog::level::off);
+  const std::lock_guard lock(m_settings);
+  m_consoleEnabled = enabled;
+  UpdateConsole();
+}
+
+void EventLog::UpdateConsole() {
+  m_console->set_level(m_consoleEnabled && !m_hasCallback ? spdlog::level::trace : spdlog::level::off);
 }

@@ -1,4 +1,5 @@
 #include <LogLib.h>
+#include <LogLibCallback.h>
 #include <LogLibHost.h>
 
 #include <cstdarg>
@@ -59,6 +60,15 @@ void setConsoleLogging(bool enabled) noexcept {
 }
 
 }  // namespace LogUtils
+
+qela_status QELA_CALL LogLibSetCallback(qela_log_callback callback, void* context, qela_log_level level) {
+  try {
+    EventLog::Instance().SetCallback(callback, context, level);
+    return QELA_STATUS_OK;
+  } catch (...) {
+    return QELA_STATUS_OUT_OF_MEMORY;
+  }
+}
 
 LogUtils::LogManager* getLogManager() noexcept {
   static LogUtils::LogManager manager;

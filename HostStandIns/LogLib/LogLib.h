@@ -1,9 +1,11 @@
-// Stand-in for the host product's logging library: the calls that the firewall client makes, and no more.
+// The log of hosts that bring no logging library of their own: the calls that the library makes. A host's own library
+// of the same name may take its place.
 //
-// Events go to the console (standard error) and, where the environment variable LOGLIB_FILE names a file when the first
-// event is logged, to the end of that file: one UTF-8 line an event, its fields separated by tabs: time (local, with
-// its offset), severity, source, component, file:line, text. Line breaks, tabs and backslashes inside a field are
-// written as \n, \r, \t and \\, other control characters as \uXXXX.
+// Events go to the console (standard error; where a process has none, the debugger's output) and, where the environment
+// variable LOGLIB_FILE names a file when the first event is logged, to the end of that file: one UTF-8 line an event,
+// its fields separated by tabs: time (local, with its offset), severity, source, component, file:line, text. Line
+// breaks, tabs and backslashes inside a field are written as \n, \r, \t and \\, other control characters as \uXXXX. A
+// file of 10 MiB is renamed, with ".1" behind its name, and a new one begun; three older ones are kept.
 #pragma once
 
 #if defined(LOGLIB_BUILDING)
@@ -17,7 +19,7 @@ namespace LogUtils {
 class LogManager;
 
 // One log event. It is built where the event happens and called once with its text. The two trailing constants are
-// the product's; the stand-in takes and ignores them. The texts given to the constructor must outlive the event.
+// a host's own library's; this one takes and ignores them. The texts given to the constructor must outlive the event.
 class LOGLIB_API LogEvent {
  public:
   LogEvent(const char* file, int line, int severity, const char* source, LogManager* manager, int, int) noexcept;

@@ -1,5 +1,5 @@
-// What the host, who owns the log, may set in the stand-in: where events go. Used by our tools and tests; the library
-// never includes this.
+// What the host, who owns the log, may set: where events go. Used by our tools and tests; the library never includes
+// this, and hosts in C have LogLibCallback.h.
 #pragma once
 
 #include <LogLib.h>

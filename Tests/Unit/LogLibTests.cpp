@@ -475,6 +475,49 @@ TEST_F(LogLibOutput, AProcessWithoutStandardErrorLogsToTheFile) {
   EXPECT_EQ(ReadLines(File()).size(), 1u);
 }
 
+// Some lines fill a file; each is a tenth of it.
+TEST_F(LogLibOutput, AFullFileIsRenamedAndThreeOlderOnesAreKept) {
+  const CopiedLogLib log(m_folder, File());
+  log.SetConsole(false);
+  const std::wstring tenth(1 << 20, L'x');
+  for (int line = 0; line < 50; ++line) log.Log(std::to_wstring(line) + tenth);
+  const auto file = [this](const wchar_t* age) { return std::filesystem::path(File().native() + age); };
+  std::size_t lines = 0;
+  for (const wchar_t* age : {L"", L".1", L".2", L".3"}) {
+    EXPECT_LE(std::filesystem::file_size(file(age)), 10u << 20);
+    lines += ReadLines(file(age)).size();
+  }
+  EXPECT_GE(lines, 30u);
+  EXPECT_FALSE(std::filesystem::exists(file(L".0")));
+  EXPECT_FALSE(std::filesystem::exists(file(L".4")));
+  EXPECT_NE(ReadLines(File()).back().find("\t49xx"), std::string::npos);
+}
+
+TEST_F(LogLibOutput, AReaderThatForbidsRenamingCostsNoLine) {
+  const CopiedLogLib log(m_folder, File());
+  log.SetConsole(false);
+  log.Log(L"first");
+  const HANDLE reader = ::CreateFileW(File().c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                                      OPEN_EXISTING, 0, nullptr);
+  const std::wstring tenth(1 << 20, L'x');
+  for (int line = 0; line < 15; ++line) log.Log(tenth);
+  ::CloseHandle(reader);
+  EXPECT_EQ(ReadLines(File()).size(), 16u);
+}
+
+TEST_F(LogLibOutput, AFileThatAnotherProcessHasRotatedIsNotRotatedAgain) {
+  const CopiedLogLib log(m_folder, File());
+  log.SetConsole(false);
+  const std::wstring tenth(1 << 20, L'x');
+  for (int line = 0; line < 9; ++line) log.Log(tenth);
+  std::filesystem::rename(File(), File().native() + L".1");
+  std::ofstream(File(), std::ios::binary) << "another's\n";
+  log.Log(tenth);
+  const std::vector<std::string> lines = ReadLines(File());
+  ASSERT_EQ(lines.size(), 2u);
+  EXPECT_EQ(lines[0], "another's");
+}
+
 // Bytes and threads that the process holds.
 std::size_t HeapBytes() {
   std::size_t bytes = 0;
