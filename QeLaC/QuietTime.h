@@ -21,11 +21,11 @@ class QuietTime {
   }
   void Forget() noexcept { m_first.reset(); }
 
-  // How long until it is due; nothing when there is no news.
+  // How long until it is due, which is never INFINITE; nothing when there is no news.
   std::optional<DWORD> Remaining(ULONGLONG now) const noexcept {
     if (!m_first) return std::nullopt;
     const ULONGLONG due = std::min(m_last + m_quietMs, *m_first + kMostQuietTimes * m_quietMs);
-    return static_cast<DWORD>(due > now ? due - now : 0);
+    return static_cast<DWORD>(due > now ? std::min<ULONGLONG>(due - now, INFINITE - 1) : 0);
   }
 
  private:

@@ -14,9 +14,13 @@ constexpr wchar_t kValue[] = L"la";
 // Keys come and go while they are looked for; who never finds one twice gives up and tries later.
 constexpr int kTries = 10;
 
-bool Exists(const wchar_t* path) noexcept {
-  UniqueRegKey key;
-  return ::RegOpenKeyExW(HKEY_LOCAL_MACHINE, path, 0, KEY_NOTIFY, key.put()) == ERROR_SUCCESS;
+LSTATUS Open(const wchar_t* path, UniqueRegKey& key) noexcept {
+  return ::RegOpenKeyExW(HKEY_LOCAL_MACHINE, path, 0, KEY_NOTIFY, key.put());
+}
+
+// The event is signalled once, at the next change.
+LSTATUS Request(const UniqueRegKey& key, DWORD filter, HANDLE event) noexcept {
+  return ::RegNotifyChangeKeyValue(key.get(), FALSE, filter, event, TRUE);
 }
 
 }  // namespace
@@ -37,23 +41,37 @@ std::vector<std::uint8_t> ReadStoredValue() {
   return {};
 }
 
+// Of the deepest key that there is, and of the one above it: a key's own removal is told to whoever watches the one
+// above.
 bool StoredValueWatch::Arm() noexcept {
   if (!m_event) return false;
   for (int i = 0; i < kTries; ++i) {
-    m_key.reset();  // which signals the event when a request still pends
+    // Closing signals the event where a request still pends.
+    m_key.reset();
+    m_parent.reset();
     ::ResetEvent(m_event.get());
     const auto* const path = std::find_if(std::begin(kKeys), std::end(kKeys), [&](const wchar_t* candidate) {
-      return ::RegOpenKeyExW(HKEY_LOCAL_MACHINE, candidate, 0, KEY_NOTIFY, m_key.put()) == ERROR_SUCCESS;
+      return Open(candidate, m_key) == ERROR_SUCCESS;
     });
     if (path == std::end(kKeys)) return false;
-    // A key's own removal is told as well. Of a key above it only the names below count.
-    const DWORD filter = REG_NOTIFY_CHANGE_NAME | (path == std::begin(kKeys) ? REG_NOTIFY_CHANGE_LAST_SET : 0);
-    const LSTATUS status = ::RegNotifyChangeKeyValue(m_key.get(), FALSE, filter, m_event.get(), TRUE);
-    if (status == ERROR_KEY_DELETED) continue;
+    const bool isKeyOfValue = path == std::begin(kKeys);
+    const auto* const parent = path + 1;
+    LSTATUS status = ERROR_SUCCESS;
+    if (parent != std::end(kKeys)) {
+      status = Open(*parent, m_parent);
+      if (status == ERROR_SUCCESS) status = Request(m_parent, REG_NOTIFY_CHANGE_NAME, m_event.get());
+    }
+    // From here on the removal of the key is told; the one found above may have been removed and made anew before.
+    if (status == ERROR_SUCCESS) status = Open(*path, m_key);
+    if (status == ERROR_SUCCESS)
+      status = Request(m_key, isKeyOfValue ? REG_NOTIFY_CHANGE_LAST_SET : REG_NOTIFY_CHANGE_NAME, m_event.get());
+    if (status == ERROR_KEY_DELETED || status == ERROR_FILE_NOT_FOUND) continue;
     if (status != ERROR_SUCCESS) break;
-    // A key that was made before the request, nobody was told of.
-    if (path == std::begin(kKeys) || !Exists(path[-1])) return true;
+    // A key that was made before it was asked for, nobody was told of.
+    UniqueRegKey made;
+    if (isKeyOfValue || Open(path[-1], made) != ERROR_SUCCESS) return true;
   }
   m_key.reset();
+  m_parent.reset();
   return false;
 }

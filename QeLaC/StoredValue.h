@@ -28,4 +28,5 @@ class StoredValueWatch {
  private:
   UniqueKernelHandle m_event;
   UniqueRegKey m_key;
+  UniqueRegKey m_parent;
 };

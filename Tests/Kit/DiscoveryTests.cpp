@@ -204,6 +204,27 @@ TEST_F(KitDiscovery, TheCallbackMayReplaceItself) {
   ExpectTold(second, {});
 }
 
+// The library's thread is in a calculation that outlives the stop, and ends after the next start has taken it for the
+// thread that it needs.
+TEST_F(KitDiscovery, AStartRightAfterAStopThatCameLateIsListenedTo) {
+  OpenWithOffice();
+  ToldHost host;
+  Start(host);
+  ExpectTold(host, {L"office"});
+  Gate calculating;
+  ASSERT_TRUE(Listens());
+  m_adapters.OnCall([&] { calculating.Pass(); });
+  m_changes.Fire();
+  ASSERT_TRUE(calculating.WaitUntilReached());
+  EXPECT_EQ(qela_stop(m_service), QELA_STATUS_OK);
+  m_adapters.OnCall(nullptr);
+  Start(host);
+  calculating.Open();
+  ExpectTold(host, {L"office"});
+  Move({"192.168.0.1"});
+  ExpectTold(host, {L"home"});
+}
+
 // ---- the quiet time ----
 
 TEST_F(KitDiscovery, ABurstIsToldOnceAsItEnds) {
