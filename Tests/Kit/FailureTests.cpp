@@ -1,0 +1,295 @@
+// Windows refuses, and memory runs out: a status, nothing left behind, and the next call works.
+#include <winsock2.h>
+#include <windows.h>
+
+#include <functional>
+#include <map>
+#include <string>
+
+#include "ScriptedWindows/ImportTable/HandleLedger.h"
+#include "ScriptedWindows/ImportTable/HeapWatch.h"
+#include "ScriptedWindows/ImportTable/ImportPatch.h"
+#include "ScriptedWindows/ImportTable/OnlyOne.h"
+#include "ScriptedWindows/ImportTable/PlannedFailures.h"
+#include "Tests/Kit/KitTest.h"
+
+namespace {
+
+// The Windows calls that the kit makes, each of which can be made to fail; what they open is entered in the books.
+class FailingWindows : public PlannedFailures, public OnlyOne<FailingWindows> {
+ public:
+  explicit FailingWindows(HMODULE module) {
+    const auto patch = [&](const char* function, auto* replacement) {
+      m_patches.try_emplace(function, module, function, replacement);
+    };
+    patch("CreateEventW", &CreateEventW);
+    patch("CreateThread", &CreateThread);
+    patch("CloseHandle", &CloseHandle);
+    patch("RegOpenKeyExW", &RegOpenKeyExW);
+    patch("RegCloseKey", &RegCloseKey);
+    patch("RegGetValueW", &RegGetValueW);
+    patch("RegNotifyChangeKeyValue", &RegNotifyChangeKeyValue);
+    patch("WaitForMultipleObjects", &WaitForMultipleObjects);
+    patch("GetModuleHandleExW", &GetModuleHandleExW);
+    patch("GetModuleHandleW", &GetModuleHandleW);
+    patch("GetProcAddress", &GetProcAddress);
+    patch("FindResourceW", &FindResourceW);
+    patch("SizeofResource", &SizeofResource);
+    patch("LoadResource", &LoadResource);
+    patch("LockResource", &LockResource);
+  }
+
+  HandleLedger ledger;
+
+ private:
+  template <typename Function>
+  static Function* Real(Function*, const char* name) {
+    return Current().m_patches.at(name).template Original<Function>();
+  }
+  // Whether the call is to fail; its error is set then.
+  static bool Fails(const char* name) {
+    const DWORD error = Current().NextError(name);
+    if (error != ERROR_SUCCESS) ::SetLastError(error);
+    return error != ERROR_SUCCESS;
+  }
+  static void Opened(const char* name, const char* closer, const void* handle) {
+    if (handle != nullptr) Current().ledger.Opened(name, closer, handle);
+  }
+
+  static HANDLE WINAPI CreateEventW(SECURITY_ATTRIBUTES* security, BOOL manual, BOOL set, const wchar_t* name) {
+    if (Fails("CreateEventW")) return nullptr;
+    HANDLE handle = Real(&CreateEventW, "CreateEventW")(security, manual, set, name);
+    Opened("CreateEventW", "CloseHandle", handle);
+    return handle;
+  }
+  static HANDLE WINAPI CreateThread(SECURITY_ATTRIBUTES* security, SIZE_T stack, LPTHREAD_START_ROUTINE start,
+                                    void* argument, DWORD flags, DWORD* id) {
+    if (Fails("CreateThread")) return nullptr;
+    HANDLE handle = Real(&CreateThread, "CreateThread")(security, stack, start, argument, flags, id);
+    Opened("CreateThread", "CloseHandle", handle);
+    return handle;
+  }
+  static BOOL WINAPI CloseHandle(HANDLE handle) {
+    Current().ledger.Closed("CloseHandle", handle);
+    return Real(&CloseHandle, "CloseHandle")(handle);
+  }
+  static LSTATUS WINAPI RegOpenKeyExW(HKEY hive, const wchar_t* path, DWORD options, REGSAM access, HKEY* key) {
+    if (const DWORD error = Current().NextError("RegOpenKeyExW"); error != ERROR_SUCCESS)
+      return static_cast<LSTATUS>(error);
+    const LSTATUS status = Real(&RegOpenKeyExW, "RegOpenKeyExW")(hive, path, options, access, key);
+    if (status == ERROR_SUCCESS) Opened("RegOpenKeyExW", "RegCloseKey", *key);
+    return status;
+  }
+  static LSTATUS WINAPI RegCloseKey(HKEY key) {
+    Current().ledger.Closed("RegCloseKey", key);
+    return Real(&RegCloseKey, "RegCloseKey")(key);
+  }
+  static LSTATUS WINAPI RegGetValueW(HKEY hive, const wchar_t* path, const wchar_t* name, DWORD flags, DWORD* type,
+                                     void* data, DWORD* size) {
+    if (const DWORD error = Current().NextError("RegGetValueW"); error != ERROR_SUCCESS)
+      return static_cast<LSTATUS>(error);
+    return Real(&RegGetValueW, "RegGetValueW")(hive, path, name, flags, type, data, size);
+  }
+  static LSTATUS WINAPI RegNotifyChangeKeyValue(HKEY key, BOOL subtree, DWORD filter, HANDLE event, BOOL asynchronous) {
+    if (const DWORD error = Current().NextError("RegNotifyChangeKeyValue"); error != ERROR_SUCCESS)
+      return static_cast<LSTATUS>(error);
+    return Real(&RegNotifyChangeKeyValue, "RegNotifyChangeKeyValue")(key, subtree, filter, event, asynchronous);
+  }
+  static DWORD WINAPI WaitForMultipleObjects(DWORD count, const HANDLE* handles, BOOL all, DWORD milliseconds) {
+    if (Fails("WaitForMultipleObjects")) return WAIT_FAILED;
+    return Real(&WaitForMultipleObjects, "WaitForMultipleObjects")(count, handles, all, milliseconds);
+  }
+  static BOOL WINAPI GetModuleHandleExW(DWORD flags, const wchar_t* name, HMODULE* module) {
+    if (Fails("GetModuleHandleExW")) return FALSE;
+    return Real(&GetModuleHandleExW, "GetModuleHandleExW")(flags, name, module);
+  }
+  static HMODULE WINAPI GetModuleHandleW(const wchar_t* name) {
+    return Fails("GetModuleHandleW") ? nullptr : Real(&GetModuleHandleW, "GetModuleHandleW")(name);
+  }
+  static FARPROC WINAPI GetProcAddress(HMODULE module, const char* name) {
+    return Fails("GetProcAddress") ? nullptr : Real(&GetProcAddress, "GetProcAddress")(module, name);
+  }
+  static HRSRC WINAPI FindResourceW(HMODULE module, const wchar_t* name, const wchar_t* type) {
+    return Fails("FindResourceW") ? nullptr : Real(&FindResourceW, "FindResourceW")(module, name, type);
+  }
+  static DWORD WINAPI SizeofResource(HMODULE module, HRSRC resource) {
+    return Fails("SizeofResource") ? 0 : Real(&SizeofResource, "SizeofResource")(module, resource);
+  }
+  static HGLOBAL WINAPI LoadResource(HMODULE module, HRSRC resource) {
+    return Fails("LoadResource") ? nullptr : Real(&LoadResource, "LoadResource")(module, resource);
+  }
+  static void* WINAPI LockResource(HGLOBAL resource) {
+    return Fails("LockResource") ? nullptr : Real(&LockResource, "LockResource")(resource);
+  }
+
+  std::map<std::string, ImportPatch> m_patches;
+};
+
+std::uint8_t g_bytes[1000];
+std::uint32_t g_room;
+
+class KitFailures : public KitTest {
+ protected:
+  // The worker is at its end before the fakes go.
+  void CloseAndWait() {
+    if (m_service == nullptr) return;
+    EXPECT_EQ(qela_close(m_service), QELA_STATUS_OK);
+    Forget();
+    EXPECT_TRUE(m_threads.Count() == 0 || m_threads.WaitForEnd());
+  }
+};
+
+// From opening to closing, with one more call failing each time until none is left to fail.
+TEST_F(KitFailures, EveryCallOfWindowsMayFail) {
+  StoreAsSomebodyElse({{"office", "10.0.0.1"}});
+  Open();  // the library's instance stays, and is made without failures
+  CloseAndWait();
+  std::size_t made = 0;
+  std::size_t number = 1;
+  do {
+    FailingWindows windows(Kit());
+    windows.FailCallNumber(number);
+    ToldHost host;
+    const qela_options options = QELA_OPTIONS_INIT;
+    qela_status status = qela_open(&options, &m_service);
+    EXPECT_EQ(status == QELA_STATUS_OK, m_service != nullptr) << qela_status_text(status);
+    if (status == QELA_STATUS_OK) {
+      status = qela_start(m_service, &ToldHost::OnChange, &host);
+      if (status == QELA_STATUS_OK)
+        EXPECT_TRUE(host.Take().has_value()) << "the host is not called";
+      else
+        EXPECT_EQ(status, QELA_STATUS_SYSTEM_ERROR);
+      EXPECT_EQ(qela_save(m_service), QELA_STATUS_OK);
+    } else {
+      EXPECT_EQ(status, QELA_STATUS_SYSTEM_ERROR);
+    }
+    qela_versions versions{};
+    versions.size = sizeof versions;
+    status = qela_get_versions(&versions);
+    EXPECT_TRUE(status == QELA_STATUS_OK || status == QELA_STATUS_SYSTEM_ERROR);
+    status = qela_set_log_callback(nullptr, nullptr, QELA_LOG_ALL);
+    EXPECT_TRUE(status == QELA_STATUS_OK || status == QELA_STATUS_NOT_SUPPORTED);
+    status = qela_set_credentials_callback(nullptr, nullptr);
+    EXPECT_TRUE(status == QELA_STATUS_OK || status == QELA_STATUS_NOT_SUPPORTED);
+    CloseAndWait();
+    EXPECT_THAT(windows.ledger.Leaks(), testing::IsEmpty()) << "at call " << number;
+    EXPECT_THAT(windows.ledger.Mistakes(), testing::IsEmpty()) << "at call " << number;
+    made = windows.FallibleCalls();
+    if (HasFailure()) {
+      ADD_FAILURE() << "at call " << number;
+      return;
+    }
+  } while (number++ <= made);
+  EXPECT_GT(number, 25u) << "fewer calls than the kit makes";
+}
+
+TEST_F(KitFailures, AWorkerWhoseWaitsFailPausesAndStillTells) {
+  StoreAsSomebodyElse({{"office", "10.0.0.1"}});
+  Open();
+  ToldHost host;
+  FailingWindows windows(Kit());
+  windows.Fail("WaitForMultipleObjects", ERROR_INVALID_HANDLE);
+  windows.Fail("WaitForMultipleObjects", ERROR_INVALID_HANDLE, 2);
+  Start(host);
+  ExpectTold(host, {L"office"});
+  Move({});
+  ExpectTold(host, {});
+  CloseAndWait();
+}
+
+// Every allocation of the kit's own, in every function, once and for good.
+TEST_F(KitFailures, MemoryThatRunsOutIsAStatus) {
+  Open();
+  qela_location* const location = NewLocation(L"an identifier that needs memory of its own", kOfficeGateway);
+  EXPECT_EQ(qela_location_add_criterion(location, QELA_CRITERION_ZELT_REACHABLE, nullptr), QELA_STATUS_OK);
+  Add(L"a stored location's identifier");
+  const std::function<qela_status()> functions[] = {
+      [&] {
+        qela_location* made = nullptr;
+        const qela_status status = qela_create_location(m_service, &made);
+        EXPECT_EQ(made != nullptr, status == QELA_STATUS_OK);
+        return made != nullptr ? qela_location_release(made) : status;
+      },
+      [&] {
+        qela_locations* made = nullptr;
+        const qela_status status = qela_get_locations(m_service, &made);
+        EXPECT_EQ(made != nullptr, status == QELA_STATUS_OK);
+        return made != nullptr ? qela_locations_release(made) : status;
+      },
+      [&] {
+        qela_location* made = nullptr;
+        const qela_status status = qela_get_location(m_service, L"a stored location's identifier", &made);
+        EXPECT_EQ(made != nullptr, status == QELA_STATUS_OK);
+        return made != nullptr ? qela_location_release(made) : status;
+      },
+      [&] {
+        qela_criteria* made = nullptr;
+        const qela_status status = qela_location_get_criteria(location, &made);
+        EXPECT_EQ(made != nullptr, status == QELA_STATUS_OK);
+        return made != nullptr ? qela_criteria_release(made) : status;
+      },
+      [&] { return qela_location_set_name(location, L"a name that needs memory of its own"); },
+      [&] {
+        return qela_location_remove_criterion(location, QELA_CRITERION_DNS_SUFFIX,
+                                              L"a long text, for which there is none") == QELA_STATUS_NOT_FOUND
+                   ? QELA_STATUS_OK
+                   : QELA_STATUS_OUT_OF_MEMORY;
+      },
+      [&] {
+        g_room = 1000;
+        return qela_location_to_bytes(location, g_bytes, &g_room);
+      },
+      [&] { return qela_location_from_bytes(location, g_bytes, g_room); },
+      [&] {
+        std::int32_t matches = 0;
+        const wchar_t* const addresses[] = {L"an address that needs memory of its own"};
+        return qela_match_addresses(m_service, addresses, 1, QELA_ADDRESS_SINGLE, L"10.0.0.1", L"", &matches);
+      },
+      [&] {
+        std::int32_t matches = 0;
+        const std::uint32_t indexes[] = {1, 2, 3};
+        return qela_is_adapter_media_type(m_service, 1, indexes, 3, &matches);
+      },
+      [&] {
+        const std::uint32_t indexes[] = {1, 2, 3};
+        return qela_location_set_adapters(location, indexes, 3);
+      },
+      [&] {
+        return qela_update_location(m_service, location) == QELA_STATUS_OUT_OF_MEMORY ? QELA_STATUS_OUT_OF_MEMORY
+                                                                                      : QELA_STATUS_OK;
+      },
+      [&] { return qela_save(m_service); },
+      [&] { return qela_load(m_service); },
+  };
+  std::size_t number = 0;
+  for (const auto& function : functions) {
+    SCOPED_TRACE("function " + std::to_string(number++));
+    ASSERT_EQ(function(), QELA_STATUS_OK) << "with enough memory";
+    FailEveryAllocation(Kit(), [&](auto attempt) {
+      qela_status status = QELA_STATUS_OK;
+      attempt([&] { status = function(); });
+      EXPECT_TRUE(status == QELA_STATUS_OK || status == QELA_STATUS_OUT_OF_MEMORY) << qela_status_text(status);
+    });
+    EXPECT_EQ(function(), QELA_STATUS_OK) << "afterwards";
+  }
+}
+
+TEST_F(KitFailures, MemoryThatRunsOutWhileOpeningAndStartingIsAStatus) {
+  Open();
+  CloseAndWait();
+  ToldHost host;
+  FailEveryAllocation(Kit(), [&](auto attempt) {
+    const qela_options options = QELA_OPTIONS_INIT;
+    qela_status opened = QELA_STATUS_OK;
+    qela_status started = QELA_STATUS_OK;
+    attempt([&] {
+      opened = qela_open(&options, &m_service);
+      if (opened == QELA_STATUS_OK) started = qela_start(m_service, &ToldHost::OnChange, &host);
+    });
+    EXPECT_TRUE(opened == QELA_STATUS_OK || opened == QELA_STATUS_OUT_OF_MEMORY) << qela_status_text(opened);
+    EXPECT_TRUE(started == QELA_STATUS_OK || started == QELA_STATUS_OUT_OF_MEMORY) << qela_status_text(started);
+    CloseAndWait();
+  });
+}
+
+}  // namespace
