@@ -199,7 +199,7 @@ typedef void(QELA_CALL* qela_change_callback)(qela_locations* current, void* con
  * changes within the quiet time it is told the last. A second start replaces the callback, which is told anew. What the
  * registry's value becomes while discovery runs is loaded, unless QELA_OPEN_NO_RELOAD was given or edits wait to be
  * saved; a value that was removed changes nothing. QELA_STATUS_BUSY: the callback before still runs on another thread;
- * the new one is set. */
+ * the new one is set if discovery was running, else nothing was started. */
 QELA_API qela_status QELA_CALL qela_start(qela_service* service, qela_change_callback callback, void* context);
 
 /* Stops discovery, and waits for a callback that runs on another thread: at most call_timeout_ms, then it answers
