@@ -208,6 +208,7 @@ DWORD WINAPI Service::WorkerThread(void* argument) {
   return 0;
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): the library's type of callback
 void Service::LocationsChanged(std::shared_ptr<_IEnumQeLocations> current) {
   const std::shared_ptr<Run> run = Run::Current();
   if (run == nullptr) return;

@@ -22,7 +22,7 @@ struct VersionHeader {
 
 // False when the module has no such resource.
 bool ReadVersion(HMODULE module, std::uint32_t (&version)[3]) noexcept {
-  const HRSRC found = ::FindResourceW(module, MAKEINTRESOURCEW(VS_VERSION_INFO), reinterpret_cast<LPCWSTR>(RT_VERSION));
+  HRSRC found = ::FindResourceW(module, MAKEINTRESOURCEW(VS_VERSION_INFO), reinterpret_cast<LPCWSTR>(RT_VERSION));
   if (found == nullptr || ::SizeofResource(module, found) < sizeof(VersionHeader)) return false;
   const HGLOBAL loaded = ::LoadResource(module, found);
   const void* const bytes = loaded == nullptr ? nullptr : ::LockResource(loaded);

@@ -8,7 +8,7 @@
 namespace {
 
 constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-constexpr LONGLONG kMostBytes = 10 * 1024 * 1024;
+constexpr LONGLONG kMostBytes = LONGLONG{10} * 1024 * 1024;
 constexpr int kOlderFiles = 3;
 
 bool IsUsable(HANDLE handle) { return handle != nullptr && handle != INVALID_HANDLE_VALUE; }

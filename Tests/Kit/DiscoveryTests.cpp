@@ -239,6 +239,7 @@ TEST_F(KitDiscovery, ABurstIsToldOnceAsItEnds) {
     const std::size_t requests = m_changes.Requests();
     Move({gateway});
     ASSERT_TRUE(m_changes.WaitForRequests(requests + 1));
+    ::Sleep(20);  // the pace of the burst
   }
   ExpectTold(host, {L"home"});
   EXPECT_EQ(qela_stop(m_service), QELA_STATUS_OK);
@@ -256,6 +257,7 @@ TEST_F(KitDiscovery, WhatABurstUndoesIsNotTold) {
     const std::size_t requests = m_changes.Requests();
     Move({gateway});
     ASSERT_TRUE(m_changes.WaitForRequests(requests + 1));
+    ::Sleep(20);  // the pace of the burst
   }
   EXPECT_EQ(CurrentIds(), Ids{L"office"});
   Move({"192.168.0.1"});
