@@ -21,19 +21,20 @@
  *
  * - It answers with a status. Nothing is thrown, and nothing ends the process. What it would have written is left as it
  *   was when it fails, but for lengths (below) and handles, which are then null.
- * - Handles are numbers in the shape of pointers, which are looked up and never followed: a null, closed or foreign one,
- *   or one of another kind, is QELA_STATUS_INVALID_HANDLE. The numbers are not used again.
+ * - Handles are numbers in the shape of pointers, which are looked up and never followed: a null, closed or foreign
+ *   one, or one of another kind, is QELA_STATUS_INVALID_HANDLE. The numbers are not used again.
  * - Nothing is allocated on one side and freed on the other. Texts and lists are copied into the caller's memory, and
  *   into the library's before a function returns.
- * - Texts are UTF-16 in wchar_t, which every compiler for Windows makes 16 bits wide, so that L"" texts and the texts of
- *   Windows need no cast; a text that is given ends with a NUL and must not be null.
- * - A text, byte or list that is asked for comes with its length: in, the room at the buffer; out, what is needed, which
- *   for a text counts the NUL. Too little room, or a null buffer, is QELA_STATUS_BUFFER_TOO_SMALL, with nothing copied.
+ * - Texts are UTF-16 in wchar_t, which every compiler for Windows makes 16 bits wide, so that L"" texts and the texts
+ *   of Windows need no cast; a text that is given ends with a NUL and must not be null.
+ * - A text, byte or list that is asked for comes with its length: in, the room at the buffer; out, what is needed,
+ *   which for a text counts the NUL. Too little room, or a null buffer, is QELA_STATUS_BUFFER_TOO_SMALL, with nothing
+ *   copied.
  * - Every struct begins with its size, which the caller sets to sizeof. Another size than that of this version is
  *   QELA_STATUS_INVALID_SIZE.
- * - Functions of a service may be called from any thread, also from inside every callback. A location, a criteria set or
- *   a collection is used by one thread at a time; releasing it is always safe. Whoever reads it in a moment when another
- *   thread releases it still reads it whole.
+ * - Functions of a service may be called from any thread, also from inside every callback. A location, a criteria set
+ *   or a collection is used by one thread at a time; releasing it is always safe. Whoever reads it in a moment when
+ *   another thread releases it still reads it whole.
  * - "Lock" means that the function holds the service's recursive lock while it works, and that it answers
  *   QELA_STATUS_BUSY when it would have to wait for that longer than call_timeout_ms. The lock is held through whole
  *   calculations, network probes included, which take tens of seconds when a host is silent and far longer when it is
@@ -127,7 +128,8 @@ typedef void(QELA_CALL* qela_log_callback)(const qela_log_record* record, void* 
 
 /* Hands every event whose severity is `level` or graver to the callback, in place of standard error and the debugger.
  * Without a callback lines go to standard error or, where the process has none, to the debugger's output. The file of
- * the environment variable LOGLIB_FILE gets them all the same. QELA_STATUS_NOT_SUPPORTED: LogLib.dll is not the kit's. */
+ * the environment variable LOGLIB_FILE gets them all the same. QELA_STATUS_NOT_SUPPORTED: LogLib.dll is not the kit's.
+ */
 QELA_API qela_status QELA_CALL qela_set_log_callback(qela_log_callback callback, void* context, qela_log_level level);
 
 #define QELA_USER_NAME_UNITS 514 /* the longest that Windows takes, with the NUL */
@@ -167,7 +169,7 @@ typedef struct qela_options {
   uint32_t size;
   uint32_t flags;           /* QELA_OPEN_ values, or 0 */
   uint32_t call_timeout_ms; /* 0: QELA_DEFAULT_CALL_TIMEOUT_MS; QELA_WAIT_FOREVER: no limit */
-  uint32_t quiet_ms;        /* a change is told when nothing has happened for so long, or ten times that after the first */
+  uint32_t quiet_ms; /* a change is told when nothing has happened for so long, or ten times that after the first */
   /* The host's lock: a Win32 CRITICAL_SECTION that lives as long as the process, or null for one of the library's own.
    * The library keeps it from the first open of a process on; every later open must give the same. While the host holds
    * it, the service stands still. */
@@ -176,8 +178,8 @@ typedef struct qela_options {
 
 #define QELA_OPTIONS_INIT {sizeof(qela_options), 0, 0, 0, NULL}
 
-/* Opens the process's service: reads the stored set and calculates. A set that cannot be read leaves an empty service or
- * what could be read; whether it could tells qela_load. QELA_STATUS_ALREADY_OPEN until the last owner has closed the
+/* Opens the process's service: reads the stored set and calculates. A set that cannot be read leaves an empty service
+ * or what could be read; whether it could tells qela_load. QELA_STATUS_ALREADY_OPEN until the last owner has closed the
  * earlier one. Lock; calculates. */
 QELA_API qela_status QELA_CALL qela_open(const qela_options* options, qela_service** service);
 
@@ -191,7 +193,8 @@ QELA_API qela_status QELA_CALL qela_retain(qela_service* service);
 QELA_API qela_status QELA_CALL qela_close(qela_service* service);
 
 /* Told which locations are current, in stored order. `current` is a copy for this call and is released after it; what
- * is read out of it with qela_locations_at stays. Called on a thread of its own, one call at a time, without any lock. */
+ * is read out of it with qela_locations_at stays. Called on a thread of its own, one call at a time, without any lock.
+ */
 typedef void(QELA_CALL* qela_change_callback)(qela_locations* current, void* context);
 
 /* Starts discovery. The callback is called soon with the locations that are current now, none included, and then with
@@ -235,16 +238,16 @@ QELA_API qela_status QELA_CALL qela_get_current_locations(qela_service* service,
 /* ---- Addresses -------------------------------------------------------------------------------------------------- */
 
 typedef enum qela_address_kind {
-  QELA_ADDRESS_SINGLE = 0,      /* the same text as `first` */
-  QELA_ADDRESS_SUBNET = 1,      /* inside the subnet "address/prefix" of `first` */
-  QELA_ADDRESS_RANGE = 3,       /* from `first` to `second`, both included */
-  QELA_ADDRESS_ANY_IP_V4 = 7,   /* as a range; the caller gives the whole family */
+  QELA_ADDRESS_SINGLE = 0,    /* the same text as `first` */
+  QELA_ADDRESS_SUBNET = 1,    /* inside the subnet "address/prefix" of `first` */
+  QELA_ADDRESS_RANGE = 3,     /* from `first` to `second`, both included */
+  QELA_ADDRESS_ANY_IP_V4 = 7, /* as a range; the caller gives the whole family */
   QELA_ADDRESS_ANY_IP_V6 = 8,
   QELA_ADDRESS_HAS_32_BITS = 0x7fffffff /* never used */
 } qela_address_kind;
 
-/* Writes 1 when any of the addresses satisfies the specification, else 0; other kinds match nothing. `addresses` may be
- * null when `count` is 0. A kind that needs no `second` takes an empty text. */
+/* Writes 1 when any of the addresses satisfies what the kind and the texts ask for, else 0; other kinds match nothing.
+ * `addresses` may be null when `count` is 0. A kind that needs no `second` takes an empty text. */
 QELA_API qela_status QELA_CALL qela_match_addresses(qela_service* service, const wchar_t* const* addresses,
                                                     uint32_t count, qela_address_kind kind, const wchar_t* first,
                                                     const wchar_t* second, int32_t* matches);
@@ -280,9 +283,9 @@ typedef enum qela_criterion_kind {
   QELA_CRITERION_DNS_SERVER = 3,
   QELA_CRITERION_PRIMARY_WINS = 4,
   QELA_CRITERION_SECONDARY_WINS = 5,
-  QELA_CRITERION_REGISTRY_KEY = 6,     /* HIVE\SubKey\ValueName or HIVE\SubKey\ValueName=Data */
-  QELA_CRITERION_DOMAIN_REACHABLE = 7, /* a host that must answer over HTTPS */
-  QELA_CRITERION_ZELT_REACHABLE = 8,   /* the management server must be known to DNS; has no text */
+  QELA_CRITERION_REGISTRY_KEY = 6,        /* HIVE\SubKey\ValueName or HIVE\SubKey\ValueName=Data */
+  QELA_CRITERION_DOMAIN_REACHABLE = 7,    /* a host that must answer over HTTPS */
+  QELA_CRITERION_ZELT_REACHABLE = 8,      /* the management server must be known to DNS; has no text */
   QELA_CRITERION_HAS_32_BITS = 0x7fffffff /* never used */
 } qela_criterion_kind;
 
@@ -330,8 +333,8 @@ QELA_API qela_status QELA_CALL qela_location_from_bytes(qela_location* location,
 QELA_API qela_status QELA_CALL qela_criteria_release(qela_criteria* criteria);
 QELA_API qela_status QELA_CALL qela_criteria_count(qela_criteria* criteria, uint32_t* count);
 
-/* The entry at `index` of all, or QELA_STATUS_NOT_FOUND behind the last. The management server's text is empty. The kind
- * is written also when the buffer is too small. */
+/* The entry at `index` of all, or QELA_STATUS_NOT_FOUND behind the last. The management server's text is empty. The
+ * kind is written also when the buffer is too small. */
 QELA_API qela_status QELA_CALL qela_criteria_at(qela_criteria* criteria, uint32_t index, qela_criterion_kind* kind,
                                                 wchar_t* text, uint32_t* length);
 
