@@ -26,7 +26,7 @@ done
 # What ships has to build with it. Its warnings about the tests are clang-tidy's to tell.
 say "second compiler"
 cmake --preset clang-check >build/configure-clang.log 2>&1 || { cat build/configure-clang.log >&2; exit 1; }
-cmake --build --preset clang-check --target QeLaLib qela -- -k 0 || failed=1
+cmake --build --preset clang-check --target QeLaLib QeLaC qela -- -k 0 || failed=1
 
 say "clang-tidy"
 # The compile commands of the second compiler: clang-tidy understands them as they are. A source is passed over when it
