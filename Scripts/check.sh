@@ -34,7 +34,7 @@ say "clang-tidy"
 mkdir -p build/tidy
 settings=$({
   clang-tidy-19 --version
-  cat .clang-tidy ./*/.clang-tidy cmake/*.cmake Scripts/toolchain.lock
+  cat .clang-tidy cmake/*.cmake Scripts/toolchain.lock
 } | sha256sum)
 # with_headers: for each source a line of its name and those of the headers that it includes, directly or not. A header
 # is known by its last name, so that a line may name too many, and never too few.
@@ -66,7 +66,7 @@ with_headers() {
 tidy() {
   local files key said
   read -ra files <<<"$1"
-  key=$(cat "${files[@]}" - <<<"$settings" | sha256sum | cut -c1-40)
+  key=$(cat "${files[@]}" "${files[0]%%/*}/.clang-tidy" - <<<"$settings" 2>/dev/null | sha256sum | cut -c1-40)
   [ ! -e "build/tidy/$key" ] || return 0
   if said=$(clang-tidy-19 --quiet -p build/clang-check "${files[0]}" 2>&1); then
     touch "build/tidy/$key"
