@@ -38,6 +38,10 @@ case $command in
     say "measuring"
     Scripts/lab.sh --own-network Scripts/bench.sh "build/$preset/bin" "$@"
     ;;
+  package)
+    build
+    Scripts/package.sh "$PWD/build/$preset"
+    ;;
   check) Scripts/check.sh || exit 1 ;;
   format) cpp_sources | xargs -0 clang-format-19 -i ;;
   debug)

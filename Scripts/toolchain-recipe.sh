@@ -4,7 +4,7 @@
 # and holds what every other stands on; the versions of all of them stand in toolchain.lock.
 
 readonly kSuite=trixie
-readonly kLayers=(demo test check debug)
+readonly kLayers=(demo test check package debug)
 
 # Installed.
 readonly -A kPackages=(
@@ -15,6 +15,8 @@ readonly -A kPackages=(
   [test]="googletest"
   # Format, second compiler, tidy; scripts.
   [check]="clang-19 clang-tidy-19 clang-format-19 lld-19 shellcheck"
+  # What makes and reads a PDB and a .lib; the compilers of the samples in other languages and for the other ABI.
+  [package]="llvm-19 clang-19 lld-19 golang-go"
   # The debugger, and its other half in Wine; what one misses in a shell.
   [debug]="gdb-mingw-w64 gdb-mingw-w64-target git less nano"
 )

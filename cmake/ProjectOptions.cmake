@@ -34,3 +34,29 @@ set(QELA_DEPS_INCLUDE /opt/deps/usr/include CACHE PATH "Folder with the headers 
 add_library(third_party INTERFACE)
 target_include_directories(third_party SYSTEM INTERFACE ${QELA_DEPS_INCLUDE})
 target_compile_definitions(third_party INTERFACE MSGPACK_NO_BOOST SPDLOG_FMT_EXTERNAL FMT_HEADER_ONLY)
+
+# The version is told once, by project(): in QeLaVersion.h, in every module's resource, in the package's name.
+configure_file(${PROJECT_SOURCE_DIR}/cmake/QeLaVersion.h.in ${PROJECT_BINARY_DIR}/include/QeLaVersion.h @ONLY)
+target_include_directories(qela_options INTERFACE ${PROJECT_BINARY_DIR}/include)
+
+# ship(TARGET DESCRIPTION): a module that leaves the house: with a version resource, and with a PDB beside it, made from
+# the symbols before they are stripped. The linker writes the time of day into it, and into nothing else: it is taken
+# out, since the same sources give the same bytes. Debuggers go by the identifier that stands behind it.
+function(ship target description)
+  set(type VFT_DLL)
+  get_target_property(kind ${target} TYPE)
+  if(kind STREQUAL EXECUTABLE)
+    set(type VFT_APP)
+  endif()
+  set(resource ${CMAKE_CURRENT_BINARY_DIR}/${target}.rc)
+  configure_file(${PROJECT_SOURCE_DIR}/cmake/version.rc.in ${resource}.in @ONLY)
+  file(GENERATE OUTPUT ${resource} INPUT ${resource}.in TARGET ${target})
+  target_sources(${target} PRIVATE ${resource})
+  target_link_options(${target} PRIVATE $<$<CONFIG:Release>:-s>)
+  if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
+    set(pdb $<TARGET_FILE_DIR:${target}>/$<TARGET_FILE_BASE_NAME:${target}>.pdb)
+    target_link_options(${target} PRIVATE LINKER:--pdb=${pdb})
+    add_custom_command(TARGET ${target} POST_BUILD VERBATIM
+      COMMAND perl -0777 -pi -e "s/(\\x94\\x2e\\x31\\x01).{4}(\\x01\\0\\0\\0)/$1\\0\\0\\0\\0$2/s" ${pdb})
+  endif()
+endfunction()

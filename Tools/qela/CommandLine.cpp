@@ -2,6 +2,8 @@
 
 #include <windows.h>
 
+#include <QeLaVersion.h>
+
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <sstream>
@@ -72,6 +74,7 @@ std::optional<Options> ParseCommandLine(const std::vector<std::wstring>& argumen
   CLI::App app("qela - the firewall's location awareness on the console", "qela");
   app.allow_windows_style_options(false);  // "/home" is a name
   app.footer(kFooter);
+  app.set_version_flag("--version", "qela " QELA_VERSION_TEXT);
   app.require_subcommand(1);
   const auto choose = [&](CLI::App* command, Command chosen) {
     command->callback([&options, chosen] { options.command = chosen; });

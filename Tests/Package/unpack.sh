@@ -1,0 +1,15 @@
+#!/bin/bash
+# Makes the package and unpacks it. Where it is unpacked already it stays, so that what was built from it need not be
+# built again.   usage: unpack.sh BUILD_FOLDER
+set -euo pipefail
+build=$1
+here=$(cd "$(dirname "$0")" && pwd)
+"$here/../../Scripts/package.sh" "$build"
+zip=$(echo "$build"/package/*.zip)
+unpacked=$build/unpacked
+sum=$(sha256sum <"$zip")
+[ "$sum" != "$(cat "$unpacked/sum" 2>/dev/null)" ] || exit 0
+rm -rf "$unpacked"
+mkdir -p "$unpacked"
+(cd "$unpacked" && cmake -E tar xf "$zip" && mv QeLaLib-*-win64 package)
+echo "$sum" >"$unpacked/sum"
