@@ -1,4 +1,5 @@
 # What `cmake --install` puts where; `./dev package` makes the zip of it. Included at the end, when all targets are known.
+# The target "shipped" is all that it needs.
 set(modules QeLaLib QeLaC LogLib BLFramework KzVariantExport)
 set(apis FwClient/Service/QeLaLib/Include/QeLaApi.h FwClient/Service/QeLaLib/Include/QeLaCriteria.h
   FwClient/Service/QeLaLib/Include/QeLaLocation.h FwClient/Service/QeLaLib/Include/LaSerializer.h)
@@ -21,6 +22,11 @@ if(QELA_LLVM_DLLTOOL)
     COMMAND ${QELA_LLVM_DLLTOOL} -m i386:x86-64 -D QeLaC.dll -d ${PROJECT_BINARY_DIR}/lib/QeLaC.def -l ${PROJECT_BINARY_DIR}/lib/QeLaC.lib)
   add_custom_target(import_library ALL DEPENDS ${PROJECT_BINARY_DIR}/lib/QeLaC.lib)
   install(FILES ${PROJECT_BINARY_DIR}/lib/QeLaC.lib TYPE LIB)
+endif()
+
+add_custom_target(shipped DEPENDS ${modules} qela ScriptedWindows)
+if(TARGET import_library)
+  add_dependencies(shipped import_library)
 endif()
 
 # For hosts' tests.

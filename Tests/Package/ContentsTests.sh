@@ -7,9 +7,18 @@ it "holds what the checksums name, unchanged"
 sha256sum --quiet -c SHA256SUMS || failed "a checksum is wrong"
 expect "$(find . -type f ! -name SHA256SUMS -printf '%P\n' | LC_ALL=C sort)" "$(sed 's/^[^ ]*  //' SHA256SUMS)"
 
+it "is made of the same bytes again"
+again=$(mktemp -d)
+"$scripts/package.sh" "$build" "$again" 2>/dev/null
+cmp "$again"/*.zip "$build"/package/*.zip || failed "the two differ"
+rm -r "$again"
+
+it "names the folder that it was built in nowhere but in the PDBs"
+expect "$(grep -rlF "$build" --exclude='*.pdb' .)" ''
+
 it "has every module with its PDB beside it"
 for module in QeLaLib.dll QeLaC.dll LogLib.dll blframework.dll KzVariantExport.dll qela.exe; do
-  [ -s "bin/$module" ] && [ -s "bin/${module%.*}.pdb" ] || failed "bin/$module or its PDB is missing"
+  [[ -s bin/$module && -s bin/${module%.*}.pdb ]] || failed "bin/$module or its PDB is missing"
 done
 
 it "says the same version everywhere"
@@ -32,7 +41,7 @@ linked() {
 [[ $(linked LogLib.dll) = *libfmt-dev*libspdlog-dev* && $(linked LogLib.dll) != *msgpack* ]] || failed "LogLib.dll: $(linked LogLib.dll)"
 [[ $(linked qela.exe) = *libcli11-dev*nlohmann-json3-dev* ]] || failed "qela.exe: $(linked qela.exe)"
 for module in QeLaLib.dll QeLaC.dll LogLib.dll blframework.dll KzVariantExport.dll qela.exe; do
-  [[ $(linked "$module") = *g++-mingw-w64-ucrt64*mingw-w64-ucrt64-dev* ]] || failed "$module lacks the run time: $(linked "$module")"
+  [[ $(linked "$module") = *g---mingw-w64-ucrt64*mingw-w64-ucrt64-dev* ]] || failed "$module lacks the run time: $(linked "$module")"
 done
 
 it "resolves an address to a function's name with the PDB"

@@ -4,12 +4,13 @@
 set -euo pipefail
 build=$1
 here=$(cd "$(dirname "$0")" && pwd)
-"$here/../../Scripts/package.sh" "$build"
+"$here/../../Scripts/package.sh" "$build" "$build/package"
 zip=$(echo "$build"/package/*.zip)
 unpacked=$build/unpacked
 sum=$(sha256sum <"$zip")
 [ "$sum" != "$(cat "$unpacked/sum" 2>/dev/null)" ] || exit 0
-rm -rf "$unpacked"
 mkdir -p "$unpacked"
+# What a compiler remembers of its own library has nothing to do with the package.
+find "$unpacked" -mindepth 1 -maxdepth 1 ! -name go-cache -exec rm -rf {} +
 (cd "$unpacked" && cmake -E tar xf "$zip" && mv QeLaLib-*-win64 package)
 echo "$sum" >"$unpacked/sum"

@@ -14,7 +14,7 @@ cp -r "$source/dev" "$source/Scripts" "$work/checkout/"
 # shellcheck disable=SC1091
 key=$(kSource=$work/checkout && . "$work/checkout/Scripts/toolchain.sh" && toolchain_key)
 mkdir -p "$work/cache/root-$key"
-touch "$work/cache/root-$key"/.{ready,layer-test,layer-check,layer-debug}
+touch "$work/cache/root-$key"/.{ready,layer-test,layer-check,layer-package,layer-debug}
 printf '#!/bin/bash\necho entered\n' >"$work/tools/unshare"
 chmod +x "$work/tools/unshare"
 
@@ -28,7 +28,7 @@ cannot_build() {
 
 it "tells what to do in a read-only checkout"
 read_only "$work/checkout"
-for command in demo test bench check format build shell; do
+for command in demo test bench check format build package shell; do
   dev "$command"
   expect_answer 3 '' "$(cannot_build)"
 done
@@ -76,6 +76,11 @@ for wrong in '' 'One Two'; do
   dev debug $wrong
   expect_answer 2 '' "dev: error: ./dev debug takes the name of one test; here is: $wrong"
 done
+for wrong in verify '--verify now'; do
+  # shellcheck disable=SC2086
+  dev package $wrong
+  expect_answer 2 '' "dev: error: ./dev package takes --verify or nothing; here is: $wrong"
+done
 touch "$work/cache/kept"
 for wrong in all '--all --yes' ''; do
   # shellcheck disable=SC2086
@@ -89,6 +94,8 @@ for command in test bench shell; do
   dev "$command" --any thing
   expect_answer 0 entered ''
 done
+dev package --verify
+expect_answer 0 entered ''
 
 it "opens a shell beside a command that runs in the checkout, and runs no second one"
 exec 7>"$work/checkout/build/.lock"
