@@ -1,5 +1,5 @@
-// A host in C++, built with the library's compiler: prints the current locations whenever they change, until its standard
-// input ends.
+// A host in C++, built with the library's compiler: prints the current locations whenever they change, until its
+// standard input ends.
 #include <QeLaApi.h>
 
 #include <cstdio>

@@ -1,5 +1,5 @@
-// A test of a host of its own, on any machine: the machine joins the office, the host swaps its rules. The library that it
-// loads is the one that ships; its questions to Windows are answered by ScriptedWindows.
+// A test of a host of its own, on any machine: the machine joins the office, the host swaps its rules. The library that
+// it loads is the one that ships; its questions to Windows are answered by ScriptedWindows.
 #include <QeLaApi.h>
 
 #include <ScriptedWindows/Windows/FakeAdapters.h>
@@ -45,7 +45,8 @@ int main() {
   changes.Fire();
 
   std::future<std::wstring> rules = s_rules.get_future();
-  const bool swapped = rules.wait_for(std::chrono::seconds(10)) == std::future_status::ready && rules.get() == L"rules of Office";
+  const bool swapped =
+      rules.wait_for(std::chrono::seconds(10)) == std::future_status::ready && rules.get() == L"rules of Office";
   service->StopDiscovery();  // before the fakes end
   std::printf("%s: the machine joins the office, the host swaps its rules\n", swapped ? "passed" : "FAILED");
   return swapped ? 0 : 1;

@@ -9,6 +9,9 @@ fail() { printf 'dev: error: %s\n' "$*" >&2; exit 3; }
 # misuse MESSAGE: the command line is wrong.
 misuse() { printf 'dev: error: %s\n' "$*" >&2; exit 2; }
 
-# cpp_sources, shell_sources: the files of ours, each ended by a NUL, under names that start at the checkout.
-cpp_sources() { (cd "$kSource" && find . -path ./build -prune -o \( -name '*.h' -o -name '*.cpp' \) -printf '%P\0' | sort -z); }
+# cpp_sources, shell_sources: the files of ours, each ended by a NUL, under names that start at the checkout. The source in C
+# in Scripts is left out: the toolchain is named after its bytes.
+cpp_sources() {
+  (cd "$kSource" && find . -path ./build -prune -o \( -name '*.h' -o -name '*.cpp' -o -name '*.c' ! -path './Scripts/*' \) -printf '%P\0' | sort -z)
+}
 shell_sources() { (cd "$kSource" && find dev .ci/run Scripts Tests Bench -type f \( -name '*.sh' -o ! -name '*.*' \) -print0 | sort -z); }

@@ -3,7 +3,6 @@
 package main
 
 import (
-	"bytes"
 	"fmt"
 	"io"
 	"os"
@@ -11,23 +10,22 @@ import (
 	"unsafe"
 )
 
-// qela_options of qela.h.
-type options struct {
+type options struct { // qela_options of qela.h
 	size, flags, callTimeoutMs, quietMs uint32
 	criticalSection                     uintptr
 }
 
 var kit = syscall.NewLazyDLL("QeLaC.dll")
 
+// What an argument points at must stay where it is during the call.
+//
+//go:uintptrescapes
 func call(name string, arguments ...uintptr) bool {
 	status, _, _ := kit.NewProc(name).Call(arguments...)
-	if status == 0 {
-		return true
+	if status != 0 {
+		fmt.Fprintf(os.Stderr, "%s: status %d of qela.h\n", name, status)
 	}
-	text, _, _ := kit.NewProc("qela_status_text").Call(status)
-	words, _, _ := bytes.Cut(unsafe.Slice((*byte)(unsafe.Pointer(text)), 200), []byte{0})
-	fmt.Fprintf(os.Stderr, "%s: %s\n", name, words)
-	return false
+	return status == 0
 }
 
 func onChange(current, context uintptr) uintptr {
@@ -56,5 +54,7 @@ func main() {
 		os.Exit(1)
 	}
 	io.Copy(io.Discard, os.Stdin)
-	call("qela_close", service)
+	if !call("qela_close", service) {
+		os.Exit(1)
+	}
 }

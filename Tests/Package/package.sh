@@ -6,42 +6,25 @@ scripts=$(cd "$tests/../../Scripts" && pwd)
 unpacked=$build/unpacked
 package=$unpacked/package
 . "$tests/../vocabulary.sh"
+# shellcheck source=../../Scripts/lab-network.sh
 . "$scripts/lab-network.sh"
 
-gnu=(-DCMAKE_SYSTEM_NAME=Windows -DCMAKE_C_COMPILER=x86_64-w64-mingw32ucrt-gcc -DCMAKE_CXX_COMPILER=x86_64-w64-mingw32ucrt-g++)
+# elsewhere COMMAND...: on a machine that has what was unpacked, in the folder /mnt, and neither the checkout nor what the
+# library is built with.
+elsewhere() {
+  # shellcheck disable=SC2016 # the inner shell's
+  unshare --mount /bin/bash -c 'mount --bind "$0" /mnt && mount -t tmpfs tmpfs /src && mount -t tmpfs tmpfs /opt/deps && cd /mnt && exec "$@"' \
+    "$unpacked" "$@"
+}
 
-# build_with_cmake SOURCES BUILD OPTION...: as somebody who has the package and no checkout.
+gnu=(-DCMAKE_SYSTEM_NAME=Windows -DCMAKE_C_COMPILER=x86_64-w64-mingw32ucrt-gcc -DCMAKE_CXX_COMPILER=x86_64-w64-mingw32ucrt-g++)
+configure_with_cmake() { elsewhere cmake -G Ninja -S "/mnt/$1" -B "/mnt/$2" -DCMAKE_PREFIX_PATH=/mnt/package "${gnu[@]}" "${@:3}"; }
+
+# build_with_cmake SOURCES BUILD: folders of what was unpacked.
 build_with_cmake() {
-  local sources=$1 to=$2
-  shift 2
-  cmake -G Ninja -S "$sources" -B "$to" -DCMAKE_PREFIX_PATH="$package" "$@" >"$to.log" 2>&1 && cmake --build "$to" >>"$to.log" 2>&1 ||
-    failed "cannot be built:" "$(cat "$to.log")"
+  { configure_with_cmake "$@" && elsewhere cmake --build "/mnt/$2"; } >"$unpacked/$2.log" 2>&1 ||
+    failed "cannot be built:" "$(cat "$unpacked/$2.log")"
 }
 
 wine() { "$scripts/wine.sh" "$@"; }
 qela() { wine "$package/bin/qela.exe" "$@"; }
-
-# start_host COMMAND...: runs it with a standard input that stays open; what it prints is read with next_line.
-start_host() {
-  host_folder=$(mktemp -d)
-  mkfifo "$host_folder/in" "$host_folder/out"
-  "$@" <"$host_folder/in" >"$host_folder/out" &
-  host=$!
-  exec 4>"$host_folder/in" 3<"$host_folder/out"
-}
-# next_line TEXT: the host's next line is this.
-next_line() {
-  local line
-  IFS= read -r -t 20 line <&3 || failed "no line within 20 seconds; expected: $1"
-  expect "${line%$'\r'}" "$1"
-}
-# end_host: ends its input; it must end well and have said nothing more.
-end_host() {
-  exec 4>&-
-  local rest
-  rest=$(cat <&3)
-  expect "$rest" ''
-  wait "$host" || failed "the host ended with exit code $?"
-  exec 3<&-
-  rm -r "$host_folder"
-}
