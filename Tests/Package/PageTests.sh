@@ -1,0 +1,32 @@
+#!/bin/bash
+# The page for hosts: what it shows can be built as it stands. A block of code names its file behind the language. Files
+# of one section lie in one folder; where one of them is CMakeLists.txt it is built, else each is compiled.
+. "$(dirname "$0")/package.sh"
+page=$package/docs/hosting.md
+folder=$unpacked/page
+rm -rf "$folder"
+mkdir "$folder"
+
+it "names a file for every block of code"
+expect "$(grep -n '^```[a-z]' "$page" | grep -vE '```(c|cpp|cmake) [A-Za-z_]+\.[a-z]+$')" ''
+awk -v folder="$folder" '
+  file == "" && /^#/ { ++section }
+  /^```$/ && file != "" { close(file); file = ""; next }
+  /^```(c|cpp|cmake) / { path = folder "/" section; system("mkdir -p " path); file = path "/" $2; next }
+  file != "" { print > file }' "$page"
+[ "$(find "$folder" -type f | wc -l)" = "$(grep -cE '^```(c|cpp|cmake) ' "$page")" ] || failed "two blocks of a section have one name"
+
+for section in "$folder"/*; do
+  name=page/${section##*/}
+  it "builds $(cd "$section" && echo *)"
+  if [ -e "$section/CMakeLists.txt" ]; then
+    build_with_cmake "$name" "$name/build"
+  else
+    for file in "$section"/*; do
+      compiler=(x86_64-w64-mingw32ucrt-gcc -std=c99)
+      [[ $file = *.c ]] || compiler=(x86_64-w64-mingw32ucrt-g++ -std=c++20)
+      answer elsewhere "${compiler[@]}" -Wall -Wextra -Werror -Ipackage/include -c "$name/${file##*/}" -o /dev/null
+      expect_answer 0 '' ''
+    done
+  fi
+done
