@@ -35,7 +35,7 @@ say "clang-tidy"
 mkdir -p build/tidy
 settings=$({
   clang-tidy-19 --version
-  cat .clang-tidy cmake/*.cmake Scripts/toolchain.lock
+  cat .clang-tidy cmake/ProjectOptions.cmake cmake/*-ucrt64.cmake Scripts/toolchain.lock
 } | sha256sum)
 # with_headers: for each source a line of its name and those of the headers that it includes, directly or not. A header
 # is known by its last name, so that a line may name too many, and never too few.
