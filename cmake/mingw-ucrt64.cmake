@@ -1,6 +1,6 @@
 # Toolchain: MinGW-w64 GCC for x86-64 Windows with the universal C runtime.
 #   cmake --preset mingw-release        (inside the root that ./dev makes; ./dev shell opens it)
-# Tests run under Wine through Scripts/wine.sh.
+# Tests run under Wine through Scripts/test-program.sh.
 set(CMAKE_SYSTEM_NAME Windows)
 set(CMAKE_SYSTEM_PROCESSOR x86_64)
 
@@ -20,4 +20,4 @@ if(QELA_CCACHE)
   set(CMAKE_CXX_COMPILER_LAUNCHER ${QELA_CCACHE})
 endif()
 
-set(CMAKE_CROSSCOMPILING_EMULATOR ${CMAKE_CURRENT_LIST_DIR}/../Scripts/wine.sh)
+set(CMAKE_CROSSCOMPILING_EMULATOR ${CMAKE_CURRENT_LIST_DIR}/../Scripts/test-program.sh)
