@@ -97,9 +97,9 @@ HeapWatch::HeapWatch(HMODULE module)
     : m_malloc(module, "malloc", &WatchedMalloc),
       m_calloc(module, "calloc", &WatchedCalloc),
       m_realloc(module, "realloc", &WatchedRealloc),
-      m_free(module, "free", &WatchedFree),
-      m_heapAlloc(module, "HeapAlloc", &WatchedHeapAlloc),
-      m_heapFree(module, "HeapFree", &WatchedHeapFree) {
+      m_free(module, "free", &WatchedFree) {
+  if (Imports(module, "HeapAlloc")) m_heapAlloc.emplace(module, "HeapAlloc", &WatchedHeapAlloc);
+  if (Imports(module, "HeapFree")) m_heapFree.emplace(module, "HeapFree", &WatchedHeapFree);
   Require(g_thread == 0u, "there is a heap watch already");
   g_state = {};
   g_thread = ::GetCurrentThreadId();

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <initializer_list>
+#include <optional>
 
 #include "ScriptedWindows/ImportTable/ImportPatch.h"
 
@@ -50,8 +51,8 @@ class HeapWatch {
   ImportPatch m_calloc;
   ImportPatch m_realloc;
   ImportPatch m_free;
-  ImportPatch m_heapAlloc;
-  ImportPatch m_heapFree;
+  std::optional<ImportPatch> m_heapAlloc;  // of a module that asks for the system's heap itself
+  std::optional<ImportPatch> m_heapFree;
 };
 
 // Calls `scenario(attempt)` again and again. The scenario makes its objects, calls `attempt(operation)` once, which

@@ -15,6 +15,42 @@
 
 namespace {
 
+// In the process: what one module allocates, another one frees.
+std::size_t BlocksOnTheHeap() {
+  HANDLE heap = ::GetProcessHeap();
+  ::HeapLock(heap);
+  std::size_t blocks = 0;
+  PROCESS_HEAP_ENTRY entry{};
+  while (::HeapWalk(heap, &entry))
+    if ((entry.wFlags & PROCESS_HEAP_ENTRY_BUSY) != 0) ++blocks;
+  ::HeapUnlock(heap);
+  return blocks;
+}
+
+// As HeapWatch.h's, for the kit. Whether something is left shows when it is left again and again.
+template <typename Scenario>
+void FailEveryAllocationAgainAndAgain(HMODULE kit, Scenario scenario) {
+  constexpr int kRounds = 12;
+  constexpr int kFirstRounds = 4;  // what is made once is made by then
+  WarmUpExceptions(kit);
+  for (const HeapWatch::Failing failing : {HeapWatch::Failing::kOnce, HeapWatch::Failing::kFromThenOn}) {
+    bool failed = true;
+    for (std::size_t n = 0; failed; ++n) {
+      std::size_t blocks = 0;
+      for (int round = 0; round < kRounds; ++round) {
+        if (round == kFirstRounds) blocks = BlocksOnTheHeap();
+        HeapWatch heap(kit);
+        scenario([&](auto operation) {
+          heap.FailAt(n, failing);
+          operation();
+          failed = heap.StopFailing();
+        });
+      }
+      EXPECT_LT(BlocksOnTheHeap(), blocks + kRounds - kFirstRounds) << "when allocation " << n << " fails";
+    }
+  }
+}
+
 // The Windows calls that the kit makes, each of which can be made to fail; what they open is entered in the books.
 class FailingWindows : public PlannedFailures, public OnlyOne<FailingWindows> {
  public:
@@ -265,7 +301,7 @@ TEST_F(KitFailures, MemoryThatRunsOutIsAStatus) {
   for (const auto& function : functions) {
     SCOPED_TRACE("function " + std::to_string(number++));
     ASSERT_EQ(function(), QELA_STATUS_OK) << "with enough memory";
-    FailEveryAllocation(Kit(), [&](auto attempt) {
+    FailEveryAllocationAgainAndAgain(Kit(), [&](auto attempt) {
       qela_status status = QELA_STATUS_OK;
       attempt([&] { status = function(); });
       EXPECT_TRUE(status == QELA_STATUS_OK || status == QELA_STATUS_OUT_OF_MEMORY) << qela_status_text(status);
@@ -278,7 +314,7 @@ TEST_F(KitFailures, MemoryThatRunsOutWhileOpeningAndStartingIsAStatus) {
   Open();
   CloseAndWait();
   ToldHost host;
-  FailEveryAllocation(Kit(), [&](auto attempt) {
+  FailEveryAllocationAgainAndAgain(Kit(), [&](auto attempt) {
     const qela_options options = QELA_OPTIONS_INIT;
     qela_status opened = QELA_STATUS_OK;
     qela_status started = QELA_STATUS_OK;
