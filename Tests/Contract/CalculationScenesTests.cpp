@@ -21,6 +21,7 @@
 #include "FwClient/Common/Utilities/LenientUtf.h"
 #include "Tests/Contract/ServiceTest.h"
 #include "Tests/Support/StoredSet.h"
+#include "Tests/Support/TestFile.h"
 
 namespace {
 
@@ -339,7 +340,7 @@ TEST_F(CalculationScenes, LogAskAndStoreWhatIsOnRecord) {
   EXPECT_GE(scenes.size(), 50u);
   for (const Scene& scene : scenes) found += Play(*service, scene);
 
-  std::ifstream file(TEST_DATA_DIR "/calculation-scenes.txt", std::ios::binary);
+  std::ifstream file(TestFile("Tests/Data/calculation-scenes.txt"), std::ios::binary);
   const std::string recorded{std::istreambuf_iterator<char>(file), {}};
   if (found == recorded) return;
 

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "Tests/Contract/ServiceTest.h"
+#include "Tests/Support/TestFile.h"
 
 namespace {
 
@@ -41,7 +42,7 @@ ExampleLine ParseLine(std::string_view line) {
 
 // All bytes of the example. A quoted text must be that of the bytes beside it.
 Bytes ExampleOfTheDocument() {
-  std::ifstream document(TEST_DATA_DIR "/../../Docs/stored-form.md", std::ios::binary);
+  std::ifstream document(TestFile("Docs/stored-form.md"), std::ios::binary);
   EXPECT_TRUE(document.is_open());
   Bytes all;
   for (std::string text; std::getline(document, text);) {

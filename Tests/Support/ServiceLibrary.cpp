@@ -2,13 +2,9 @@
 
 #include <gtest/gtest.h>
 
-namespace {
+#include "Tests/Support/TestFile.h"
 
-std::wstring ProgramFolder() {
-  std::wstring path(MAX_PATH, L'\0');
-  path.resize(::GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size())));
-  return path.substr(0, path.find_last_of(L'\\') + 1);
-}
+namespace {
 
 template <typename Function>
 Function FindExport(HMODULE module, const char* name) {
@@ -19,7 +15,7 @@ Function FindExport(HMODULE module, const char* name) {
 
 }  // namespace
 
-ServiceLibrary::ServiceLibrary() : m_module(::LoadLibraryW((ProgramFolder() + L"QeLaLib.dll").c_str())) {
+ServiceLibrary::ServiceLibrary() : m_module(::LoadLibraryW((ProgramFolder() / L"QeLaLib.dll").c_str())) {
   if (m_module == nullptr) {
     ADD_FAILURE() << "QeLaLib.dll does not load, error " << ::GetLastError();
     return;

@@ -15,6 +15,7 @@
 #include "FwClient/Service/QeLaLib/QeLocations.h"
 #include "ScriptedWindows/ImportTable/HeapWatch.h"
 #include "Tests/Support/Blob.h"
+#include "Tests/Support/TestFile.h"
 #include "Tests/Unit/PrintedErrors.h"
 
 namespace {
@@ -121,7 +122,7 @@ TYPED_TEST(RandomBytes, NeverLeaveAnObjectThatCannotBeWritten) {
 
 std::vector<std::filesystem::path> DataFiles() {
   std::vector<std::filesystem::path> files;
-  for (const auto& entry : std::filesystem::directory_iterator(TEST_DATA_DIR))
+  for (const auto& entry : std::filesystem::directory_iterator(TestFile("Tests/Data")))
     if (entry.path().extension() == ".bin") files.push_back(entry.path());
   return files;
 }
