@@ -39,9 +39,14 @@ case $command in
     Scripts/lab.sh --own-network Scripts/bench.sh "build/$preset/bin" "$@"
     ;;
   package)
-    build shipped
-    Scripts/package.sh "$PWD/build/$preset" "$PWD/build/$preset/package"
-    [ "${1:-}" != --verify ] || Scripts/verify-package.sh "$PWD"/build/"$preset"/package/*.zip || exit 1
+    if [ "${1:-}" = --tests ]; then
+      build
+      Scripts/package-tests.sh "$PWD/build/$preset"
+    else
+      build shipped
+      Scripts/package.sh "$PWD/build/$preset" "$PWD/build/$preset/package"
+      [ "${1:-}" != --verify ] || Scripts/verify-package.sh "$PWD"/build/"$preset"/package/*.zip || exit 1
+    fi
     ;;
   check) Scripts/check.sh || exit 1 ;;
   format) cpp_sources | xargs -0 clang-format-19 -i ;;

@@ -79,7 +79,7 @@ done
 for wrong in verify '--verify now'; do
   # shellcheck disable=SC2086
   dev package $wrong
-  expect_answer 2 '' "dev: error: ./dev package takes --verify or nothing; here is: $wrong"
+  expect_answer 2 '' "dev: error: ./dev package takes --verify, --tests or nothing; here is: $wrong"
 done
 touch "$work/cache/kept"
 for wrong in all '--all --yes' ''; do
