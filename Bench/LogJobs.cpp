@@ -5,7 +5,7 @@
 
 #include "Bench/Job.h"
 #include "Bench/Machine.h"
-#include "Bench/ProgramFolder.h"
+#include "Tests/Support/TestFile.h"
 
 namespace {
 
@@ -27,7 +27,7 @@ struct TemporaryFile {
 class LogLibrary {
  public:
   explicit LogLibrary(const wchar_t* logFile) {
-    ::CopyFileW((ProgramFolder() + L"LogLib.dll").c_str(), m_file.path, FALSE);
+    ::CopyFileW((ProgramFolder() / L"LogLib.dll").c_str(), m_file.path, FALSE);
     ::SetEnvironmentVariableW(L"LOGLIB_FILE", logFile);
     m_module = ::LoadLibraryW(m_file.path);
     m_log = LogCallsOf(m_module);

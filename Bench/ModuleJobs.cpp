@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "Bench/Job.h"
-#include "Bench/ProgramFolder.h"
+#include "Tests/Support/TestFile.h"
 
 namespace {
 
@@ -47,8 +47,8 @@ class LoadedImports {
 };
 
 void Load(Run& run) {
-  const std::wstring own = ProgramFolder() + L"QeLaLib.dll";
-  const std::wstring floor = ProgramFolder() + L"EmptyDll.dll";
+  const std::wstring own = (ProgramFolder() / L"QeLaLib.dll").native();
+  const std::wstring floor = (ProgramFolder() / L"EmptyDll.dll").native();
   const LoadedImports imports(own);
   if (!LoadAndUnload(own) || !LoadAndUnload(floor)) return run.Fail("a library does not load");
   run.Compare([&] { LoadAndUnload(own); }, [&] { LoadAndUnload(floor); });
@@ -56,7 +56,7 @@ void Load(Run& run) {
 
 void Measure(Run& run) {
   WIN32_FILE_ATTRIBUTE_DATA file{};
-  if (!::GetFileAttributesExW((ProgramFolder() + L"QeLaLib.dll").c_str(), GetFileExInfoStandard, &file))
+  if (!::GetFileAttributesExW((ProgramFolder() / L"QeLaLib.dll").c_str(), GetFileExInfoStandard, &file))
     return run.Fail("there is no QeLaLib.dll");
   run.Tell(file.nFileSizeLow);
 }
