@@ -34,8 +34,9 @@ void FailEveryAllocationAgainAndAgain(HMODULE kit, Scenario scenario) {
   constexpr int kFirstRounds = 4;  // what is made once is made by then
   WarmUpExceptions(kit);
   for (const HeapWatch::Failing failing : {HeapWatch::Failing::kOnce, HeapWatch::Failing::kFromThenOn}) {
-    bool failed = true;
-    for (std::size_t n = 0; failed; ++n) {
+    std::size_t n = 0;
+    bool failed = false;
+    do {
       std::size_t blocks = 0;
       for (int round = 0; round < kRounds; ++round) {
         if (round == kFirstRounds) blocks = BlocksOnTheHeap();
@@ -47,7 +48,8 @@ void FailEveryAllocationAgainAndAgain(HMODULE kit, Scenario scenario) {
         });
       }
       EXPECT_LT(BlocksOnTheHeap(), blocks + kRounds - kFirstRounds) << "when allocation " << n << " fails";
-    }
+      ++n;
+    } while (failed);
   }
 }
 

@@ -113,6 +113,7 @@ class KitTest : public ::testing::Test {
   // The machine moves and its addresses change, which the discovery thread is told.
   void Move(std::initializer_list<const char*> gateways) {
     Join(gateways);
+    m_table.Change();  // shows it to a thread that only begins to listen, when the one that is told ends
     EXPECT_TRUE(Listens()) << "nobody listens for changes";
     m_changes.Fire();
   }

@@ -31,7 +31,8 @@
 #pragma once
 
 #if !defined(__MINGW32__) || !defined(__x86_64__)
-#error "QeLaApi.h: standard C++ types cross the library's border, so its host needs its compiler, MinGW-w64 for x86-64. Other hosts include qela.h."
+#error \
+    "QeLaApi.h: standard C++ types cross the library's border, so its host needs its compiler, MinGW-w64 for x86-64. Other hosts include qela.h."
 #endif
 
 #include <cstdint>
@@ -42,10 +43,12 @@
 #include "QeLaLocation.h"
 
 #if !defined(_UCRT) || !defined(__GLIBCXX__) || !_GLIBCXX_USE_CXX11_ABI
-#error "QeLaApi.h: standard C++ types cross the library's border, so its host needs its run time: the UCRT and libstdc++ with its newer strings."
+#error \
+    "QeLaApi.h: standard C++ types cross the library's border, so its host needs its run time: the UCRT and libstdc++ with its newer strings."
 #endif
 #ifdef _GLIBCXX_DEBUG
-#error "QeLaApi.h: standard C++ types cross the library's border, and those of the debug mode are others. Compile without _GLIBCXX_DEBUG."
+#error \
+    "QeLaApi.h: standard C++ types cross the library's border, and those of the debug mode are others. Compile without _GLIBCXX_DEBUG."
 #endif
 
 // The host's lock type. The library uses its address as that of a Win32 CRITICAL_SECTION.
