@@ -1,11 +1,12 @@
 #!/bin/bash
-# The page for hosts: what it shows can be built as it stands. A block of code names its file behind the language. Files
+# The page for hosts, and the README: what they show can be built as it stands. A block of code names its file behind the language. Files
 # of one section lie in one folder; where one of them is CMakeLists.txt it is built, else each is compiled.
 . "$(dirname "$0")/package.sh"
-page=$package/docs/hosting.md
 folder=$unpacked/page
 rm -rf "$folder"
 mkdir "$folder"
+page=$unpacked/pages.md
+cat "$package"/docs/{hosting,README}.md >"$page"
 
 it "names a file for every block of code"
 expect "$(grep -n '^```[a-z]' "$page" | grep -vE '```(c|cpp|cmake) [A-Za-z_]+\.[a-z]+$')" ''
