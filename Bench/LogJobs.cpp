@@ -1,4 +1,4 @@
-// The logging library's stand-in with a file.
+// LogLib with a file.
 #include <windows.h>
 
 #include <string>
@@ -90,5 +90,5 @@ void WriteLines(Run& run) {
 }  // namespace
 
 void AddLogJobs(Jobs& jobs) {
-  jobs.push_back({.name = "log stand-in, a line to a file", .goal = {.factor = 1.5}, .measure = WriteLines});
+  jobs.push_back({.name = "LogLib, a line to a file", .goal = {.factor = 1.5}, .measure = WriteLines});
 }

@@ -33,7 +33,7 @@ check_rows Docs/quirks.md "Guarded by"
 check_rows Docs/windows-truth.md "Shown by"
 
 # A comment may name a suite instead of a test.
-comments=$(find FwClient HostStandIns ScriptedWindows Tools Tests Bench \( -name '*.h' -o -name '*.cpp' \) -print0 | xargs -0 cat |
+comments=$(find FwClient HostLibraries ScriptedWindows Tools Tests Bench \( -name '*.h' -o -name '*.cpp' \) -print0 | xargs -0 cat |
   sed -E 's|^ *// ?||' | tr '\n' ' ' | grep -oE '[Gg]uarded by [A-Za-z0-9_.]+' | sed -E 's/.* //; s/\.$//' | sort -u)
 for guard in $comments; do
   grep -qE "^$guard(\.|$)|^${guard}[A-Za-z0-9_]*\." <<<"$tests" || complain "a comment names the test $guard, which does not exist"

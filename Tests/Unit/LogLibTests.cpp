@@ -1,4 +1,4 @@
-// The log stand-in: its texts, its sink, and through a copy of the DLL its file and console output.
+// LogLib: its texts, its sink, and through a copy of the DLL its file and console output.
 #include <windows.h>
 #include <LogLib.h>
 #include <LogLibHost.h>

@@ -85,6 +85,16 @@ class FrameworkSpy {
                      }};
 };
 
+// A framework whose answer is a text and no list.
+constexpr wchar_t kLonelySecret[] = L"a lonely secret";
+int AnswerText(BLObjectHandle, const char*, const KzVariant*, KzVariant** answer) {
+  // Not through the import table, where a spy would take the block for the caller's.
+  const FARPROC alloc = ::GetProcAddress(::GetModuleHandleW(L"blframework.dll"), "BLAlloc");
+  *answer = KzvString(kLonelySecret, nullptr, 0)
+                .BuildNewKzVariant(reinterpret_cast<KzVariantAlloc>(reinterpret_cast<void*>(alloc)));
+  return 0;
+}
+
 class ProxyCredentials : public testing::Test {
  protected:
   ~ProxyCredentials() override {
@@ -182,26 +192,28 @@ TEST_F(ProxyCredentials, TheFrameworkIsCalledInItsOrder) {
 
 TEST_F(ProxyCredentials, AFrameworkThatDoesNotStartIsAskedForNothing) {
   BLFrameworkHost::setProxyCredentials(L"user", L"secret");
-  BLFrameworkHost::failCall("BLFrameworkInit", 5);
+  const ImportPatch failing(ThisProgram(), "BLFrameworkInit", +[]() { return 5; });
   EXPECT_EQ(CallsOfFailedFetch(), (Calls{"BLFrameworkInit"}));
 }
 
 TEST_F(ProxyCredentials, AnUnavailableObjectEndsInCleanUp) {
   BLFrameworkHost::setProxyCredentials(L"user", L"secret");
-  BLFrameworkHost::failCall("BLGetObjectHandle", -1);
+  const ImportPatch failing(
+      ThisProgram(), "BLGetObjectHandle", +[](const char*, unsigned int, unsigned int, BLObjectHandle*) { return -1; });
   EXPECT_EQ(CallsOfFailedFetch(), (Calls{"BLFrameworkInit", "BLGetObjectHandle RVX 0 0", "BLFrameworkCleanUp"}));
 }
 
 TEST_F(ProxyCredentials, WithoutMemoryForTheArgumentTheMethodIsNotInvoked) {
   BLFrameworkHost::setProxyCredentials(L"user", L"secret");
-  BLFrameworkHost::failCall("BLAlloc", 1);
+  const ImportPatch failing(ThisProgram(), "BLAlloc", +[](std::size_t) -> void* { return nullptr; });
   EXPECT_EQ(CallsOfFailedFetch(), (Calls{"BLFrameworkInit", "BLGetObjectHandle RVX 0 0", "BLAlloc",
                                          "BLReleaseObjectHandle", "BLFrameworkCleanUp"}));
 }
 
 TEST_F(ProxyCredentials, AFailedMethodReleasesHandleThenArgument) {
   BLFrameworkHost::setProxyCredentials(L"user", L"secret");
-  BLFrameworkHost::failCall("BLInvokeMethod", 1);
+  const ImportPatch failing(
+      ThisProgram(), "BLInvokeMethod", +[](BLObjectHandle, const char*, const KzVariant*, KzVariant**) { return 1; });
   EXPECT_EQ(CallsOfFailedFetch(), (Calls{"BLFrameworkInit", "BLGetObjectHandle RVX 0 0", "BLAlloc",
                                          "BLInvokeMethod proxyCredentials(proxyCredentials)", "BLReleaseObjectHandle",
                                          "BLFree argument", "BLFrameworkCleanUp"}));
@@ -218,18 +230,28 @@ TEST_F(ProxyCredentials, WhatAFailedMethodLeavesAsItsAnswerIsNotTouched) {
 
 TEST_F(ProxyCredentials, AFailedReleaseOfTheObjectChangesNothing) {
   BLFrameworkHost::setProxyCredentials(L"user", L"secret");
-  BLFrameworkHost::failCall("BLReleaseObjectHandle", 1);
+  static const ImportPatch* s_failing;
+  const ImportPatch failing(
+      ThisProgram(), "BLReleaseObjectHandle", +[](BLObjectHandle handle) {
+        s_failing->Original<decltype(BLReleaseObjectHandle)>()(handle);
+        return 1;
+      });
+  s_failing = &failing;
   ExpectFetched(L"user", L"secret");
 }
 
 TEST_F(ProxyCredentials, AnAnswerThatIsNoListIsFreedAndIgnored) {
-  BLFrameworkHost::setTextAnswer(L"password");
+  const ImportPatch framework(ThisProgram(), "BLInvokeMethod", &AnswerText);
   const Calls calls = CallsOfFailedFetch();
   EXPECT_EQ(std::count(calls.begin(), calls.end(), "BLFree answer"), 1);
 }
 
 TEST_F(ProxyCredentials, AMissingAnswerIsIgnored) {
-  BLFrameworkHost::setNullAnswer();
+  const ImportPatch framework(
+      ThisProgram(), "BLInvokeMethod", +[](BLObjectHandle, const char*, const KzVariant*, KzVariant** answer) {
+        *answer = nullptr;
+        return 0;
+      });
   const Calls calls = CallsOfFailedFetch();
   EXPECT_EQ(calls.back(), "BLFrameworkCleanUp");
 }
@@ -380,8 +402,8 @@ TEST_F(ProxyCredentials, AreWipedFromTheAnswerBeforeItIsGivenBack) {
 }
 
 TEST_F(ProxyCredentials, AreWipedFromAnAnswerThatIsNoList) {
-  BLFrameworkHost::setTextAnswer(L"a lonely secret");
-  const ReturnedMemorySpy spy({L"a lonely secret"});
+  const ImportPatch framework(ThisProgram(), "BLInvokeMethod", &AnswerText);
+  const ReturnedMemorySpy spy({kLonelySecret});
   ExpectFetched(L"", L"");
   EXPECT_EQ(spy.Blocks(), 2);
   EXPECT_TRUE(spy.Found().empty());

@@ -404,7 +404,7 @@ TEST_F(AddressFamilyTest, IsZeroAndLoggedWithBothErrorsWhenTheQuestionFails) {
   EXPECT_THAT(m_log.Events(), Each(Field(&LoggedEvent::file, "FwClient/Service/QeLaLib/QeLaUtils.cpp")));
 }
 
-// Winsock itself, without a stand-in: localhost is known to every machine.
+// Winsock itself, unscripted: localhost is known to every machine.
 TEST(AddressFamily, OfLocalhostIsFoundWithoutDns) {
   const WinsockGuard winsock;
   EXPECT_THAT(IsIPV4orIPV6(L"localhost"), testing::AnyOf(kIPv4, kIPv6));

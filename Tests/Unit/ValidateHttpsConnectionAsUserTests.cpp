@@ -18,7 +18,7 @@ class ValidateHttpsConnectionAsUser : public ScriptedHttps {
 };
 
 // Past the import table, where a test stands.
-void BLFrameworkCleanUpOfTheStandIn() {
+void BLFrameworkCleanUpItself() {
   const HMODULE module = ::GetModuleHandleW(L"blframework.dll");
   reinterpret_cast<void (*)()>(reinterpret_cast<void*>(::GetProcAddress(module, "BLFrameworkCleanUp")))();
 }
@@ -97,7 +97,7 @@ TEST_F(ValidateHttpsConnectionAsUser, FetchesTheProductsCredentialsBeforeItLooks
   const ImportPatch patch(
       ::GetModuleHandleW(nullptr), "BLFrameworkCleanUp", +[] {
         WindowsScript::Current().Note("BLFrameworkCleanUp");
-        BLFrameworkCleanUpOfTheStandIn();
+        BLFrameworkCleanUpItself();
       });
   m_user.proxyList = L"p1:8080";
   m_https.answers = {HttpsAnswer::ProxyAsks(1), HttpsAnswer::Status(200)};

@@ -7,7 +7,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <cwchar>
-#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -35,9 +34,7 @@ struct NamedText {
 struct State {
   HostCallback<qela_credentials_callback> callback;
   std::mutex lock;
-  std::function<KzVariant*()> buildAnswer;
-  std::string failingCall;  // empty: none
-  int failureStatus = 0;
+  std::vector<NamedText> answer;
   unsigned int initializations = 0;
   std::set<BLObjectHandle> handles;
   std::map<void*, std::size_t> blocks;
@@ -47,11 +44,6 @@ struct State {
 State& TheState() {
   static State* const state = new State;
   return *state;
-}
-
-// The status with which the call is to fail, or 0.
-int InjectedStatus(const State& state, const char* function) {
-  return state.failingCall == function ? state.failureStatus : 0;
 }
 
 [[noreturn]] void EndProcess(const char* reason) {
@@ -104,10 +96,10 @@ class HostCredentials {
   bool m_given = false;
 };
 
-void SetAnswer(std::function<KzVariant*()> buildAnswer) {
+void SetAnswer(std::vector<NamedText> answer) {
   State& state = TheState();
   const std::lock_guard lock(state.lock);
-  state.buildAnswer = std::move(buildAnswer);
+  state.answer.swap(answer);
 }
 
 }  // namespace
@@ -115,9 +107,8 @@ void SetAnswer(std::function<KzVariant*()> buildAnswer) {
 int BLFrameworkInit() noexcept {
   State& state = TheState();
   const std::lock_guard lock(state.lock);
-  const int status = InjectedStatus(state, "BLFrameworkInit");
-  if (status == 0) ++state.initializations;
-  return status;
+  ++state.initializations;
+  return 0;
 }
 
 void BLFrameworkCleanUp() noexcept {
@@ -130,7 +121,6 @@ void BLFrameworkCleanUp() noexcept {
 int BLGetObjectHandle(const char* objectName, unsigned int, unsigned int, BLObjectHandle* objectHandle) noexcept {
   State& state = TheState();
   const std::lock_guard lock(state.lock);
-  if (const int status = InjectedStatus(state, "BLGetObjectHandle"); status != 0) return status;
   if (state.initializations == 0 || objectName == nullptr || std::strcmp(objectName, "RVX") != 0) return kStatusUnknown;
   auto object = std::unique_ptr<BLObject>(new (std::nothrow) BLObject);
   if (object == nullptr) return kStatusFailed;
@@ -144,14 +134,13 @@ int BLReleaseObjectHandle(BLObjectHandle objectHandle) noexcept {
   const std::lock_guard lock(state.lock);
   if (state.handles.erase(objectHandle) == 0) EndProcess("BLReleaseObjectHandle of an unknown handle");
   delete objectHandle;
-  return InjectedStatus(state, "BLReleaseObjectHandle");
+  return 0;
 }
 
 int BLInvokeMethod(BLObjectHandle objectHandle, const char* method, const KzVariant* argument,
                    KzVariant** answer) noexcept {
   State& state = TheState();
   std::unique_lock lock(state.lock);
-  if (const int status = InjectedStatus(state, "BLInvokeMethod"); status != 0) return status;
   const wchar_t* const text = KzvView(argument).String();
   if (!state.handles.contains(objectHandle) || std::strcmp(method, "proxyCredentials") != 0 || text == nullptr ||
       std::wcscmp(text, L"proxyCredentials") != 0)
@@ -159,17 +148,14 @@ int BLInvokeMethod(BLObjectHandle objectHandle, const char* method, const KzVari
   lock.unlock();
   const HostCredentials credentials(state);
   lock.lock();
-  if (credentials.Asked())
-    *answer = credentials.BuildAnswer();
-  else
-    *answer = state.buildAnswer ? state.buildAnswer() : BuildList({});
+  *answer = credentials.Asked() ? credentials.BuildAnswer() : BuildList(state.answer);
   return 0;
 }
 
 void* BLAlloc(std::size_t bytes) noexcept {
   State& state = TheState();
   const std::lock_guard lock(state.lock);
-  return InjectedStatus(state, "BLAlloc") == 0 ? Allocate(state, bytes) : nullptr;
+  return Allocate(state, bytes);
 }
 
 void BLFree(void* memory) noexcept {
@@ -198,7 +184,7 @@ void setAnswer(const KzvElement* elements, std::uint32_t count) {
     if (elements[i].name != nullptr) texts[i].name = elements[i].name;
     if (elements[i].text != nullptr) texts[i].text = elements[i].text;
   }
-  SetAnswer([texts = std::move(texts)] { return BuildList(texts); });
+  SetAnswer(std::move(texts));
 }
 
 void setProxyCredentials(const wchar_t* userName, const wchar_t* password) {
@@ -206,29 +192,7 @@ void setProxyCredentials(const wchar_t* userName, const wchar_t* password) {
   setAnswer(elements, 2);
 }
 
-void setNullAnswer() {
-  SetAnswer([]() -> KzVariant* { return nullptr; });
-}
-
-void setTextAnswer(const wchar_t* text) {
-  SetAnswer([copy = std::wstring(text)] {
-    return KzvString(copy.c_str(), nullptr, 0).BuildNewKzVariant([](std::size_t bytes) {
-      return Allocate(TheState(), bytes);
-    });
-  });
-}
-
-void failCall(const char* function, int status) {
-  State& state = TheState();
-  const std::lock_guard lock(state.lock);
-  state.failingCall = function == nullptr ? "" : function;
-  state.failureStatus = status;
-}
-
-void reset() {
-  SetAnswer(nullptr);
-  failCall(nullptr, 0);
-}
+void reset() { SetAnswer({}); }
 
 InUse inUse() {
   State& state = TheState();
