@@ -18,7 +18,7 @@ yes match --address 10.0.0.9 --range 10.0.0.1 10.0.0.10
 yes match --address fe80::1%5 --subnet fe80::/10
 no match --address 10.0.0.1 --range :: ffff::
 answer qela match --address 10.0.0.1 --subnet 10.0.0.0/8 --json
-expect_answer 0 '{"match":true}' ''
+expect_answer 0 '{"schema":1,"match":true}' ''
 
 it "matches the addresses of the adapters that are up"
 yes match --adapters --exact 10.20.0.15

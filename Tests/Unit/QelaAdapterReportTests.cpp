@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "FwClient/Service/QeLaLib/AdapterProps.h"
+#include "Tools/qela/AdapterView.h"
 
 namespace {
 
@@ -27,7 +28,7 @@ AdapterProps FullAdapter() {
 void ExpectReadBack(const AdapterProps& adapter) {
   const auto read = ParseAdapterProperties(RenderAdapterProps(adapter));
   ASSERT_TRUE(read.has_value());
-  EXPECT_EQ(read->index, adapter.ifIndex);
+  EXPECT_EQ(read->ifIndex, adapter.ifIndex);
   EXPECT_EQ(read->description, adapter.description);
   EXPECT_EQ(read->gateways, adapter.gateways);
   EXPECT_EQ(read->dhcpEnabled, adapter.dhcpEnabled);
@@ -115,8 +116,8 @@ TEST_F(QelaAdapterLog, HoldsTheAdaptersOfTheLastCalculation) {
     Log(L"//---------------------------------------------\n");
   }
   ASSERT_EQ(report.Adapters().size(), 2u);
-  EXPECT_EQ(report.Adapters()[0].index, 1u);
-  EXPECT_EQ(report.Adapters()[1].index, 2u);
+  EXPECT_EQ(report.Adapters()[0].ifIndex, 1u);
+  EXPECT_EQ(report.Adapters()[1].ifIndex, 2u);
   Log(L"Adapters List :");
   EXPECT_TRUE(report.Adapters().empty());
 }
@@ -142,8 +143,8 @@ TEST_F(QelaAdapterLog, TellsWhenTheHostIsNotCalled) {
 }
 
 TEST(QelaAdapterReport, NamesAnAdapterByItsIndex) {
-  ReportedAdapter adapter;
-  adapter.index = 3;
+  AdapterProps adapter;
+  adapter.ifIndex = 3;
   adapter.description = L"eth0";
   EXPECT_EQ(DescriptionOf({adapter}, 3), L"eth0");
   EXPECT_EQ(DescriptionOf({adapter}, 4), L"");

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include "Tools/qela/CommandError.h"
+#include "Tools/qela/Commands.h"
 
 namespace {
 
@@ -24,7 +25,7 @@ std::string Refusal(const std::vector<std::wstring>& arguments) {
 
 // What `location add` makes of one criterion option.
 std::wstring Stored(const std::wstring& option, const std::wstring& value) {
-  return Parse({L"location", L"add", L"Name", option, value}).criteria.at(0).value;
+  return Parse({L"location", L"add", L"Name", option, value}).edit.criteria.at(0).value;
 }
 
 std::string RefusedValue(const std::wstring& option, const std::wstring& value) {
@@ -32,14 +33,14 @@ std::string RefusedValue(const std::wstring& option, const std::wstring& value) 
 }
 
 TEST(QelaCommandLine, EveryCommandIsKnown) {
-  EXPECT_EQ(Parse({L"adapters"}).command, Command::kAdapters);
-  EXPECT_EQ(Parse({L"locations"}).command, Command::kLocations);
-  EXPECT_EQ(Parse({L"current"}).command, Command::kCurrent);
-  EXPECT_EQ(Parse({L"watch"}).command, Command::kWatch);
-  EXPECT_EQ(Parse({L"location", L"add", L"x"}).command, Command::kAddLocation);
-  EXPECT_EQ(Parse({L"location", L"remove", L"x"}).command, Command::kRemoveLocation);
-  EXPECT_EQ(Parse({L"location", L"enable", L"x"}).command, Command::kEnableLocation);
-  EXPECT_EQ(Parse({L"location", L"disable", L"x"}).command, Command::kDisableLocation);
+  EXPECT_EQ(Parse({L"adapters"}).run, &ShowAdapters);
+  EXPECT_EQ(Parse({L"locations"}).run, &ShowLocations);
+  EXPECT_EQ(Parse({L"current"}).run, &ShowCurrent);
+  EXPECT_EQ(Parse({L"watch"}).run, &Watch);
+  EXPECT_EQ(Parse({L"location", L"add", L"x"}).run, &AddLocation);
+  EXPECT_EQ(Parse({L"location", L"remove", L"x"}).run, &RemoveLocation);
+  EXPECT_EQ(Parse({L"location", L"enable", L"x"}).run, &EnableLocation);
+  EXPECT_EQ(Parse({L"location", L"disable", L"x"}).run, &DisableLocation);
 }
 
 TEST(QelaCommandLine, JsonAndVerboseBelongToEveryCommand) {
@@ -75,24 +76,21 @@ TEST(QelaCommandLine, ALocationTakesAllItsOptions) {
                                  L"--note",          L"a note",
                                  L"--disabled",      L"--force"});
   EXPECT_EQ(options.location, L"Office");
-  EXPECT_EQ(options.note, L"a note");
-  EXPECT_TRUE(options.disabled);
-  EXPECT_TRUE(options.force);
+  EXPECT_EQ(options.edit.note, L"a note");
+  EXPECT_EQ(options.edit.enabled, false);
+  EXPECT_TRUE(options.edit.force);
   const std::vector<std::pair<LOCATION_CRITERIA_TYPE, std::wstring>> expected = {
-      {LCT_DNS_SUFFIX, L"*.corp.example"},
-      {LCT_DEFAULT_GATEWAY, L"10.0.0.1"},
-      {LCT_DEFAULT_GATEWAY, L"10.0.0.2"},
-      {LCT_DHCP_SERVER, L"10.0.0.3"},
-      {LCT_DNS_SERVER, L"fe80::1"},
-      {LCT_PRIMARY_WINS, L"10.0.0.4"},
-      {LCT_SECONDARY_WINS, L"10.0.0.5"},
-      {LCT_REGISTRY_KEY, L"HKEY_USERS\\a\\"},
-      {LCT_DOMAIN_REACHABLE, L"host.example"},
-      {LCT_ZELT_REACHABLE, L""}};
-  ASSERT_EQ(options.criteria.size(), expected.size());
+      {LCT_DNS_SUFFIX, L"*.corp.example"},    {LCT_DEFAULT_GATEWAY, L"10.0.0.1"},
+      {LCT_DEFAULT_GATEWAY, L"10.0.0.2"},     {LCT_DHCP_SERVER, L"10.0.0.3"},
+      {LCT_DNS_SERVER, L"fe80::1"},           {LCT_PRIMARY_WINS, L"10.0.0.4"},
+      {LCT_SECONDARY_WINS, L"10.0.0.5"},      {LCT_REGISTRY_KEY, L"HKEY_USERS\\a\\"},
+      {LCT_DOMAIN_REACHABLE, L"host.example"}};
+  EXPECT_EQ(options.edit.managementServer, true);
+  ASSERT_EQ(options.edit.criteria.size(), expected.size());
   for (std::size_t index = 0; index < expected.size(); ++index) {
-    EXPECT_EQ(options.criteria[index].kind, expected[index].first) << index;
-    EXPECT_EQ(options.criteria[index].value, expected[index].second) << index;
+    EXPECT_EQ(options.edit.criteria[index].change, CriterionEdit::Change::kAdd) << index;
+    EXPECT_EQ(options.edit.criteria[index].kind, expected[index].first) << index;
+    EXPECT_EQ(options.edit.criteria[index].value, expected[index].second) << index;
   }
 }
 

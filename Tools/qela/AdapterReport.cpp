@@ -75,7 +75,7 @@ class Reader {
 
 // The fields behind the description. The text ends with plain addresses, so the last label of the DNS servers is the
 // true one, whatever the suffix before it says.
-bool ParseAfterDescription(std::wstring_view text, ReportedAdapter& adapter) {
+bool ParseAfterDescription(std::wstring_view text, AdapterProps& adapter) {
   Reader reader(text);
   std::uint32_t dhcp = 0;
   const bool parsed =
@@ -93,10 +93,10 @@ bool ParseAfterDescription(std::wstring_view text, ReportedAdapter& adapter) {
 
 }  // namespace
 
-std::optional<ReportedAdapter> ParseAdapterProperties(std::wstring_view text) {
-  ReportedAdapter adapter;
+std::optional<AdapterProps> ParseAdapterProperties(std::wstring_view text) {
+  AdapterProps adapter;
   Reader reader(text);
-  if (!reader.Literal(L"\n\tInterface Index:") || !reader.Number(adapter.index) ||
+  if (!reader.Literal(L"\n\tInterface Index:") || !reader.Number(adapter.ifIndex) ||
       !reader.Literal(L"\n\tDescription :"))
     return std::nullopt;
   // The description ends at the first label from which the rest can be read.
@@ -135,7 +135,7 @@ void AdapterReport::OnEvent(std::wstring_view text) {
   }
 }
 
-std::vector<ReportedAdapter> AdapterReport::Adapters() const {
+std::vector<AdapterProps> AdapterReport::Adapters() const {
   const std::lock_guard lock(m_mutex);
   return m_adapters;
 }
@@ -143,10 +143,4 @@ std::vector<ReportedAdapter> AdapterReport::Adapters() const {
 std::size_t AdapterReport::Unreadable() const {
   const std::lock_guard lock(m_mutex);
   return m_unreadable;
-}
-
-std::wstring DescriptionOf(const std::vector<ReportedAdapter>& adapters, std::uint32_t index) {
-  const auto found = std::find_if(adapters.begin(), adapters.end(),
-                                  [&](const ReportedAdapter& adapter) { return adapter.index == index; });
-  return found == adapters.end() ? std::wstring() : found->description;
 }

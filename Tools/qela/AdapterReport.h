@@ -13,26 +13,14 @@
 #include <string_view>
 #include <vector>
 
-struct ReportedAdapter {
-  std::uint32_t index = 0;
-  std::wstring description;
-  std::vector<std::wstring> gateways;
-  bool dhcpEnabled = false;
-  std::wstring dhcpServer;
-  std::wstring dhcpV6Server;
-  std::vector<std::wstring> ipAddresses;
-  std::wstring dnsSuffix;
-  std::vector<std::wstring> dnsServers;
-  std::wstring winsPrimary;
-  std::wstring winsSecondary;
-};
+#include "FwClient/Service/QeLaLib/AdapterProps.h"
 
 // Reads the text that follows "Adapter properties:\n" in an event; empty when it is not of that form.
 //
 // Description and DNS suffix may hold anything, labels and line breaks included. All other fields hold no line break,
 // so the suffix, which comes from the network, is always told apart; a description could only be misread if it imitated
 // the whole report.
-std::optional<ReportedAdapter> ParseAdapterProperties(std::wstring_view text);
+std::optional<AdapterProps> ParseAdapterProperties(std::wstring_view text);
 
 // Listens to the log while it lives. One at a time.
 class AdapterReport {
@@ -46,7 +34,7 @@ class AdapterReport {
 
   // The adapters of the last calculation, in the library's order. On the thread that runs a calculation's callback
   // these are the adapters which that calculation matched.
-  std::vector<ReportedAdapter> Adapters() const;
+  std::vector<AdapterProps> Adapters() const;
 
   // How many adapters of the last calculation were reported in a form that could not be read.
   std::size_t Unreadable() const;
@@ -56,9 +44,6 @@ class AdapterReport {
 
   const std::function<void()> m_onSkipped;
   mutable std::mutex m_mutex;
-  std::vector<ReportedAdapter> m_adapters;
+  std::vector<AdapterProps> m_adapters;
   std::size_t m_unreadable = 0;
 };
-
-// Empty when no adapter has the index.
-std::wstring DescriptionOf(const std::vector<ReportedAdapter>& adapters, std::uint32_t index);

@@ -11,7 +11,9 @@ enum ExitCode : int {
   kWrongUsage = 2,
   kNoSuchLocation = 3,  // or not exactly one
   kUnreadableSet = 4,
-  kNo = 5,  // no error: the answer to a question
+  kNo = 5,           // no error: the answer to a question
+  kDifferences = 6,  // no error: what was compared differs
+  kInterrupted = 130,
 };
 
 // Ends the command with a message for standard error, in UTF-8.

@@ -1,16 +1,12 @@
 #include "CommandLine.h"
 
-#include <windows.h>
-
 #include <QeLaVersion.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <sstream>
+#include <utility>
 
-#include "CommandError.h"
-#include "CriterionValue.h"
-#include "Media.h"
+#include "CommandParser.h"
 #include "Output.h"
 #include "Text.h"
 
@@ -18,7 +14,8 @@ namespace {
 
 constexpr const char* kFooter =
     "Exit codes: 0 done; 1 the operation failed; 2 wrong command line; 3 no such location, or not exactly one;\n"
-    "4 a location set is stored but cannot be read; 5 no match (match, media --is). Messages go to standard error.";
+    "4 a location set is stored but cannot be read; 5 no match (match, media --is); 6 differences (diff, --dry-run);\n"
+    "130 ended by Ctrl-C. Messages go to standard error.";
 
 // A lone surrogate has no UTF-8 form; passed on as U+FFFD it would name another location.
 std::string RequireUtf8(const std::wstring& argument) {
@@ -27,150 +24,113 @@ std::string RequireUtf8(const std::wstring& argument) {
   return utf8;
 }
 
-CLI::App* AddCommand(CLI::App& parent, Options& options, const std::string& name, const std::string& description) {
-  CLI::App* command = parent.add_subcommand(name, description);
-  command->add_flag("--json", options.json, "Write JSON instead of text");
-  command->add_flag("--verbose", options.verbose, "Show the library's log on standard error");
-  command->footer(kFooter);
-  return command;
+// How many letters must be put in, taken out or exchanged to turn one word into the other.
+std::size_t Distance(const std::string& left, const std::string& right) {
+  std::vector<std::size_t> row(right.size() + 1);
+  for (std::size_t i = 0; i <= right.size(); ++i) row[i] = i;
+  for (std::size_t i = 1; i <= left.size(); ++i) {
+    std::size_t diagonal = std::exchange(row[0], i);
+    for (std::size_t j = 1; j <= right.size(); ++j) {
+      const std::size_t exchanged = diagonal + (left[i - 1] == right[j - 1] ? 0 : 1);
+      diagonal = std::exchange(row[j], std::min({row[j] + 1, row[j - 1] + 1, exchanged}));
+    }
+  }
+  return row.back();
 }
 
-// A criterion option of `location add`; it may be given several times.
-struct CriterionOption {
-  const char* name;
-  const char* placeholder;
-  const char* description;
-  LOCATION_CRITERIA_TYPE kind;
-};
+// " Did you mean ...?" for a word that is close to one of the known ones.
+std::string Suggestion(const std::string& word, const std::vector<std::string>& known) {
+  const auto closest = std::min_element(known.begin(), known.end(), [&](const auto& left, const auto& right) {
+    return Distance(word, left) < Distance(word, right);
+  });
+  constexpr std::size_t kFarthest = 3;
+  if (closest == known.end() || Distance(word, *closest) > std::min(kFarthest, word.size() / 2)) return {};
+  return " Did you mean \"" + *closest + "\"?";
+}
 
-constexpr CriterionOption kCriterionOptions[] = {
-    {"--dns-suffix", "SUFFIX", "The adapter's DNS suffix; a label may hold \"*\", as in *.corp.example",
-     LCT_DNS_SUFFIX},
-    {"--gateway", "ADDRESS", "A default gateway", LCT_DEFAULT_GATEWAY},
-    {"--dhcp-server", "ADDRESS", "The DHCP server", LCT_DHCP_SERVER},
-    {"--dns-server", "ADDRESS", "A DNS server", LCT_DNS_SERVER},
-    {"--primary-wins", "ADDRESS", "The primary WINS server", LCT_PRIMARY_WINS},
-    {"--secondary-wins", "ADDRESS", "The secondary WINS server", LCT_SECONDARY_WINS},
-    {"--registry", "TEXT",
-     "A key or value on this machine: HIVE\\Key\\ (the key exists) or HIVE\\Key\\Value=Data; HIVE is "
-     "HKEY_LOCAL_MACHINE, HKEY_CLASSES_ROOT, HKEY_CURRENT_USER or HKEY_USERS",
-     LCT_REGISTRY_KEY},
-    {"--https-host", "HOST", "A host that answers over HTTPS on port 443", LCT_DOMAIN_REACHABLE},
-};
+// The command whose words were understood, down to the last.
+const CLI::App& Innermost(const CLI::App& app) {
+  const std::vector<CLI::App*> parsed = app.get_subcommands();
+  return parsed.empty() ? app : Innermost(*parsed.front());
+}
+
+// The parser notices first that a command is missing, or an argument too many, and would not say what is close to it.
+std::string ExplainUnknown(const CLI::App& app) {
+  const std::vector<std::string> unknown = app.remaining(true);
+  if (unknown.empty()) return {};
+  const CLI::App& at = Innermost(app);
+  const std::string& word = unknown.front();
+  std::vector<std::string> known;
+  const bool isOption = word.starts_with("-");
+  if (isOption) {
+    for (const CLI::Option* option : at.get_options())
+      for (const std::string& name : option->get_lnames()) known.push_back("--" + name);
+  } else {
+    for (const CLI::App* command : at.get_subcommands([](const CLI::App*) { return true; }))
+      known.push_back(command->get_name());
+    if (known.empty()) return {};
+  }
+  return std::string(isOption ? "unknown option: " : "unknown command: ") + word + "." + Suggestion(word, known);
+}
 
 }  // namespace
 
-std::optional<Options> ParseCommandLine(const std::vector<std::wstring>& arguments) {
-  Options options;
-  std::string location;
-  std::string note;
-  bool managementServer = false;
-  std::vector<std::string> addresses;
-  std::string exact;
-  std::string subnet;
-  std::vector<std::string> range;
-  std::vector<std::string> media;
+CommandParser::CommandParser() : m_app("qela - the firewall's location awareness on the console", "qela") {
+  m_app.allow_windows_style_options(false);  // "/home" is a name
+  m_app.footer(kFooter);
+  m_app.set_version_flag("--version", "qela " QELA_VERSION_TEXT);
+  m_app.require_subcommand(1);
+}
 
-  CLI::App app("qela - the firewall's location awareness on the console", "qela");
-  app.allow_windows_style_options(false);  // "/home" is a name
-  app.footer(kFooter);
-  app.set_version_flag("--version", "qela " QELA_VERSION_TEXT);
-  app.require_subcommand(1);
-  const auto choose = [&](CLI::App* command, Command chosen) {
-    command->callback([&options, chosen] { options.command = chosen; });
-    return command;
-  };
+CLI::App* CommandParser::Add(CLI::App& parent, const std::string& name, const std::string& description,
+                             ExitCode (*run)(const Options& options)) {
+  CLI::App* command = parent.add_subcommand(name, description);
+  command->add_flag("--json", m_options.json, "Write JSON instead of text");
+  command->add_flag("--verbose", m_options.verbose, "Show the library's log on standard error");
+  command->footer(kFooter);
+  command->callback([this, run] { m_options.run = run; });
+  return command;
+}
 
-  choose(AddCommand(app, options, "adapters", "Show the network adapters as the library sees them"),
-         Command::kAdapters);
-  choose(AddCommand(app, options, "locations", "List the stored locations"), Command::kLocations);
-  choose(AddCommand(app, options, "current", "Show the locations that are current now and the adapters that matched"),
-         Command::kCurrent);
-  CLI::App* watch =
-      choose(AddCommand(app, options, "watch", "Show each change of the current locations as it happens, until Ctrl-C"),
-             Command::kWatch);
-  watch->add_option("--for", options.seconds, "End after this time")
-      ->type_name("SECONDS")
-      ->check(CLI::Range(std::uint32_t{0}, std::uint32_t{1'000'000}));
-
-  CLI::App* match = choose(AddCommand(app, options, "match",
-                                      "Tell whether any of the addresses is the one, or lies in the subnet or range, "
-                                      "that is given. Exit code 0 for a match, 5 for none."),
-                           Command::kMatch);
-  CLI::App* whose = match->add_option_group("Addresses")->require_option(1);
-  whose->add_option("--address", addresses, "An IPv4 or IPv6 address; may be given several times")
-      ->type_name("ADDRESS")
-      ->allow_extra_args(false);
-  whose->add_flag("--adapters", options.ownAddresses, "The addresses of this machine's adapters");
-  CLI::App* specification = match->add_option_group("Address specification")->require_option(1);
-  const CLI::Option* isExact = specification->add_option("--exact", exact, "This address, in exactly this spelling");
-  const CLI::Option* isSubnet =
-      specification->add_option("--subnet", subnet, "A subnet, such as 192.168.1.0/24 or 2001:db8::/32");
-  const CLI::Option* isRange =
-      specification->add_option("--range", range, "From LOW to HIGH, both included")->expected(2);
-  specification->get_option("--exact")->type_name("ADDRESS");
-  specification->get_option("--subnet")->type_name("ADDRESS/PREFIX");
-  specification->get_option("--range")->type_name("LOW HIGH");
-
-  choose(AddCommand(app, options, "macs", "Show the physical addresses of the network adapters"), Command::kMacs);
-
-  CLI::App* mediaCommand =
-      choose(AddCommand(app, options, "media", "Show the media type of each adapter, or ask for one"), Command::kMedia);
-  CLI::Option* asked = mediaCommand
-                           ->add_option("--is", media,
-                                        "Tell whether an adapter is of this type; may be given several times. An "
-                                        "adapter of type \"other\" agrees with each")
-                           ->type_name("wired|wireless|virtual")
-                           ->allow_extra_args(false)
-                           ->check(CLI::IsMember({"wired", "wireless", "virtual"}));
-  mediaCommand
-      ->add_option("--index", options.indexes, "Ask about the adapter with this index only; may be given several times")
-      ->type_name("INDEX")
-      ->allow_extra_args(false)
-      ->needs(asked);
-
-  CLI::App* group = app.add_subcommand("location", "Add, remove, enable or disable a stored location");
+CLI::App* CommandParser::AddGroup(const std::string& name, const std::string& description) {
+  CLI::App* group = m_app.add_subcommand(name, description);
   group->require_subcommand(1);
-  group->footer("A running service keeps its own copy: it must load again to see a change.\n\n" + std::string(kFooter));
+  group->footer(kFooter);
+  return group;
+}
 
-  CLI::App* add =
-      choose(AddCommand(*group, options, "add",
-                        "Store a new location. It is current where one adapter meets a value of every kind "
-                        "of criterion given; without criteria it is current everywhere.\n"
-                        "Options of criteria may be given several times; values of one kind are alternatives."),
-             Command::kAddLocation);
-  add->add_option("NAME", location, "The location's name")->type_name("")->required();
-  // Called once an option with its one value: a list of values would take the name that follows it.
-  for (const CriterionOption& option : kCriterionOptions)
-    add->add_option_function<std::string>(
-           option.name,
-           [&options, &option](const std::string& value) {
-             options.criteria.push_back({option.kind, CheckCriterionValue(option.kind, option.name, ToWide(value))});
-           },
-           option.description)
-        ->type_name(option.placeholder)
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast)
-        ->trigger_on_parse();
-  add->add_flag("--management-server", managementServer, "The management server can be resolved in DNS");
-  add->add_option("--note", note, "Free text that is kept with the location")->type_name("TEXT");
-  add->add_flag("--disabled", options.disabled, "Store it, but let it never be current until it is enabled");
-  add->add_flag("--force", options.force, "Add it although a location of this name is stored already");
+void CommandParser::SetExamples(CLI::App* command, const std::string& examples) {
+  command->footer("Examples:\n" + examples + "\n" + kFooter);
+}
 
-  const struct {
-    const char* name;
-    const char* description;
-    Command command;
-  } changes[] = {
-      {"remove", "Remove a stored location", Command::kRemoveLocation},
-      {"enable", "Let a location take part again", Command::kEnableLocation},
-      {"disable", "Keep a location, but let it never be current", Command::kDisableLocation},
-  };
-  for (const auto& change : changes)
-    choose(AddCommand(*group, options, change.name, change.description), change.command)
-        ->add_option("NAME-OR-ID", location, "The location's ID or its exact name")
-        ->type_name("")
-        ->required();
+// Called once an option with its one value: a list of values would take the word that follows it.
+CLI::Option* CommandParser::AddText(CLI::App* command, const std::string& name, std::wstring& target,
+                                    const std::string& description, const std::string& placeholder) {
+  return command
+      ->add_option_function<std::string>(
+          name, [&target](const std::string& value) { target = ToWide(value); }, description)
+      ->type_name(placeholder);
+}
 
+CLI::Option* CommandParser::AddText(CLI::App* command, const std::string& name, std::optional<std::wstring>& target,
+                                    const std::string& description, const std::string& placeholder) {
+  return command
+      ->add_option_function<std::string>(
+          name, [&target](const std::string& value) { target = ToWide(value); }, description)
+      ->type_name(placeholder);
+}
+
+CLI::Option* CommandParser::AddTexts(CLI::App* command, const std::string& name, std::vector<std::wstring>& target,
+                                     const std::string& description, const std::string& placeholder) {
+  return command
+      ->add_option_function<std::string>(
+          name, [&target](const std::string& value) { target.push_back(ToWide(value)); }, description)
+      ->type_name(placeholder)
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast)
+      ->trigger_on_parse();
+}
+
+bool CommandParser::Parse(const std::vector<std::wstring>& arguments) {
   std::vector<std::string> reversed;  // as the parser wants them
   bool optionsEnded = false;
   for (const std::wstring& argument : arguments) {
@@ -183,45 +143,38 @@ std::optional<Options> ParseCommandLine(const std::vector<std::wstring>& argumen
       reversed.emplace_back();
     }
   }
+  // "qela help location add" is "qela location add --help".
+  if (!reversed.empty() && reversed.front() == "help") {
+    reversed.erase(reversed.begin());
+    reversed.emplace_back("--help");
+  }
   std::reverse(reversed.begin(), reversed.end());
   try {
-    app.parse(reversed);
+    m_app.parse(reversed);
+    return true;
   } catch (const CLI::ParseError& error) {
-    // The parser notices first that a command is missing and would not name the word that stands in its place.
-    const std::vector<std::string> unknown = app.remaining(true);
-    if (dynamic_cast<const CLI::RequiredError*>(&error) != nullptr && !unknown.empty())
-      throw CommandError(kWrongUsage,
-                         "unknown command: " + unknown.front() + "\nRun with --help for more information.");
     std::ostringstream output;
     std::ostringstream message;
-    if (app.exit(error, output, message) == 0) {
+    if (m_app.exit(error, output, message) == 0) {
       Print(output.str());
-      return std::nullopt;
+      return false;
     }
-    std::string text = message.str();
+    const bool isUnknown = dynamic_cast<const CLI::RequiredError*>(&error) != nullptr ||
+                           dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr;
+    std::string text = isUnknown ? ExplainUnknown(m_app) : std::string();
+    if (text.empty())
+      text = message.str();
+    else
+      text += "\nRun with --help for more information.";
     while (text.ends_with('\n')) text.pop_back();
     throw CommandError(kWrongUsage, text);
   }
+}
 
-  options.location = ToWide(location);
-  options.note = ToWide(note);
-  for (const std::string& address : addresses) options.addresses.push_back(ToWide(address));
-  if (isExact->count() != 0) {
-    options.addressKind = FIAT_SINGLE_IP;
-    options.first = ToWide(exact);
-  } else if (isSubnet->count() != 0) {
-    options.addressKind = FIAT_SUBNET;
-    options.first = ToWide(subnet);
-  } else if (isRange->count() != 0) {
-    options.addressKind = FIAT_RANGE_IP;
-    options.first = ToWide(range[0]);
-    options.second = ToWide(range[1]);
-  }
-  for (const std::string& name : media)
-    options.mediaMask |= static_cast<std::uint8_t>(name == "wired" ? Wired : name == "wireless" ? Wireless : Virtual);
-  // Only the location's own commands ask for a name.
-  if (group->parsed() && options.location.empty())
-    throw CommandError(kWrongUsage, "the location's name must not be empty");
-  if (managementServer) options.criteria.push_back({LCT_ZELT_REACHABLE, L""});
-  return options;
+std::optional<Options> ParseCommandLine(const std::vector<std::wstring>& arguments) {
+  CommandParser parser;
+  AddReadingCommands(parser);
+  AddEditingCommands(parser);
+  if (!parser.Parse(arguments)) return std::nullopt;
+  return std::move(parser.Result());
 }

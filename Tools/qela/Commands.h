@@ -1,18 +1,26 @@
-// The commands. Each prints its result and throws CommandError when it fails.
+// The commands. Each prints its result, answers with the process's exit code, and throws CommandError when it fails.
 #pragma once
 
 #include "CommandError.h"
 #include "Options.h"
 
-void ShowAdapters(const Options& options);
-void ShowLocations(const Options& options);
-void ShowCurrent(const Options& options);
-void AddLocation(const Options& options);
-void RemoveLocation(const Options& options);
-void EnableLocation(const Options& options);  // or disable, as the command says
-void Watch(const Options& options);
-void ShowMacs(const Options& options);
+// Of the machine and the stored set, without a service and without a probe.
+ExitCode ShowAdapters(const Options& options);
+ExitCode ShowMacs(const Options& options);
+ExitCode ShowMedia(const Options& options);       // with a question: kDone for yes, kNo for no
+ExitCode MatchAddresses(const Options& options);  // kDone for yes, kNo for no
+ExitCode ShowLocations(const Options& options);
+ExitCode ShowLocation(const Options& options);
 
-// These answer a question: kDone for yes, kNo for no.
-ExitCode MatchAddresses(const Options& options);
-ExitCode ShowMedia(const Options& options);  // without a question: kDone
+// Edits of the stored set.
+ExitCode AddLocation(const Options& options);
+ExitCode SetLocation(const Options& options);
+ExitCode RenameLocation(const Options& options);
+ExitCode MoveLocation(const Options& options);
+ExitCode RemoveLocation(const Options& options);
+ExitCode EnableLocation(const Options& options);
+ExitCode DisableLocation(const Options& options);
+
+// What the library itself decides: these make its service, which calculates, with probes.
+ExitCode ShowCurrent(const Options& options);
+ExitCode Watch(const Options& options);

@@ -1,108 +1,233 @@
-#include <windows.h>
-
+// The edits of single locations: each reads the stored set, changes one location and writes the set, without a service.
 #include <algorithm>
+#include <cwctype>
 
-#include "CommandError.h"
+#include "AdapterView.h"
 #include "Commands.h"
-#include "FwClient/Common/Utilities/UniqueHandle.h"
 #include "Json.h"
+#include "LocationText.h"
 #include "Output.h"
-#include "Service.h"
+#include "StoredSet.h"
 #include "Text.h"
 
 namespace {
 
-// Two edits at once would each load the set before the other saved it, and one would be lost.
-class EditGuard {
- public:
-  EditGuard() : m_mutex(::CreateMutexW(nullptr, FALSE, L"Global\\qela location edit")) {
-    constexpr DWORD kWaitMs = 60'000;
-    const DWORD result = ::WaitForSingleObject(m_mutex.get(), kWaitMs);
-    if (result != WAIT_OBJECT_0 && result != WAIT_ABANDONED)
-      throw CommandError(kFailed,
-                         "another qela is changing the locations. Nothing was changed; run the command again.");
-  }
-  ~EditGuard() { ::ReleaseMutex(m_mutex.get()); }
-  EditGuard(const EditGuard&) = delete;
-  EditGuard& operator=(const EditGuard&) = delete;
+void Note(const std::string& text) { PrintDiagnostic("qela: note: " + text + "\n"); }
 
- private:
-  UniqueKernelHandle m_mutex;
-};
-
-void Report(const Options& options, const _IQeLocation& location, const std::string& action, const std::string& text) {
+void Report(const Options& options, const CQeLocation& location, const std::string& action, const std::string& text) {
   if (options.json)
-    Print(ToLine({{"id", ToUtf8(location.GetId())}, {"name", ToUtf8(location.GetName())}, {"action", action}}));
+    Print(ToLine({{"id", ToUtf8(location.Id())}, {"name", ToUtf8(location.Name())}, {"action", action}}));
   else
     Print(text + "\n");
 }
 
-void TellAboutService() { PrintDiagnostic("A running service keeps its own copy: it must load again to see this.\n"); }
+void Save(StoredSetEdit& edit) {
+  edit.Save();
+  PrintDiagnostic(
+      "A running service keeps its own copy: one whose host reloads on edit takes this over now, another when it loads "
+      "again. One that saves before that overwrites it.\n");
+}
 
-std::string Quoted(const _IQeLocation& location) {
-  return "\"" + Printable(location.GetName()) + "\" (" + Printable(location.GetId()) + ")";
+// Without letter case and blanks, which is what people take for the same name.
+std::wstring Blurred(const std::wstring& name) {
+  std::wstring blurred;
+  for (const wchar_t unit : name)
+    if (!std::iswspace(unit)) blurred += static_cast<wchar_t>(std::towlower(unit));
+  return blurred;
+}
+
+void NoteSimilarNames(const LocationSet& set, const CQeLocation& named) {
+  for (const CQeLocation& location : set)
+    if (location.Id() != named.Id() && location.Name() != named.Name() &&
+        Blurred(location.Name()) == Blurred(named.Name()))
+      Note("the name differs from that of " + Quoted(location) + " only in case or blanks");
+}
+
+// Names are no keys: the library takes two locations of one name. An administrator hardly ever means it, and could from
+// then on tell the two apart only by their IDs, so it has to be asked for.
+void RequireFreeName(const LocationSet& set, const std::wstring& name, const CQeLocation* except, bool force) {
+  const bool taken = std::any_of(set.begin(), set.end(), [&](const CQeLocation& location) {
+    return &location != except && location.Name() == name;
+  });
+  if (taken && !force)
+    throw CommandError(kNoSuchLocation, "a location named \"" + Printable(name) +
+                                            "\" is stored already; --force lets another one have this name");
+}
+
+void AddFromAdapter(CQeLocation& location, std::uint32_t index) {
+  const SharedAdapters adapters = TakeAdapters();
+  const auto adapter =
+      std::find_if(adapters->begin(), adapters->end(), [&](const AdapterProps& each) { return each.ifIndex == index; });
+  if (adapter == adapters->end()) {
+    std::string message = "no adapter that is up has the index " + std::to_string(index) + "; there are:";
+    for (const AdapterProps& each : *adapters)
+      message += "\n  " + std::to_string(each.ifIndex) + " " + Printable(each.description);
+    throw CommandError(kFailed, message);
+  }
+  const auto add = [&](LOCATION_CRITERIA_TYPE kind, const std::wstring& value) {
+    if (!value.empty()) location.AddCriteria(&kind, value);
+  };
+  add(LCT_DNS_SUFFIX, adapter->dnsSuffix);
+  for (const std::wstring& gateway : adapter->gateways) add(LCT_DEFAULT_GATEWAY, gateway);
+  add(LCT_DHCP_SERVER, adapter->dhcpServer);
+  add(LCT_DHCP_SERVER, adapter->dhcpV6Server);
+  for (const std::wstring& server : adapter->dnsServers) add(LCT_DNS_SERVER, server);
+  add(LCT_PRIMARY_WINS, adapter->winsPrimary);
+  add(LCT_SECONDARY_WINS, adapter->winsSecondary);
+  PrintDiagnostic("Criteria of adapter " + std::to_string(index) + ", " + Printable(adapter->description) + ":\n" +
+                  CriteriaLines(location));
+}
+
+void Apply(const CriterionEdit& edit, bool isFirstOfKind, CQeLocation& location) {
+  using Change = CriterionEdit::Change;
+  if (edit.change == Change::kClear || (edit.change == Change::kReplace && isFirstOfKind)) {
+    const std::vector<std::wstring> stored = location.Criterias().Texts(edit.kind);
+    for (const std::wstring& value : stored) location.RemoveCriteria(&edit.kind, value);
+  }
+  if (edit.change == Change::kClear) return;
+  if (edit.change == Change::kRemove) {
+    if (location.RemoveCriteria(&edit.kind, edit.value) != LCR_OK)
+      throw CommandError(kFailed, "the location has no criterion \"" + Printable(edit.value) +
+                                      "\" of this kind. Nothing was changed.");
+  } else if (location.AddCriteria(&edit.kind, edit.value) == LCR_ALREADY_PRESENT) {
+    Note("\"" + Printable(edit.value) + "\" is given twice and stored once");
+  }
+}
+
+void Apply(const LocationEdit& edit, CQeLocation& location) {
+  if (edit.name) location.SetName(*edit.name);
+  if (edit.note) location.SetNote(*edit.note);
+  if (edit.enabled) location.SetEnabled(&*edit.enabled);
+  if (edit.fromAdapter) AddFromAdapter(location, *edit.fromAdapter);
+  for (auto change = edit.criteria.begin(); change != edit.criteria.end(); ++change) {
+    const bool isFirst = std::none_of(edit.criteria.begin(), change, [&](const CriterionEdit& earlier) {
+      return earlier.kind == change->kind && earlier.change == change->change;
+    });
+    Apply(*change, isFirst, location);
+  }
+  if (edit.managementServer) {
+    constexpr LOCATION_CRITERIA_TYPE kKind = LCT_ZELT_REACHABLE;
+    if (*edit.managementServer)
+      location.AddCriteria(&kKind, {});
+    else
+      location.RemoveCriteria(&kKind, {});
+  }
+}
+
+bool AreSame(const CQeLocation& left, const CQeLocation& right) { return EncodeSet({left}) == EncodeSet({right}); }
+
+// Changes the location that the options name.
+ExitCode Change(const Options& options, const LocationEdit& change, const std::string& action,
+                const std::string& actionAtBeginning) {
+  StoredSetEdit edit;
+  CQeLocation& location = edit.locations[Find(edit.locations, options.location)];
+  const CQeLocation before = location;
+  Apply(change, location);
+  if (AreSame(before, location)) {
+    Report(options, location, "unchanged", Quoted(location) + " is as asked for already.");
+    return kDone;
+  }
+  if (change.name) {
+    RequireFreeName(edit.locations, *change.name, &location, change.force);
+    NoteSimilarNames(edit.locations, location);
+  }
+  if (location.Criterias().GetCount() == 0 && before.Criterias().GetCount() != 0)
+    Note("a location without criteria is current everywhere while it is enabled");
+  Save(edit);
+  Report(options, location, action, actionAtBeginning + " " + Quoted(location) + ".");
+  return kDone;
 }
 
 }  // namespace
 
-void AddLocation(const Options& options) {
-  const EditGuard guard;
-  Service service(options.verbose);
-  service.RequireReadableSet();
-  // Names are no keys: the library takes two locations of one name. An administrator hardly ever means it, and could
-  // from then on tell the two apart only by their IDs, so it has to be asked for.
-  const Locations stored = ToVector(*service.Api().GetLocations());
-  if (!options.force && std::any_of(stored.begin(), stored.end(),
-                                    [&](const auto& location) { return location->GetName() == options.location; }))
-    throw CommandError(kNoSuchLocation, "a location named \"" + Printable(options.location) +
-                                            "\" is stored already; --force adds another one of this name");
-
-  const auto location = service.Api().CreateLocation();
-  location->SetName(options.location);
-  location->SetNote(options.note);
-  const bool enabled = !options.disabled;
-  location->SetEnabled(&enabled);
-  for (const Criterion& criterion : options.criteria)
-    if (location->AddCriteria(&criterion.kind, criterion.value) == LCR_ALREADY_PRESENT)
-      PrintDiagnostic("qela: note: \"" + Printable(criterion.value) + "\" is given twice and stored once\n");
-  if (options.criteria.empty())
-    PrintDiagnostic("qela: note: a location without criteria is current everywhere while it is enabled\n");
-
-  if (const std::uint32_t result = service.Api().AddLocation(location); result != LSR_OK)
-    throw CommandError(kFailed, "the library did not take the location (result " + std::to_string(result) + ")");
-  service.Save();
-  Report(options, *location, "added", "Added " + Quoted(*location) + ".");
-  TellAboutService();
-}
-
-void RemoveLocation(const Options& options) {
-  const EditGuard guard;
-  Service service(options.verbose);
-  service.RequireReadableSet();
-  const auto location = FindLocation(service, options.location);
-  if (const std::uint32_t result = service.Api().RemoveLocation(location->GetId()); result != LSR_OK)
-    throw CommandError(kFailed, "the library did not remove the location (result " + std::to_string(result) + ")");
-  service.Save();
-  Report(options, *location, "removed", "Removed " + Quoted(*location) + ".");
-  TellAboutService();
-}
-
-void EnableLocation(const Options& options) {
-  const bool enable = options.command == Command::kEnableLocation;
-  const std::string action = enable ? "enabled" : "disabled";
-  const EditGuard guard;
-  Service service(options.verbose);
-  service.RequireReadableSet();
-  const auto location = FindLocation(service, options.location);
-  if (location->IsEnabled() == enable) {
-    Report(options, *location, "unchanged", Quoted(*location) + " is " + action + " already.");
-    return;
+ExitCode AddLocation(const Options& options) {
+  const LocationEdit& change = options.edit;
+  StoredSetEdit edit;
+  LocationSet& set = edit.locations;
+  CQeLocation location;
+  if (change.id) location.SetId(*change.id);
+  location.SetName(options.location);
+  location.SetNote({});
+  Apply(change, location);
+  const auto stored =
+      std::find_if(set.begin(), set.end(), [&](const CQeLocation& each) { return each.Id() == location.Id(); });
+  if (stored != set.end()) {
+    // So that a script may run again.
+    if (AreSame(*stored, location)) {
+      Report(options, location, "unchanged", Quoted(location) + " is stored already.");
+      return kDone;
+    }
+    throw CommandError(kNoSuchLocation, "a location with this ID is stored already, and is another one: " +
+                                            Quoted(*stored) + "; \"qela location set\" changes it");
   }
-  location->SetEnabled(&enable);
-  if (service.Api().UpdateLocation(location) != LSR_OK)
-    throw CommandError(kFailed, "the library does not take " + Quoted(*location) +
-                                    " back: its stored form holds a criterion twice. Remove it and add it again.");
-  service.Save();
-  Report(options, *location, action, (enable ? "Enabled " : "Disabled ") + Quoted(*location) + ".");
-  TellAboutService();
+  RequireFreeName(set, location.Name(), nullptr, change.force);
+  NoteSimilarNames(set, location);
+  if (location.Criterias().GetCount() == 0)
+    Note("a location without criteria is current everywhere while it is enabled");
+  set.push_back(location);
+  Save(edit);
+  Report(options, location, "added", "Added " + Quoted(location) + ".");
+  return kDone;
+}
+
+ExitCode SetLocation(const Options& options) {
+  if (options.edit == LocationEdit())
+    throw CommandError(kWrongUsage, "nothing is named to be changed; \"qela location set --help\" shows what can be");
+  return Change(options, options.edit, "changed", "Changed");
+}
+
+ExitCode RenameLocation(const Options& options) { return Change(options, options.edit, "renamed", "Renamed"); }
+
+ExitCode EnableLocation(const Options& options) {
+  LocationEdit edit;
+  edit.enabled = true;
+  return Change(options, edit, "enabled", "Enabled");
+}
+
+ExitCode DisableLocation(const Options& options) {
+  LocationEdit edit;
+  edit.enabled = false;
+  return Change(options, edit, "disabled", "Disabled");
+}
+
+ExitCode MoveLocation(const Options& options) {
+  StoredSetEdit edit;
+  LocationSet& set = edit.locations;
+  using Difference = LocationSet::difference_type;
+  const std::size_t from = Find(set, options.location);
+  std::size_t to = 0;  // in the set without the location
+  switch (options.edit.place) {
+    case LocationEdit::Place::kFirst:
+      break;
+    case LocationEdit::Place::kLast:
+      to = set.size() - 1;
+      break;
+    case LocationEdit::Place::kBefore:
+    case LocationEdit::Place::kAfter: {
+      const std::size_t neighbour = Find(set, options.edit.neighbour);
+      if (neighbour == from) throw CommandError(kWrongUsage, "a location cannot be moved before or after itself");
+      to = neighbour - (neighbour > from ? 1 : 0) + (options.edit.place == LocationEdit::Place::kAfter ? 1 : 0);
+      break;
+    }
+  }
+  const CQeLocation location = set[from];
+  if (to == from) {
+    Report(options, location, "unchanged", Quoted(location) + " is in this place already.");
+    return kDone;
+  }
+  set.erase(set.begin() + static_cast<Difference>(from));
+  set.insert(set.begin() + static_cast<Difference>(to), location);
+  Save(edit);
+  Report(options, location, "moved", "Moved " + Quoted(location) + ".");
+  return kDone;
+}
+
+ExitCode RemoveLocation(const Options& options) {
+  StoredSetEdit edit;
+  const std::size_t at = Find(edit.locations, options.location);
+  const CQeLocation location = edit.locations[at];
+  edit.locations.erase(edit.locations.begin() + static_cast<LocationSet::difference_type>(at));
+  Save(edit);
+  Report(options, location, "removed", "Removed " + Quoted(location) + ".");
+  return kDone;
 }

@@ -1,8 +1,8 @@
 #include "Json.h"
 
+#include "AdapterView.h"
+#include "CriterionKinds.h"
 #include "Text.h"
-
-namespace {
 
 Json Texts(const std::vector<std::wstring>& texts) {
   Json array = Json::array();
@@ -10,11 +10,13 @@ Json Texts(const std::vector<std::wstring>& texts) {
   return array;
 }
 
-}  // namespace
+std::string ToLine(const Json& json) {
+  Json line = {{"schema", 1}};
+  line.update(json);
+  return line.dump() + "\n";
+}
 
-std::string ToLine(const Json& json) { return json.dump() + "\n"; }
-
-Json LocationReference(const _IQeLocation& location, const std::vector<ReportedAdapter>& adapters) {
+Json LocationReference(const _IQeLocation& location, const std::vector<AdapterProps>& adapters) {
   std::vector<std::uint32_t> indexes;
   location.GetAdapterIndexes(indexes);
   Json matched = Json::array();
@@ -23,7 +25,7 @@ Json LocationReference(const _IQeLocation& location, const std::vector<ReportedA
   return {{"id", ToUtf8(location.GetId())}, {"name", ToUtf8(location.GetName())}, {"adapters", matched}};
 }
 
-Json LocationReferences(const Locations& locations, const std::vector<ReportedAdapter>& adapters) {
+Json LocationReferences(const Locations& locations, const std::vector<AdapterProps>& adapters) {
   Json array = Json::array();
   for (const auto& location : locations) array.push_back(LocationReference(*location, adapters));
   return array;
@@ -35,33 +37,31 @@ std::string MatchText(bool match, bool json) {
 
 Json CriteriaDetails(const _IQeLocation& location) {
   const auto set = location.GetCriterias();
-  const auto texts = [&](LOCATION_CRITERIA_TYPE kind) {
+  Json details = Json::object();
+  for (const CriterionKind& kind : kCriterionKinds) {
     std::vector<std::wstring> values;
-    set->GetStringCriteria(kind, values);
-    return Texts(values);
-  };
+    set->GetStringCriteria(kind.kind, values);
+    details[kind.member] = Texts(values);
+  }
   bool managementServer = false;
   set->GetBoolCriteria(LCT_ZELT_REACHABLE, managementServer);
-  return {{"dnsSuffixes", texts(LCT_DNS_SUFFIX)},   {"gateways", texts(LCT_DEFAULT_GATEWAY)},
-          {"dhcpServers", texts(LCT_DHCP_SERVER)},  {"dnsServers", texts(LCT_DNS_SERVER)},
-          {"primaryWins", texts(LCT_PRIMARY_WINS)}, {"secondaryWins", texts(LCT_SECONDARY_WINS)},
-          {"registry", texts(LCT_REGISTRY_KEY)},    {"httpsHosts", texts(LCT_DOMAIN_REACHABLE)},
-          {"managementServer", managementServer}};
+  details["managementServer"] = managementServer;
+  return details;
 }
 
-Json LocationDetails(const _IQeLocation& location, bool current) {
+Json LocationDetails(const _IQeLocation& location) {
   return {{"id", ToUtf8(location.GetId())},
           {"name", ToUtf8(location.GetName())},
           {"enabled", location.IsEnabled()},
           {"note", ToUtf8(location.GetNote())},
-          {"current", current},
           {"criteria", CriteriaDetails(location)}};
 }
 
-Json AdapterDetails(const ReportedAdapter& adapter, const std::string& media) {
-  return {{"index", adapter.index},
+Json AdapterDetails(const AdapterProps& adapter) {
+  return {{"index", adapter.ifIndex},
           {"description", ToUtf8(adapter.description)},
-          {"media", media},
+          {"media", MediaName(adapter)},
+          {"macAddresses", Texts(adapter.macAddresses)},
           {"ipAddresses", Texts(adapter.ipAddresses)},
           {"gateways", Texts(adapter.gateways)},
           {"dhcpEnabled", adapter.dhcpEnabled},

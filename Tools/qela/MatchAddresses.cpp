@@ -2,10 +2,13 @@
 // After winsock2.h, which it needs.
 #include <ws2tcpip.h>
 
+#include <algorithm>
+
+#include "AdapterView.h"
 #include "Commands.h"
+#include "FwClient/Service/QeLaLib/AddressSpecification.h"
 #include "Json.h"
 #include "Output.h"
-#include "Service.h"
 #include "Text.h"
 
 namespace {
@@ -52,12 +55,18 @@ void NoteUnusualTexts(const Options& options) {
 
 ExitCode MatchAddresses(const Options& options) {
   NoteUnusualTexts(options);
-  const Service service(options.verbose);
-  _IQeLaApiSmart& api = service.Api();
   const std::uint32_t kind = options.addressKind;
-  const bool match = options.ownAddresses
-                         ? api.MatchAdapterAddresses(&kind, options.first, options.second)
-                         : api.MatchAddressSpecification(options.addresses, &kind, options.first, options.second);
+  const auto isAnyMatched = [&](const std::vector<std::wstring>& addresses) {
+    return MatchAddressSpecification(addresses, &kind, options.first, options.second);
+  };
+  bool match = false;
+  if (options.ownAddresses) {
+    const SharedAdapters adapters = TakeAdapters();
+    match = std::any_of(adapters->begin(), adapters->end(),
+                        [&](const AdapterProps& adapter) { return isAnyMatched(adapter.ipAddresses); });
+  } else {
+    match = isAnyMatched(options.addresses);
+  }
   Print(MatchText(match, options.json));
   return match ? kDone : kNo;
 }

@@ -9,37 +9,49 @@
 #include <string>
 #include <vector>
 
-enum class Command {
-  kAdapters,
-  kLocations,
-  kAddLocation,
-  kRemoveLocation,
-  kEnableLocation,
-  kDisableLocation,
-  kCurrent,
-  kWatch,
-  kMatch,
-  kMacs,
-  kMedia
+#include "CommandError.h"
+
+// One change of a location's criteria, in the order given.
+struct CriterionEdit {
+  enum class Change {
+    kAdd,
+    kRemove,
+    kReplace,  // the first of its kind takes the place of all that are stored; the others are added to it
+    kClear,    // all of the kind; has no value
+  };
+  Change change;
+  LOCATION_CRITERIA_TYPE kind;
+  std::wstring value;
+
+  bool operator==(const CriterionEdit&) const = default;
 };
 
-struct Criterion {
-  LOCATION_CRITERIA_TYPE kind;
-  std::wstring value;  // empty for LCT_ZELT_REACHABLE
+// Changes of one location. What has no value stays as it is.
+struct LocationEdit {
+  std::optional<std::wstring> id;  // add
+  std::optional<std::wstring> name;
+  std::optional<std::wstring> note;
+  std::optional<bool> enabled;
+  std::optional<bool> managementServer;
+  std::vector<CriterionEdit> criteria;
+  std::optional<std::uint32_t> fromAdapter;  // add: what the adapter with this index shows becomes criteria
+  bool force = false;                        // add: although the name is taken
+
+  // move
+  enum class Place { kFirst, kLast, kBefore, kAfter };
+  Place place = Place::kLast;
+  std::wstring neighbour;  // a name or ID
+
+  bool operator==(const LocationEdit&) const = default;
 };
 
 struct Options {
-  Command command = Command::kAdapters;
+  ExitCode (*run)(const Options& options) = nullptr;  // the command
   bool json = false;
   bool verbose = false;
 
-  std::wstring location;  // the name to add, or the name or ID to change
-
-  // location add
-  std::vector<Criterion> criteria;
-  std::wstring note;
-  bool disabled = false;
-  bool force = false;
+  std::wstring location;  // the name to add, or the name or ID to show or change
+  LocationEdit edit;
 
   // watch
   std::optional<std::uint32_t> seconds;

@@ -1,67 +1,77 @@
-#include "CommandError.h"
+#include <algorithm>
+
+#include "AdapterView.h"
 #include "Commands.h"
+#include "FwClient/Service/QeLaLib/AdapterQueries.h"
 #include "Json.h"
-#include "Media.h"
+#include "LocationText.h"
 #include "Output.h"
-#include "Service.h"
 #include "Text.h"
 
 namespace {
 
-std::string Line(const std::string& label, const std::wstring& value) {
-  return value.empty() ? "" : "  " + label + std::string(18 - label.size(), ' ') + Printable(value) + "\n";
-}
-
-std::string Lines(const std::string& label, const std::vector<std::wstring>& values) {
+std::string Lines(const char* label, const std::vector<std::wstring>& values) {
   std::string lines;
-  for (const std::wstring& value : values) lines += Line(label, value);
+  for (const std::wstring& value : values) lines += LabelledLine(label, value);
   return lines;
 }
 
 // What a criterion can name stands behind its option, ready to be copied.
-std::string Describe(const ReportedAdapter& adapter, const std::string& media) {
-  return "adapter " + std::to_string(adapter.index) + ": " + Printable(adapter.description) + " (" + media + ", DHCP " +
-         (adapter.dhcpEnabled ? "on" : "off") + ")\n" + Lines("address", adapter.ipAddresses) +
-         Lines("--gateway", adapter.gateways) + Line("--dns-suffix", adapter.dnsSuffix) +
-         Lines("--dns-server", adapter.dnsServers) + Line("--dhcp-server", adapter.dhcpServer) +
-         Line("--dhcp-server", adapter.dhcpV6Server) + Line("--primary-wins", adapter.winsPrimary) +
-         Line("--secondary-wins", adapter.winsSecondary);
+std::string Describe(const AdapterProps& adapter) {
+  return "adapter " + std::to_string(adapter.ifIndex) + ": " + Printable(adapter.description) + " (" +
+         MediaName(adapter) + ", DHCP " + (adapter.dhcpEnabled ? "on" : "off") + ")\n" +
+         Lines("address", adapter.ipAddresses) + Lines("--gateway", adapter.gateways) +
+         LabelledLine("--dns-suffix", adapter.dnsSuffix) + Lines("--dns-server", adapter.dnsServers) +
+         LabelledLine("--dhcp-server", adapter.dhcpServer) + LabelledLine("--dhcp-server", adapter.dhcpV6Server) +
+         LabelledLine("--primary-wins", adapter.winsPrimary) + LabelledLine("--secondary-wins", adapter.winsSecondary);
 }
 
 }  // namespace
 
-void ShowAdapters(const Options& options) {
-  const Service service(options.verbose);
-  const std::vector<ReportedAdapter> adapters = service.Report().Adapters();
-  const std::vector<std::wstring> macAddresses = service.Api().GetMacAddresses();
+ExitCode ShowAdapters(const Options& options) {
+  const SharedAdapters adapters = TakeAdapters();
+  const std::vector<std::wstring> macAddresses = CollectMacAddresses(*adapters);
   std::string text;
   if (options.json) {
-    Json json = {{"adapters", Json::array()}, {"macAddresses", Json::array()}};
-    for (const ReportedAdapter& adapter : adapters)
-      json["adapters"].push_back(AdapterDetails(adapter, MediaOf(service.Api(), adapter.index)));
-    for (const std::wstring& address : macAddresses) json["macAddresses"].push_back(ToUtf8(address));
-    text = ToLine(json);
+    Json list = Json::array();
+    for (const AdapterProps& adapter : *adapters) list.push_back(AdapterDetails(adapter));
+    text = ToLine({{"adapters", std::move(list)}, {"macAddresses", Texts(macAddresses)}});
   } else {
-    for (const ReportedAdapter& adapter : adapters)
-      text += Describe(adapter, MediaOf(service.Api(), adapter.index)) + "\n";
-    if (adapters.empty()) text = "No network adapter is up.\n";
+    for (const AdapterProps& adapter : *adapters) text += Describe(adapter) + "\n";
+    if (adapters->empty()) text = "No network adapter is up.\n";
     for (const std::wstring& address : macAddresses) text += "physical address    " + Printable(address) + "\n";
   }
   Print(text);
-  if (const std::size_t unreadable = service.Report().Unreadable(); unreadable != 0)
-    throw CommandError(kFailed, "the library's report of " + std::to_string(unreadable) +
-                                    " adapter(s) could not be read; --verbose shows it");
+  return kDone;
 }
 
-void ShowMacs(const Options& options) {
-  const Service service(options.verbose);
-  const std::vector<std::wstring> macAddresses = service.Api().GetMacAddresses();
+ExitCode ShowMacs(const Options& options) {
+  const std::vector<std::wstring> macAddresses = CollectMacAddresses(*TakeAdapters());
   std::string text;
-  Json json = {{"macAddresses", Json::array()}};
-  for (const std::wstring& address : macAddresses) {
-    text += Printable(address) + "\n";
-    json["macAddresses"].push_back(ToUtf8(address));
-  }
+  for (const std::wstring& address : macAddresses) text += Printable(address) + "\n";
   if (macAddresses.empty()) text = "No network adapter that is up has a physical address.\n";
-  Print(options.json ? ToLine(json) : text);
+  Print(options.json ? ToLine({{"macAddresses", Texts(macAddresses)}}) : text);
+  return kDone;
+}
+
+ExitCode ShowMedia(const Options& options) {
+  const SharedAdapters adapters = TakeAdapters();
+  if (options.mediaMask != 0) {
+    std::vector<std::uint32_t> indexes = options.indexes;
+    if (indexes.empty())
+      for (const AdapterProps& adapter : *adapters) indexes.push_back(adapter.ifIndex);
+    const bool match = IsAnyAdapterOfMediaType(*adapters, options.mediaMask, indexes);
+    Print(MatchText(match, options.json));
+    return match ? kDone : kNo;
+  }
+  std::string text;
+  Json list = Json::array();
+  for (const AdapterProps& adapter : *adapters) {
+    text += std::to_string(adapter.ifIndex) + " " + MediaName(adapter) + " " + Printable(adapter.description) + "\n";
+    list.push_back(
+        {{"index", adapter.ifIndex}, {"description", ToUtf8(adapter.description)}, {"media", MediaName(adapter)}});
+  }
+  if (adapters->empty()) text = "No network adapter is up.\n";
+  Print(options.json ? ToLine({{"adapters", std::move(list)}}) : text);
+  return kDone;
 }

@@ -46,7 +46,7 @@ class Watcher {
 
   void PrintStart() {
     Locations current = ToVector(*m_service->Api().GetCurrentLocations());
-    const std::vector<ReportedAdapter> adapters = m_service->Report().Adapters();
+    const std::vector<AdapterProps> adapters = m_service->Report().Adapters();
     if (m_json)
       Print(ToLine({{"event", "start"}, {"time", TimeNow()}, {"current", LocationReferences(current, adapters)}}));
     else
@@ -96,14 +96,14 @@ class Watcher {
     }
   }
 
-  static std::string Names(const Locations& locations, const std::vector<ReportedAdapter>& adapters) {
+  static std::string Names(const Locations& locations, const std::vector<AdapterProps>& adapters) {
     std::string names;
     for (const auto& location : locations) names += (names.empty() ? "" : "; ") + LocationText(*location, adapters);
     return names.empty() ? "none" : names;
   }
 
   void PrintChange(const std::string& event, Locations current) {
-    const std::vector<ReportedAdapter> adapters = m_service->Report().Adapters();
+    const std::vector<AdapterProps> adapters = m_service->Report().Adapters();
     const Locations entered = Without(current, m_current);
     const Locations left = Without(m_current, current);
     if (m_json) {
@@ -166,14 +166,14 @@ HANDLE MakeEvent() {
 
 }  // namespace
 
-void Watch(const Options& options) {
+ExitCode Watch(const Options& options) {
   // Never closed: the control handler may run until the process is gone.
   g_interrupted = MakeEvent();
   g_ended = MakeEvent();
   const UniqueKernelHandle failed(MakeEvent());
   ::SetConsoleCtrlHandler(OnControl, TRUE);
 
-  Service service(options.verbose, [] { g_watcher.OnSkipped(); });
+  Service service([] { g_watcher.OnSkipped(); });
   g_watcher.Begin(options, service, failed.get());
   try {
     {
@@ -183,8 +183,7 @@ void Watch(const Options& options) {
       const auto onChange = [](std::shared_ptr<_IEnumQeLocations> current) { g_watcher.OnChange(*current); };
       if (!service.Api().StartDiscovery(onChange))
         throw CommandError(kFailed, "the library could not start its discovery thread");
-      // Calculated after the thread has started, so that a change in between is in the start or called back.
-      service.RequireReadableSet();
+      // A change since the calculation of the start is called back: the thread compares the addresses with its own.
       g_watcher.PrintStart();
     }
     const HANDLE events[] = {g_interrupted, failed.get()};
@@ -199,4 +198,5 @@ void Watch(const Options& options) {
     throw;
   }
   ::SetEvent(g_ended);
+  return kDone;
 }

@@ -1,15 +1,17 @@
 // qela: the library's console host.
 #include <windows.h>
+#include <LogLibHost.h>
 // After windows.h, which it needs.
 #include <shellapi.h>
 
+#include <algorithm>
 #include <exception>
 #include <string>
 #include <vector>
 
 #include "CommandError.h"
 #include "CommandLine.h"
-#include "Commands.h"
+#include "Json.h"
 #include "Output.h"
 
 namespace {
@@ -24,52 +26,28 @@ std::vector<std::wstring> Arguments() {
   return result;
 }
 
-ExitCode Run(const Options& options) {
-  switch (options.command) {
-    case Command::kAdapters:
-      ShowAdapters(options);
-      break;
-    case Command::kLocations:
-      ShowLocations(options);
-      break;
-    case Command::kCurrent:
-      ShowCurrent(options);
-      break;
-    case Command::kAddLocation:
-      AddLocation(options);
-      break;
-    case Command::kRemoveLocation:
-      RemoveLocation(options);
-      break;
-    case Command::kEnableLocation:
-    case Command::kDisableLocation:
-      EnableLocation(options);
-      break;
-    case Command::kWatch:
-      Watch(options);
-      break;
-    case Command::kMatch:
-      return MatchAddresses(options);
-    case Command::kMacs:
-      ShowMacs(options);
-      break;
-    case Command::kMedia:
-      return ShowMedia(options);
-  }
-  return kDone;
+ExitCode Fail(const std::vector<std::wstring>& arguments, ExitCode code, const std::string& message) {
+  // Looked for by hand: the command line itself may be what is wrong.
+  if (std::find(arguments.begin(), arguments.end(), L"--json") != arguments.end())
+    PrintDiagnostic(ToLine({{"error", {{"code", static_cast<int>(code)}, {"message", message}}}}));
+  else
+    PrintDiagnostic("qela: error: " + message + "\n");
+  return code;
 }
 
 }  // namespace
 
 int main() {
+  std::vector<std::wstring> arguments;
   try {
-    const auto options = ParseCommandLine(Arguments());
-    return options ? Run(*options) : kDone;
+    arguments = Arguments();
+    const auto options = ParseCommandLine(arguments);
+    if (!options) return kDone;
+    LogUtils::setConsoleLogging(options->verbose);
+    return options->run(*options);
   } catch (const CommandError& error) {
-    PrintDiagnostic(std::string("qela: error: ") + error.what() + "\n");
-    return error.Code();
+    return Fail(arguments, error.Code(), error.what());
   } catch (const std::exception& error) {
-    PrintDiagnostic(std::string("qela: error: ") + error.what() + "\n");
-    return kFailed;
+    return Fail(arguments, kFailed, error.what());
   }
 }

@@ -6,13 +6,7 @@
 #include "FwClient/Common/Utilities/ThreadIdentity.h"
 #include "FwClient/Service/QeLaLib/LaRegistry.h"
 #include "FwClient/Service/QeLaLib/QeLaLib.h"
-
-namespace {
-
-constexpr wchar_t kLaKey[] = L"SOFTWARE\\Corvane\\Tessel\\Firewall\\LA";
-constexpr wchar_t kLaValue[] = L"la";
-
-}  // namespace
+#include "FwClient/Service/QeLaLib/StoredSetRecord.h"
 
 bool CQeLaLib::ReadStoredSet() {
   RestoreThreadIdentity();  // where a probe left the thread with a user's, who may not be shown the value
@@ -20,14 +14,8 @@ bool CQeLaLib::ReadStoredSet() {
     std::vector<std::uint8_t> bytes;
     ReadLaValue(kLaKey, kLaValue, bytes);  // whatever fails leaves no bytes, which load as nothing
     if (bytes.empty()) return false;
-    ReadObject(
-        *m_locations, bytes,
-        [](CQeLocations& locations, LaReader& reader) {
-          LaRecord record(reader);
-          record.Next([&] { locations.Unpack(reader); });
-          record.End();
-        },
-        [this](CQeLocations&& read) { m_locations = std::make_shared<CQeLocations>(std::move(read)); });
+    ReadObject(*m_locations, bytes, UnpackStoredSet,
+               [this](CQeLocations&& read) { m_locations = std::make_shared<CQeLocations>(std::move(read)); });
     return true;
   } catch (const std::bad_alloc&) {
     PrintReadFailure(kClassName);
@@ -74,7 +62,4 @@ bool CQeLaLib::Save() {
          WriteLaValue(kLaKey, kLaValue, bytes) == ERROR_SUCCESS;
 }
 
-void CQeLaLib::Pack(LaPacker& packer) const {
-  packer.Array(1);
-  m_locations->Pack(packer);
-}
+void CQeLaLib::Pack(LaPacker& packer) const { PackStoredSet(*m_locations, packer); }

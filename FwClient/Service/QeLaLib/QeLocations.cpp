@@ -51,6 +51,13 @@ bool CQeLocations::DeserializeFromBytes(const std::vector<std::uint8_t>& bytes) 
   return DeserializeObject(*this, bytes);
 }
 
+CQeLocations CQeLocations::Of(std::vector<CQeLocation> items) {
+  CQeLocations locations;
+  locations.m_items = std::move(items);
+  locations.m_isPlain = ArePlain(locations.m_items);
+  return locations;
+}
+
 std::uint64_t CQeLocations::GetCount() const { return m_items.size(); }
 
 std::shared_ptr<_IQeLocation> CQeLocations::GetItem(std::uint64_t index) const {

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "FwClient/Service/QeLaLib/Include/QeLaLocation.h"
@@ -16,6 +17,10 @@ class CQeLocations final : public _IEnumQeLocations {
   static constexpr char kClassName[] = "class CQeLocations";
 
   static CQeLocations ToBeRead() noexcept { return {}; }
+
+  // These, in this order and as they are: as if they had been read from bytes.
+  static CQeLocations Of(std::vector<CQeLocation> items);
+  std::vector<CQeLocation> TakeItems() && noexcept { return std::move(m_items); }
 
   bool SerializeToBytes(std::vector<std::uint8_t>& bytes) const override;
   bool DeserializeFromBytes(const std::vector<std::uint8_t>& bytes) override;
