@@ -110,7 +110,8 @@ std::optional<AdapterProps> ParseAdapterProperties(std::wstring_view text) {
   return std::nullopt;
 }
 
-AdapterReport::AdapterReport(std::function<void()> onSkipped) : m_onSkipped(std::move(onSkipped)) {
+AdapterReport::AdapterReport(std::function<void()> onSkipped, std::function<void(std::wstring_view)> onEvent)
+    : m_onSkipped(std::move(onSkipped)), m_onEvent(std::move(onEvent)) {
   LogUtils::setLogSink([](const LogUtils::LogRecord& record,
                           void* context) { static_cast<AdapterReport*>(context)->OnEvent(record.text); },
                        this);
@@ -119,6 +120,7 @@ AdapterReport::AdapterReport(std::function<void()> onSkipped) : m_onSkipped(std:
 AdapterReport::~AdapterReport() { LogUtils::setLogSink(nullptr, nullptr); }
 
 void AdapterReport::OnEvent(std::wstring_view text) {
+  if (m_onEvent) m_onEvent(text);
   if (text == kSkippedEvent) {
     if (m_onSkipped) m_onSkipped();
     return;

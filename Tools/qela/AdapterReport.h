@@ -27,7 +27,8 @@ class AdapterReport {
  public:
   // `onSkipped` is called on the discovery thread each time the library says there that it does not call its host,
   // because the list is the one that it reported last. It must not throw.
-  explicit AdapterReport(std::function<void()> onSkipped = {});
+  // `onEvent` is called with every event, first, on the thread that logs it. It must not throw either.
+  explicit AdapterReport(std::function<void()> onSkipped = {}, std::function<void(std::wstring_view)> onEvent = {});
   ~AdapterReport();
   AdapterReport(const AdapterReport&) = delete;
   AdapterReport& operator=(const AdapterReport&) = delete;
@@ -43,6 +44,7 @@ class AdapterReport {
   void OnEvent(std::wstring_view text);
 
   const std::function<void()> m_onSkipped;
+  const std::function<void(std::wstring_view)> m_onEvent;
   mutable std::mutex m_mutex;
   std::vector<AdapterProps> m_adapters;
   std::size_t m_unreadable = 0;

@@ -30,6 +30,11 @@ void Print(std::string_view utf8) {
     throw CommandError(kFailed, "the output could not be written (error " + std::to_string(::GetLastError()) + ")");
 }
 
+bool IsTerminal(DWORD standardHandle) noexcept {
+  DWORD mode = 0;
+  return ::GetConsoleMode(::GetStdHandle(standardHandle), &mode) != FALSE;
+}
+
 void PrintDiagnostic(std::string_view utf8) noexcept {
   try {
     Write(::GetStdHandle(STD_ERROR_HANDLE), utf8);

@@ -2,6 +2,8 @@
 // at once.
 #pragma once
 
+#include <windows.h>
+
 #include <string_view>
 
 // Throws CommandError when the text could not be written, as when the reader of a pipe has gone.
@@ -9,3 +11,6 @@ void Print(std::string_view utf8);
 
 // A message for people, to standard error. A failure to write it is ignored: there is nobody left to tell.
 void PrintDiagnostic(std::string_view utf8) noexcept;
+
+// Whether a person reads it: STD_OUTPUT_HANDLE or STD_ERROR_HANDLE.
+bool IsTerminal(DWORD standardHandle) noexcept;

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "CommandError.h"
+#include "Interrupt.h"
 #include "StoredSet.h"
 
 namespace {
@@ -21,11 +22,18 @@ std::shared_ptr<_IQeLaApiSmart> MakeInstance() {
 
 }  // namespace
 
-Service::Service(std::function<void()> onSkipped) : m_report(std::move(onSkipped)) {
-  // The library itself tells of a set that it could not read only when it is asked to load one again, which calculates
-  // again.
-  static_cast<void>(ReadLocations());
-  m_api = MakeInstance();
+// The set is read first: the library tells of one that it could not read only when it is asked to load it again, and
+// then calculates again.
+Service::Service(std::function<void()> onSkipped)
+    : m_stored(ReadLocations()),
+      m_report(std::move(onSkipped), [this](std::wstring_view text) { m_awaited.OnEvent(text); }) {
+  Interrupt::Listen();
+  {
+    const Interrupt::Wait wait([this] { return m_awaited.Words(); });
+    const CalculationProgress progress(m_awaited);
+    m_api = MakeInstance();
+  }
+  if (Interrupt::WasRequested()) throw CommandError(kInterrupted, "ended by Ctrl-C");
 }
 
 Locations ToVector(const _IEnumQeLocations& locations) {

@@ -9,12 +9,14 @@
 #include <vector>
 
 #include "AdapterReport.h"
+#include "CalculationProgress.h"
 #include "Json.h"
 
 class Service {
  public:
   // Loads QeLaLib.dll from the program's folder, reads the stored set and calculates, with probes, as the library does
-  // for every host. Throws CommandError when the set cannot be read (kUnreadableSet) or the library cannot be used.
+  // for every host. What takes long is told on a terminal, and Ctrl-C is listened to from here on. Throws CommandError
+  // when the set cannot be read (kUnreadableSet), the library cannot be used, or the wait was interrupted.
   // `onSkipped` is the AdapterReport's.
   explicit Service(std::function<void()> onSkipped = {});
 
@@ -22,6 +24,8 @@ class Service {
   const AdapterReport& Report() const { return m_report; }
 
  private:
+  LocationSet m_stored;
+  AwaitedProbe m_awaited{m_stored};
   AdapterReport m_report;  // listens before the instance is made, which calculates at once
   std::shared_ptr<_IQeLaApiSmart> m_api;
 };

@@ -6,6 +6,7 @@
 #include "CommandError.h"
 #include "Commands.h"
 #include "FwClient/Common/Utilities/UniqueHandle.h"
+#include "Interrupt.h"
 #include "Json.h"
 #include "LocationText.h"
 #include "Output.h"
@@ -144,35 +145,15 @@ class ServiceLock {
   _IQeLaApiSmart& m_api;
 };
 
-// The library's callback and Windows's control handler carry no context.
+// The library's callback carries no context.
 Watcher g_watcher;
-HANDLE g_interrupted;
-HANDLE g_ended;
-
-BOOL WINAPI OnControl(DWORD control) {
-  ::SetEvent(g_interrupted);
-  // When the console closes, Windows ends the process as soon as this returns: the command gets the time to finish.
-  constexpr DWORD kFinishMs = 3000;
-  if (control != CTRL_C_EVENT && control != CTRL_BREAK_EVENT) ::WaitForSingleObject(g_ended, kFinishMs);
-  return TRUE;
-}
-
-HANDLE MakeEvent() {
-  HANDLE event = ::CreateEventW(nullptr, TRUE, FALSE, nullptr);
-  if (event == nullptr)
-    throw CommandError(kFailed, "Windows has no event to give (error " + std::to_string(::GetLastError()) + ")");
-  return event;
-}
 
 }  // namespace
 
 ExitCode Watch(const Options& options) {
-  // Never closed: the control handler may run until the process is gone.
-  g_interrupted = MakeEvent();
-  g_ended = MakeEvent();
-  const UniqueKernelHandle failed(MakeEvent());
-  ::SetConsoleCtrlHandler(OnControl, TRUE);
-
+  const UniqueKernelHandle failed(::CreateEventW(nullptr, TRUE, FALSE, nullptr));
+  if (!failed)
+    throw CommandError(kFailed, "Windows has no event to give (error " + std::to_string(::GetLastError()) + ")");
   Service service([] { g_watcher.OnSkipped(); });
   g_watcher.Begin(options, service, failed.get());
   try {
@@ -186,7 +167,7 @@ ExitCode Watch(const Options& options) {
       // A change since the calculation of the start is called back: the thread compares the addresses with its own.
       g_watcher.PrintStart();
     }
-    const HANDLE events[] = {g_interrupted, failed.get()};
+    const HANDLE events[] = {Interrupt::Event(), failed.get()};
     const DWORD result =
         ::WaitForMultipleObjects(2, events, FALSE, options.seconds ? *options.seconds * 1000 : INFINITE);
     service.Api().StopDiscovery();
@@ -194,9 +175,9 @@ ExitCode Watch(const Options& options) {
   } catch (...) {
     g_watcher.Abandon();
     service.Api().StopDiscovery();
-    ::SetEvent(g_ended);
+    Interrupt::Finished();
     throw;
   }
-  ::SetEvent(g_ended);
+  Interrupt::Finished();
   return kDone;
 }
