@@ -145,6 +145,28 @@ answer qela location enable 'Büro 日'
 expect_out 'Enabled "Büro 日"'
 answer qela current --json; expect_json '.current[0].name == "Büro 日"'
 
+it "locations can be listed in brief, by name, and those that are disabled or current only"
+answer qela locations --brief
+expect "$(tr -d '\r' <<<"$out")" $'Büro 日\nEverything (disabled)'
+answer qela locations --name 'büro ?' --json --brief; expect_json '.locations | length == 1 and (.[0] | keys_unsorted) == ["id","name"]'
+answer qela locations --disabled --json; expect_json '[.locations[].name] == ["Everything"]'
+answer qela locations --current --json; expect_json '[.locations[].name] == ["Büro 日"]'
+answer qela locations --name 'x*'; expect_out "No stored location is of this kind."
+
+it "criteria can be taken from an adapter, and are shown before they are stored"
+answer qela location add Here --from-adapter "$(index_of wifi0)" --json
+expect_code 0
+expect_err "Criteria of adapter $(index_of wifi0), wifi0:"
+expect_err "  --gateway         10.20.0.1"
+answer qela location show Here --json
+expect_json '.criteria | .gateways == ["10.20.0.1"] and .dnsSuffixes == ["corp.example"] and .dnsServers == ["127.0.0.1"]'
+answer qela location remove Here; expect_code 0
+
+it "errors are JSON where JSON is asked for"
+answer qela location show Nowhere --json
+expect_code 3
+jq -e '.schema == 1 and .error.code == 3 and (.error.message | contains("Nowhere"))' <<<"$err" >/dev/null || failed "$err"
+
 it "a value given twice is stored once"
 answer qela location add Twice --gateway 10.0.0.1 --gateway 10.0.0.1
 expect_code 0
@@ -168,7 +190,7 @@ for help in "" adapters locations current watch location "location add" "locatio
   answer qela $help --help
   expect_code 0
   expect_out "Usage: qela"
-  expect_out "4 a location set is stored but cannot be read"
+  expect_out "4    a location set is stored but cannot be read"
   expect "$err" ""
 done
 

@@ -25,7 +25,8 @@ it "says the same version everywhere"
 version=$(sed -n 's/^#define QELA_VERSION_TEXT "\(.*\)"/\1/p' include/QeLaVersion.h)
 [[ $(echo "$build"/package/*.zip) = */QeLaLib-$version-win64.zip ]] || failed "the zip's name has another version than $version"
 answer qela --version
-expect "${out%$'\r'}" "qela $version"
+expect "$(head -n 1 <<<"$out")" "qela $version"
+expect_out "QeLaLib.dll $version ("
 for module in bin/*.dll bin/*.exe; do
   strings -el "$module" | grep -qx "$version.0" || failed "$module's resource does not name $version.0"
 done

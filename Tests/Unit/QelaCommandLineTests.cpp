@@ -2,8 +2,14 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
+#include <sstream>
+#include <string_view>
+
+#include "Tests/Support/RunQela.h"
 #include "Tools/qela/CommandError.h"
 #include "Tools/qela/Commands.h"
+#include "Tools/qela/Text.h"
 
 namespace {
 
@@ -30,6 +36,25 @@ std::wstring Stored(const std::wstring& option, const std::wstring& value) {
 
 std::string RefusedValue(const std::wstring& option, const std::wstring& value) {
   return Refusal({L"location", L"add", L"Name", option, value});
+}
+
+using Words = std::vector<std::wstring>;
+
+// The words of every command, as the help lists them, groups included.
+std::vector<Words> Pages(const Words& parent = {}) {
+  std::vector<Words> pages = {parent};
+  Words help = parent;
+  help.emplace_back(L"--help");
+  const std::string text = RunQela(help).out;
+  std::istringstream lines(text.substr(std::min(text.find("\nSubcommands:\n"), text.size())));
+  std::string line;
+  for (std::getline(lines, line), std::getline(lines, line); std::getline(lines, line) && line.starts_with("  ");) {
+    if (line[2] == ' ') continue;  // a description goes on
+    Words page = parent;
+    page.push_back(ToWide(line.substr(2, line.find(' ', 2) - 2)));
+    for (Words& below : Pages(page)) pages.push_back(std::move(below));
+  }
+  return pages;
 }
 
 TEST(QelaCommandLine, EveryCommandIsKnown) {
@@ -115,6 +140,26 @@ TEST(QelaCommandLine, UnknownWordsAreNamed) {
   EXPECT_THAT(Refusal({L"current", L"bogus"}), HasSubstr("bogus"));
   EXPECT_THAT(Refusal({L"current", L"--bogus"}), HasSubstr("--bogus"));
   EXPECT_THAT(Refusal({L"location", L"add", L"a", L"b"}), HasSubstr("b"));
+}
+
+TEST(QelaCommandLine, WordsThatAreCloseToAKnownOneAreAnsweredWithIt) {
+  EXPECT_THAT(Refusal({L"locatoins"}), HasSubstr("Did you mean \"locations\"?"));
+  EXPECT_THAT(Refusal({L"location", L"remvoe", L"x"}), HasSubstr("Did you mean \"remove\"?"));
+  EXPECT_THAT(Refusal({L"location", L"add", L"x", L"--gatewya", L"1"}), HasSubstr("Did you mean \"--gateway\"?"));
+  EXPECT_THAT(Refusal({L"bogus"}), Not(HasSubstr("Did you mean")));
+}
+
+TEST(QelaCommandLine, EveryPageOfHelpEndsWithExamples) {
+  for (const Words& page : Pages()) {
+    Words help = page;
+    help.insert(help.begin(), L"help");
+    const std::string text = RunQela(help).out;
+    EXPECT_THAT(text, HasSubstr("Usage: qela"));
+    const bool isOfACommand = text.find("SUBCOMMAND") == std::string::npos;
+    EXPECT_EQ(text.find("\nExamples:\n  qela ") != std::string::npos, isOfACommand) << text;
+    for (std::string_view rest = text; !rest.empty(); rest.remove_prefix(std::min(rest.find('\n') + 1, rest.size())))
+      EXPECT_LE(rest.substr(0, rest.find('\n')).size(), 100u) << rest.substr(0, rest.find('\n'));
+  }
 }
 
 TEST(QelaCommandLine, ACommandIsNeeded) {

@@ -1,7 +1,5 @@
 #include "CommandLine.h"
 
-#include <QeLaVersion.h>
-
 #include <algorithm>
 #include <sstream>
 #include <utility>
@@ -9,13 +7,21 @@
 #include "CommandParser.h"
 #include "Output.h"
 #include "Text.h"
+#include "Version.h"
 
 namespace {
 
 constexpr const char* kFooter =
-    "Exit codes: 0 done; 1 the operation failed; 2 wrong command line; 3 no such location, or not exactly one;\n"
-    "4 a location set is stored but cannot be read; 5 no match (match, media --is); 6 differences (diff, --dry-run);\n"
-    "130 ended by Ctrl-C. Messages go to standard error.";
+    "Exit codes:\n"
+    "  0    done\n"
+    "  1    the operation failed\n"
+    "  2    wrong command line\n"
+    "  3    no such location, or not exactly one; or its name or ID is taken\n"
+    "  4    a location set is stored but cannot be read\n"
+    "  5    no match (match, media --is)\n"
+    "  6    differences (diff, --dry-run)\n"
+    "  130  ended by Ctrl-C\n"
+    "Messages go to standard error.";
 
 // A lone surrogate has no UTF-8 form; passed on as U+FFFD it would name another location.
 std::string RequireUtf8(const std::wstring& argument) {
@@ -78,7 +84,7 @@ std::string ExplainUnknown(const CLI::App& app) {
 CommandParser::CommandParser() : m_app("qela - the firewall's location awareness on the console", "qela") {
   m_app.allow_windows_style_options(false);  // "/home" is a name
   m_app.footer(kFooter);
-  m_app.set_version_flag("--version", "qela " QELA_VERSION_TEXT);
+  m_app.set_version_flag("--version", &VersionText, "Show the versions of this program and of the library beside it");
   m_app.require_subcommand(1);
 }
 
@@ -100,7 +106,7 @@ CLI::App* CommandParser::AddGroup(const std::string& name, const std::string& de
 }
 
 void CommandParser::SetExamples(CLI::App* command, const std::string& examples) {
-  command->footer("Examples:\n" + examples + "\n" + kFooter);
+  command->footer(std::string(kFooter) + "\n\nExamples:\n" + examples);
 }
 
 // Called once an option with its one value: a list of values would take the word that follows it.
@@ -156,7 +162,7 @@ bool CommandParser::Parse(const std::vector<std::wstring>& arguments) {
     std::ostringstream output;
     std::ostringstream message;
     if (m_app.exit(error, output, message) == 0) {
-      Print(output.str());
+      Print(Wrapped(output.str(), OutputWidth()));
       return false;
     }
     const bool isUnknown = dynamic_cast<const CLI::RequiredError*>(&error) != nullptr ||

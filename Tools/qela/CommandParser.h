@@ -21,7 +21,7 @@ class CommandParser {
   // A word that is followed by a command.
   CLI::App* AddGroup(const std::string& name, const std::string& description);
 
-  // The footer of every help page: `examples`, a line each, then the exit codes.
+  // The end of every help page; a line each.
   static void SetExamples(CLI::App* command, const std::string& examples);
 
   // Options whose value is a text.

@@ -2,6 +2,7 @@
 
 #include "AdapterView.h"
 #include "CriterionKinds.h"
+#include "Output.h"
 #include "Text.h"
 
 std::string LocationText(const _IQeLocation& location, const std::vector<AdapterProps>& adapters) {
@@ -35,6 +36,6 @@ std::string CriteriaLines(const _IQeLocation& location) {
 }
 
 std::string LocationLines(const _IQeLocation& location) {
-  return Printable(location.GetName()) + (location.IsEnabled() ? "\n" : " (disabled)\n") +
+  return Printable(location.GetName()) + (location.IsEnabled() ? "" : Coloured(Colour::kDim, " (disabled)")) + "\n" +
          LabelledLine("id", location.GetId()) + LabelledLine("note", location.GetNote()) + CriteriaLines(location);
 }

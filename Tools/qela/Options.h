@@ -53,6 +53,12 @@ struct Options {
   std::wstring location;  // the name to add, or the name or ID to show or change
   LocationEdit edit;
 
+  // locations
+  bool brief = false;
+  std::optional<std::wstring> nameFilter;  // a glob
+  bool onlyCurrent = false;                // as the library decides, with probes
+  bool onlyDisabled = false;
+
   // watch
   std::optional<std::uint32_t> seconds;
 

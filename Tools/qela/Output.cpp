@@ -35,6 +35,35 @@ bool IsTerminal(DWORD standardHandle) noexcept {
   return ::GetConsoleMode(::GetStdHandle(standardHandle), &mode) != FALSE;
 }
 
+std::size_t OutputWidth() noexcept {
+  constexpr std::size_t kElsewhere = 100;
+  CONSOLE_SCREEN_BUFFER_INFO info{};
+  if (!::GetConsoleScreenBufferInfo(::GetStdHandle(STD_OUTPUT_HANDLE), &info) || info.dwSize.X <= 0) return kElsewhere;
+  return static_cast<std::size_t>(info.dwSize.X);
+}
+
+namespace {
+
+// Windows shows colours to those who ask for them once.
+bool ShowsColours() {
+  static const bool shows = [] {
+    const HANDLE handle = ::GetStdHandle(STD_OUTPUT_HANDLE);
+    DWORD mode = 0;
+    if (::GetEnvironmentVariableW(L"NO_COLOR", nullptr, 0) > 1) return false;
+    return ::GetConsoleMode(handle, &mode) != FALSE &&
+           ::SetConsoleMode(handle, mode | ENABLE_VIRTUAL_TERMINAL_PROCESSING) != FALSE;
+  }();
+  return shows;
+}
+
+}  // namespace
+
+std::string Coloured(Colour colour, const std::string& text) {
+  if (text.empty() || !ShowsColours()) return text;
+  constexpr const char* kCodes[] = {"\x1b[2m", "\x1b[32m", "\x1b[33m", "\x1b[31m"};
+  return kCodes[static_cast<std::size_t>(colour)] + text + "\x1b[0m";
+}
+
 void PrintDiagnostic(std::string_view utf8) noexcept {
   try {
     Write(::GetStdHandle(STD_ERROR_HANDLE), utf8);

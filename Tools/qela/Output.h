@@ -4,6 +4,8 @@
 
 #include <windows.h>
 
+#include <cstddef>
+#include <string>
 #include <string_view>
 
 // Throws CommandError when the text could not be written, as when the reader of a pipe has gone.
@@ -14,3 +16,10 @@ void PrintDiagnostic(std::string_view utf8) noexcept;
 
 // Whether a person reads it: STD_OUTPUT_HANDLE or STD_ERROR_HANDLE.
 bool IsTerminal(DWORD standardHandle) noexcept;
+
+// The columns of the terminal that standard output is; 100 where it is none.
+std::size_t OutputWidth() noexcept;
+
+// A text for standard output, in a colour where that is a terminal which shows colours and NO_COLOR is not set.
+enum class Colour { kDim, kGreen, kYellow, kRed };
+std::string Coloured(Colour colour, const std::string& text);

@@ -148,26 +148,36 @@ void AddMove(CommandParser& parser, CLI::App& group) {
   };
   addBeside("--before", Place::kBefore, "Before this location");
   addBeside("--after", Place::kAfter, "Behind this location");
+  CommandParser::SetExamples(move,
+                             "  qela location move Office --first\n"
+                             "  qela location move \"Branch 2\" --after \"Branch 1\"\n");
 }
 
 }  // namespace
 
 void AddEditingCommands(CommandParser& parser) {
-  CLI::App& group = *parser.AddGroup("location", "Add, change, order or remove a stored location");
-  AddNameOrId(parser, parser.Add(group, "show", "Show one stored location", ShowLocation));
+  CLI::App& group = *parser.AddGroup("location", "Show, add, change, order or remove a stored location");
+  LocationEdit& edit = parser.Result().edit;
+  // Commands that take a location and nothing else.
+  const auto add = [&](const std::string& name, const std::string& description, ExitCode (*run)(const Options&)) {
+    CLI::App* command = parser.Add(group, name, description, run);
+    AddNameOrId(parser, command);
+    CommandParser::SetExamples(command, "  qela location " + name + " Office\n");
+    return command;
+  };
+  add("show", "Show one stored location", ShowLocation);
   AddAdd(parser, group);
   AddSet(parser, group);
-  CLI::App* rename = parser.Add(group, "rename", "Give a stored location another name", RenameLocation);
-  AddNameOrId(parser, rename);
-  LocationEdit& edit = parser.Result().edit;
+  CLI::App* rename = add("rename", "Give a stored location another name", RenameLocation);
   rename
       ->add_option_function<std::string>(
           "NEW-NAME", [&edit](const std::string& text) { edit.name = RequireName(text); }, "The new name")
       ->type_name("")
       ->required();
   rename->add_flag("--force", edit.force, "Take the name although another location has it");
+  CommandParser::SetExamples(rename, "  qela location rename Office \"Head office\"\n");
   AddMove(parser, group);
-  AddNameOrId(parser, parser.Add(group, "remove", "Remove a stored location", RemoveLocation));
-  AddNameOrId(parser, parser.Add(group, "enable", "Let a location take part again", EnableLocation));
-  AddNameOrId(parser, parser.Add(group, "disable", "Keep a location, but let it never be current", DisableLocation));
+  add("remove", "Remove a stored location", RemoveLocation);
+  add("enable", "Let a location take part again", EnableLocation);
+  add("disable", "Keep a location, but let it never be current", DisableLocation);
 }

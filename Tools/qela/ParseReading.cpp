@@ -33,6 +33,9 @@ void AddMatch(CommandParser& parser) {
       ->expected(1)
       ->type_name("ADDRESS/PREFIX");
   addKind("--range", FIAT_RANGE_IP, "From LOW to HIGH, both included")->expected(2)->type_name("LOW HIGH");
+  CommandParser::SetExamples(match,
+                             "  qela match --address 192.168.1.7 --subnet 192.168.1.0/24\n"
+                             "  qela match --adapters --range 10.20.0.1 10.20.0.99\n");
 }
 
 void AddMedia(CommandParser& parser) {
@@ -59,6 +62,9 @@ void AddMedia(CommandParser& parser) {
       ->type_name("INDEX")
       ->allow_extra_args(false)
       ->needs(asked);
+  CommandParser::SetExamples(command,
+                             "  qela media\n"
+                             "  qela media --is wireless --index 2\n");
 }
 
 }  // namespace
@@ -66,15 +72,35 @@ void AddMedia(CommandParser& parser) {
 void AddReadingCommands(CommandParser& parser) {
   Options& options = parser.Result();
   CLI::App& root = parser.Root();
-  parser.Add(root, "adapters", "Show the network adapters as the library sees them", ShowAdapters);
-  parser.Add(root, "locations", "List the stored locations", ShowLocations);
-  parser.Add(root, "current", "Show the locations that are current now and the adapters that matched", ShowCurrent);
+  CommandParser::SetExamples(
+      parser.Add(root, "adapters", "Show the network adapters as the library sees them", ShowAdapters),
+      "  qela adapters\n"
+      "  qela adapters --json\n");
+  CLI::App* locations = parser.Add(root, "locations", "List the stored locations", ShowLocations);
+  locations->add_flag("--brief", options.brief, "One line each: the name, and whether it is disabled");
+  CommandParser::AddText(locations, "--name", options.nameFilter,
+                         "Only those with a name of this form; \"*\" stands for any text, \"?\" for one letter",
+                         "GLOB");
+  locations->add_flag("--disabled", options.onlyDisabled, "Only those that are disabled");
+  locations->add_flag("--current", options.onlyCurrent,
+                      "Only those that are current. This asks the library, which waits for its probes");
+  CommandParser::SetExamples(locations,
+                             "  qela locations --brief\n"
+                             "  qela locations --name \"Branch *\" --json\n");
+  CommandParser::SetExamples(parser.Add(root, "current",
+                                        "Show the locations that are current now and the adapters that matched. This "
+                                        "asks the library, which waits for its probes",
+                                        ShowCurrent),
+                             "  qela current\n"
+                             "  qela current --verbose\n");
   CLI::App* watch =
       parser.Add(root, "watch", "Show each change of the current locations as it happens, until Ctrl-C", Watch);
   watch->add_option("--for", options.seconds, "End after this time")
       ->type_name("SECONDS")
       ->check(CLI::Range(std::uint32_t{0}, std::uint32_t{1'000'000}));
+  CommandParser::SetExamples(watch, "  qela watch\n  qela watch --for 60 --json\n");
   AddMatch(parser);
-  parser.Add(root, "macs", "Show the physical addresses of the network adapters", ShowMacs);
+  CommandParser::SetExamples(parser.Add(root, "macs", "Show the physical addresses of the network adapters", ShowMacs),
+                             "  qela macs\n");
   AddMedia(parser);
 }

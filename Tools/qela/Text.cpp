@@ -2,9 +2,11 @@
 
 #include <windows.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cwctype>
 #include <iterator>
 
 std::string Printable(std::wstring_view text) {
@@ -18,6 +20,63 @@ std::string Printable(std::wstring_view text) {
     }
   }
   return ToUtf8(shown);
+}
+
+namespace {
+
+// Where the lines go on that a line is broken into.
+std::size_t HangingIndent(std::string_view line) {
+  const std::size_t begin = std::min(line.find_first_not_of(' '), line.size());
+  const std::size_t gap = line.find("  ", begin);
+  const std::size_t column = gap == std::string_view::npos ? gap : line.find_first_not_of(' ', gap);
+  return column == std::string_view::npos ? begin : column;
+}
+
+}  // namespace
+
+std::string Wrapped(std::string_view text, std::size_t width) {
+  constexpr std::size_t kLeastWidth = 20;  // of what stands behind the indent
+  std::string wrapped;
+  while (!text.empty()) {
+    const std::size_t end = std::min(text.find('\n'), text.size());
+    std::string_view line = text.substr(0, end);
+    text.remove_prefix(std::min(end + 1, text.size()));
+    const std::size_t indent = HangingIndent(line);
+    std::size_t room = width;
+    while (line.size() > room && indent + kLeastWidth <= width) {
+      std::size_t cut = line.rfind(' ', room);
+      const std::size_t least = room == width ? indent : 0;  // the first piece has the first column
+      if (cut == std::string_view::npos || cut <= least) cut = line.find(' ', room);
+      if (cut == std::string_view::npos) break;
+      wrapped += std::string(line.substr(0, cut)) + "\n" + std::string(indent, ' ');
+      line.remove_prefix(cut + 1);
+      room = width - indent;
+    }
+    wrapped += std::string(line) + "\n";
+  }
+  return wrapped;
+}
+
+bool MatchesGlob(std::wstring_view pattern, std::wstring_view text) {
+  const auto equal = [](wchar_t left, wchar_t right) { return std::towlower(left) == std::towlower(right); };
+  std::size_t star = std::wstring_view::npos;  // the last one, which takes more letters when the rest does not agree
+  std::size_t afterStar = 0;
+  std::size_t i = 0;
+  std::size_t j = 0;
+  while (j < text.size()) {
+    if (i < pattern.size() && pattern[i] == L'*') {
+      star = i++;
+      afterStar = j;
+    } else if (i < pattern.size() && (pattern[i] == L'?' || equal(pattern[i], text[j]))) {
+      ++i, ++j;
+    } else if (star != std::wstring_view::npos) {
+      i = star + 1;
+      j = ++afterStar;
+    } else {
+      return false;
+    }
+  }
+  return pattern.find_first_not_of(L'*', i) == std::wstring_view::npos;
 }
 
 namespace {
