@@ -151,9 +151,10 @@ struct _IQeLaApiSmart {
   // Stores the callback and starts the discovery thread unless it runs. A running thread keeps running with the new
   // callback. Returns false when the thread could not be started; the callback stays stored. The process-wide list
   // of what was last reported decides whether a change is news, so a new callback hears nothing until the next
-  // change. A change of addresses since the last calculation counts as one, so none is missed between Load and the
-  // start. What the thread has no memory for it tries again every 500 ms. It keeps the library loaded until it ends.
-  // Lock: no.
+  // change. Until something is reported that list is empty: a process that starts inside a location and leaves it
+  // for none is not called, and has to ask GetCurrentLocations. A change of addresses since the last calculation counts
+  // as one, so none is missed between Load and the start. What the thread has no memory for it tries again every 500
+  // ms. It keeps the library loaded until it ends. Lock: no.
   virtual bool StartDiscovery(QeLaLocationsChanged callback) = 0;
 
   // Tells the thread to end, waits for it at most 1000 ms (the full time when called from inside the callback, or
