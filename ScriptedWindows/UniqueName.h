@@ -1,6 +1,7 @@
 // Names for what tests make outside their process: they share one registry and one file system, and run side by side.
 #pragma once
 
+#include <winsock2.h>
 #include <windows.h>
 
 #include <atomic>

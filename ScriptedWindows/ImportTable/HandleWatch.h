@@ -1,6 +1,7 @@
 // The handles that a module opens and closes.
 #pragma once
 
+#include <winsock2.h>
 #include <windows.h>
 
 #include <map>

@@ -1,6 +1,7 @@
 // Counts what one module allocates on one thread, and lets allocations fail.
 #pragma once
 
+#include <winsock2.h>
 #include <windows.h>
 
 #include <cstddef>

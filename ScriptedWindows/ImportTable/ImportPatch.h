@@ -2,6 +2,7 @@
 // what ships.
 #pragma once
 
+#include <winsock2.h>
 #include <windows.h>
 
 // While it lives, `module` reaches `replacement` wherever it calls the imported `function`; afterwards the call before

@@ -1,6 +1,7 @@
 // A lock for replacements.
 #pragma once
 
+#include <winsock2.h>
 #include <windows.h>
 
 // The runtime's mutexes are made of events and waits, which may be replaced in the table that the runtime shares; this

@@ -1,6 +1,7 @@
 // Which of the coming calls fail.
 #pragma once
 
+#include <winsock2.h>
 #include <windows.h>
 
 #include <cstddef>

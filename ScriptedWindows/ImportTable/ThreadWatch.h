@@ -1,6 +1,7 @@
 // The threads that a module starts.
 #pragma once
 
+#include <winsock2.h>
 #include <windows.h>
 
 #include <cstddef>

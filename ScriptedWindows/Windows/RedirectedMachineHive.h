@@ -1,6 +1,7 @@
 // A machine's hive of a test's own.
 #pragma once
 
+#include <winsock2.h>
 #include <windows.h>
 
 #include <cstdint>

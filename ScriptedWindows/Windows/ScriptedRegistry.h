@@ -1,6 +1,7 @@
 // A registry in memory in place of the system's.
 #pragma once
 
+#include <winsock2.h>
 #include <windows.h>
 
 #include <cstddef>
