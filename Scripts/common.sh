@@ -9,6 +9,17 @@ fail() { printf 'dev: error: %s\n' "$*" >&2; exit 3; }
 # misuse MESSAGE: the command line is wrong.
 misuse() { printf 'dev: error: %s\n' "$*" >&2; exit 2; }
 
+# mount_system ROOT: in a mount namespace of its own, what every root needs of the machine.
+mount_system() {
+  mount --make-rprivate /
+  mount --bind "$1" "$1" # the new root must be a mount point for ip netns
+  mount -t proc proc "$1/proc"
+  mount -t sysfs sys "$1/sys"
+  mount --rbind /dev "$1/dev"
+  mount -t tmpfs tmpfs "$1/run"
+  mount -t tmpfs tmpfs "$1/tmp"
+}
+
 # cpp_sources, shell_sources: the files of ours, each ended by a NUL, under names that start at the checkout. The source in C
 # in Scripts is left out: the toolchain is named after its bytes.
 cpp_sources() {

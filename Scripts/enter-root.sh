@@ -3,16 +3,10 @@
 # The mounts vanish with the namespace.
 set -euo pipefail
 . "$(dirname "$0")/common.sh"
-mount --make-rprivate /
-mount --bind "$LAB_ROOT" "$LAB_ROOT"  # the new root must be a mount point for ip netns
-mount -t proc proc "$LAB_ROOT/proc"
-mount -t sysfs sys "$LAB_ROOT/sys"
-mount --rbind /dev "$LAB_ROOT/dev"
+mount_system "$LAB_ROOT"
 mount --bind "$kSource" "$LAB_ROOT/src"
 mkdir -p "$kCache/ccache"
 mount --bind "$kCache/ccache" "$LAB_ROOT/ccache"
-mount -t tmpfs tmpfs "$LAB_ROOT/run"
-mount -t tmpfs tmpfs "$LAB_ROOT/tmp"
 mkdir -p "$LAB_ROOT/run/user" "$LAB_ROOT/run/netns"
 
 # Names and trust of the private network: the computer has a DNS domain (the search list is every adapter's

@@ -23,11 +23,18 @@ prepare_cache() {
   kRoot=$kCache/root-$(toolchain_key)
 }
 
+# Whether no root is to be made by this run. $fresh are the releases that ./dev package --fresh tries.
+roots_are_made() {
+  local release
+  [ "$command" != lock ] && [ -e "$kRoot/.ready" ] || return 1
+  for release in "${fresh[@]}"; do [ -e "$(fresh_root "$release")/.ready" ] || return 1; done
+}
+
 # Installs the few host packages that making and entering the toolchain need, where they are missing. This is what root
 # is needed for even where all the rest goes without.
 install_host_tools() {
   local missing=() sudo=()
-  { [ "$command" != lock ] && [ -e "$kRoot/.ready" ]; } || command -v mmdebstrap >/dev/null || missing+=(mmdebstrap)
+  roots_are_made || command -v mmdebstrap >/dev/null || missing+=(mmdebstrap)
   command -v ip >/dev/null || missing+=(iproute2)
   command -v mount >/dev/null || missing+=(mount)
   command -v unshare >/dev/null || missing+=(util-linux)
@@ -72,17 +79,23 @@ make_toolchain() {
 # pins LOCK: what makes apt choose the lock's version wherever there is one, and the newest where it is gone.
 pins() { awk '!/^(#|src:)/ {printf "Package: %s\nPin: version %s\nPin-Priority: 1001\n\n", $1, $2}' "$1"; }
 
+# bootstrap WHAT SUITE ROOT PACKAGES [OPTION...]: a root with these packages and what they need; the options are mmdebstrap's.
+bootstrap() {
+  local what=$1 suite=$2 root=$3 packages=${4//[[:space:]]/ }
+  shift 4
+  # In a mount namespace, so that no mount stays when this is ended.
+  unshare --mount mmdebstrap --variant=apt --aptopt='APT::Install-Recommends "false"' --aptopt='Acquire::Languages "none"' \
+    --dpkgopt='path-exclude=/usr/share/doc/*' --dpkgopt='path-exclude=/usr/share/man/*' --dpkgopt='path-exclude=/usr/share/locale/*' \
+    "$@" --include="$packages" "$suite" "$root" 2>&1 | tee "$kLog" | sed -u -n '/-hook/d; s/^I: /dev:   /p' ||
+    { tail -n 20 "$kLog" >&2; fail "$what could not be made (whole log: $kLog). Check the network, then run the command again."; }
+}
+
 # make_root ROOT: the first layer, with the lock's versions where the mirror has them and the newest where it has not.
 make_root() {
   need_room 4000
   pins "$kLock" >"$kCache/pins"
-  # In a mount namespace, so that no mount stays when this is ended.
-  unshare --mount mmdebstrap --variant=apt --aptopt='APT::Install-Recommends "false"' --aptopt='Acquire::Languages "none"' \
-    --dpkgopt='path-exclude=/usr/share/doc/*' --dpkgopt='path-exclude=/usr/share/man/*' --dpkgopt='path-exclude=/usr/share/locale/*' \
-    --setup-hook="mkdir -p \"\$1/etc/apt/preferences.d\" && cp '$kCache/pins' \"\$1/etc/apt/preferences.d/lock\"" \
-    --include="${kPackages[demo]//[[:space:]]/ }" \
-    "$kSuite" "$1" 2>&1 | tee "$kLog" | sed -u -n '/-hook/d; s/^I: /dev:   /p' ||
-    { tail -n 20 "$kLog" >&2; fail "the toolchain could not be made (whole log: $kLog). Check the network, then run the command again."; }
+  bootstrap "the toolchain" "$kSuite" "$1" "${kPackages[demo]}" \
+    --setup-hook="mkdir -p \"\$1/etc/apt/preferences.d\" && cp '$kCache/pins' \"\$1/etc/apt/preferences.d/lock\""
   add_layer "$1" demo
   fill_root "$1" || fail "the root could not be completed."
   say "making the Wine prefix that every run starts from"

@@ -1,7 +1,8 @@
 #!/bin/bash
-# The page for hosts, and the README: what they show can be built as it stands. A block of code names its file behind the language. Files
-# of one section lie in one folder; where one of them is CMakeLists.txt it is built, else each is compiled.
+# The page for hosts, and the README: what they show can be built as it stands. Files of one section lie in one folder; where one of them
+# is CMakeLists.txt it is built, else each is compiled.
 . "$(dirname "$0")/package.sh"
+. "$(dirname "$0")/code-blocks.sh"
 folder=$unpacked/page
 rm -rf "$folder"
 mkdir "$folder"
@@ -10,11 +11,7 @@ cat "$package"/docs/{hosting,README}.md >"$page"
 
 it "names a file for every block of code"
 expect "$(grep -n '^```[a-z]' "$page" | grep -vE '```(c|cpp|cmake) [A-Za-z_]+\.[a-z]+$')" ''
-awk -v folder="$folder" '
-  file == "" && /^#/ { ++section }
-  /^```$/ && file != "" { close(file); file = ""; next }
-  /^```(c|cpp|cmake) / { path = folder "/" section; system("mkdir -p " path); file = path "/" $2; next }
-  file != "" { print > file }' "$page"
+code_blocks "$page" "$folder"
 [ "$(find "$folder" -type f | wc -l)" = "$(grep -cE '^```(c|cpp|cmake) ' "$page")" ] || failed "two blocks of a section have one name"
 
 for section in "$folder"/*; do

@@ -76,10 +76,10 @@ for wrong in '' 'One Two'; do
   dev debug $wrong
   expect_answer 2 '' "dev: error: ./dev debug takes the name of one test; here is: $wrong"
 done
-for wrong in verify '--verify now'; do
+for wrong in verify '--verify now' '--fresh 11' '--fresh 12 13'; do
   # shellcheck disable=SC2086
   dev package $wrong
-  expect_answer 2 '' "dev: error: ./dev package takes --verify, --tests or nothing; here is: $wrong"
+  expect_answer 2 '' "dev: error: ./dev package takes --verify, --tests, --fresh [12|13] or nothing; here is: $wrong"
 done
 touch "$work/cache/kept"
 for wrong in all '--all --yes' ''; do
@@ -96,6 +96,21 @@ for command in test bench shell; do
 done
 dev package --verify
 expect_answer 0 entered ''
+
+it "tells what to do where a plain Debian cannot be made"
+mkdir -p "$work/checkout/Docs"
+cp "$source/Docs/hosting.md" "$work/checkout/Docs/"
+printf '#!/bin/bash\n[[ $* != *mmdebstrap* ]] || { echo "E: no network" && exit 1; }\necho entered\n' >"$work/tools/unshare"
+printf '#!/bin/bash\n' >"$work/tools/mmdebstrap"
+printf '#!/bin/bash\nprintf "\\nnone 9999 0 9999"\n' >"$work/tools/df"
+chmod +x "$work/tools"/*
+dev package --fresh 12
+expect_code 3
+expect "$out" entered
+expect_err "E: no network"
+expect_err "dev: error: the plain Debian 12 could not be made (whole log: $work/cache/last-fresh-setup.log). Check the network, then run the command again."
+printf '#!/bin/bash\necho entered\n' >"$work/tools/unshare"
+rm "$work/tools"/{mmdebstrap,df}
 
 it "opens a shell beside a command that runs in the checkout, and runs no second one"
 exec 7>"$work/checkout/build/.lock"
