@@ -67,3 +67,10 @@ expect_code 0
 project C 'COMPONENTS C OPTIONAL_COMPONENTS Cxx'
 configure
 expect_code 0
+
+it "keeps the reason for a project that could do with the C++ interface"
+# shellcheck disable=SC2016 # CMake's
+echo 'message(STATUS "${QeLaLib_Cxx_NOT_FOUND_MESSAGE}")' >>"$unpacked/find/CMakeLists.txt"
+configure
+expect_code 0
+expect_out "QeLaLib::Cxx needs the language CXX"
