@@ -111,16 +111,16 @@ host_test() {
   answer wine package/build/host_test.exe
   expect "$code ${out%$'\r'}" "0 passed: the machine joins the office, the host swaps its rules"
 }
+# every_function [FOLDER]: its exit code says all; its output is not flushed, and Wine may lose it (Docs/quirks.md).
 every_function() {
-  answer wine package/build/every_function.exe
-  expect "$code ${out%$'\r'}" "0 every function was called"
+  answer wine "${1:-package/build}/every_function.exe"
+  expect_code 0
 }
 other_abi() {
   mkdir other-abi
   cp "$tools"/other_abi_start.c package/bin/*.dll other-abi/
   build_other_abi package other-abi
-  answer wine other-abi/every_function.exe
-  expect "$code ${out%$'\r'}" "0 every function was called"
+  every_function other-abi
 }
 service() {
   local compiler
