@@ -4,6 +4,7 @@
 #include <sstream>
 #include <utility>
 
+#include "Closest.h"
 #include "CommandParser.h"
 #include "Output.h"
 #include "Text.h"
@@ -30,28 +31,10 @@ std::string RequireUtf8(const std::wstring& argument) {
   return utf8;
 }
 
-// How many letters must be put in, taken out or exchanged to turn one word into the other.
-std::size_t Distance(const std::string& left, const std::string& right) {
-  std::vector<std::size_t> row(right.size() + 1);
-  for (std::size_t i = 0; i <= right.size(); ++i) row[i] = i;
-  for (std::size_t i = 1; i <= left.size(); ++i) {
-    std::size_t diagonal = std::exchange(row[0], i);
-    for (std::size_t j = 1; j <= right.size(); ++j) {
-      const std::size_t exchanged = diagonal + (left[i - 1] == right[j - 1] ? 0 : 1);
-      diagonal = std::exchange(row[j], std::min({row[j] + 1, row[j - 1] + 1, exchanged}));
-    }
-  }
-  return row.back();
-}
-
 // " Did you mean ...?" for a word that is close to one of the known ones.
 std::string Suggestion(const std::string& word, const std::vector<std::string>& known) {
-  const auto closest = std::min_element(known.begin(), known.end(), [&](const auto& left, const auto& right) {
-    return Distance(word, left) < Distance(word, right);
-  });
-  constexpr std::size_t kFarthest = 3;
-  if (closest == known.end() || Distance(word, *closest) > std::min(kFarthest, word.size() / 2)) return {};
-  return " Did you mean \"" + *closest + "\"?";
+  const auto closest = Closest(word, known);
+  return closest ? " Did you mean \"" + *closest + "\"?" : "";
 }
 
 // The command whose words were understood, down to the last.
