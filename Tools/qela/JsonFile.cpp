@@ -1,7 +1,5 @@
 #include "JsonFile.h"
 
-#include <windows.h>
-
 #include <algorithm>
 #include <cstddef>
 #include <iterator>
@@ -12,7 +10,6 @@
 
 #include "Closest.h"
 #include "CommandError.h"
-#include "FwClient/Common/Utilities/UniqueHandle.h"
 #include "Text.h"
 
 namespace {
@@ -21,20 +18,6 @@ constexpr std::size_t kDeepest = 64;
 
 [[noreturn]] void FailFile(const std::string& fileName, const std::string& message) {
   throw CommandError(kFailed, fileName + ": " + message);
-}
-
-std::string ReasonOf(DWORD error) {
-  switch (error) {
-    case ERROR_FILE_NOT_FOUND:
-    case ERROR_PATH_NOT_FOUND:
-      return "there is no such file";
-    case ERROR_ACCESS_DENIED:
-      return "it is a folder, or access is denied";
-    case ERROR_SHARING_VIOLATION:
-      return "another program has it open";
-    default:
-      return "Windows refuses it with error " + std::to_string(error);
-  }
 }
 
 // A text of the file within a message: short, and without what a console would act upon.
@@ -98,35 +81,6 @@ std::string Reason(const nlohmann::json::exception& error) {
 }
 
 }  // namespace
-
-std::string ShownFileName(const std::wstring& path) { return path == L"-" ? "standard input" : Printable(path); }
-
-std::string ReadFileBytes(const std::wstring& path, std::uint64_t limit) {
-  UniqueKernelHandle file;
-  HANDLE handle = ::GetStdHandle(STD_INPUT_HANDLE);
-  if (path != L"-") {
-    handle = ::CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
-                           FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (handle == INVALID_HANDLE_VALUE)
-      FailFile(ShownFileName(path), "it cannot be read: " + ReasonOf(::GetLastError()));
-    file.reset(handle);
-  }
-  std::string bytes;
-  for (;;) {
-    constexpr std::size_t kChunkBytes = 1 << 20;
-    const std::size_t size = bytes.size();
-    bytes.resize(size + kChunkBytes);
-    DWORD read = 0;
-    const BOOL done = ::ReadFile(handle, bytes.data() + size, static_cast<DWORD>(kChunkBytes), &read, nullptr);
-    const DWORD error = ::GetLastError();
-    bytes.resize(size + read);
-    // The end of a pipe is an error of its own.
-    if (!done && error != ERROR_BROKEN_PIPE) FailFile(ShownFileName(path), "it cannot be read: " + ReasonOf(error));
-    if (bytes.size() > limit)
-      FailFile(ShownFileName(path), "it is larger than " + std::to_string(limit) + " bytes; give a smaller file");
-    if (read == 0) return bytes;
-  }
-}
 
 JsonDocument ParseJson(const std::string& text, const std::string& fileName) {
   if (text.starts_with("\xff\xfe") || text.starts_with("\xfe\xff"))

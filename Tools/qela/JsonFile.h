@@ -9,14 +9,7 @@
 #include <string>
 #include <vector>
 
-inline constexpr std::uint64_t kMostFileBytes = 64ULL << 20;
-
-// The file's name for messages; "-" is standard input.
-std::string ShownFileName(const std::wstring& path);
-
-// "-" reads standard input. Throws CommandError (kFailed) with the path and the reason, also when there is more than
-// `limit`.
-std::string ReadFileBytes(const std::wstring& path, std::uint64_t limit = kMostFileBytes);
+#include "FileBytes.h"
 
 class JsonDocument;
 

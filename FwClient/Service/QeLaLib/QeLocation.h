@@ -46,8 +46,12 @@ class CQeLocation final : public _IQeLocation {
   // The fields without a copy.
   const std::wstring& Id() const noexcept { return id; }
   const std::wstring& Name() const noexcept { return name; }
+  const std::wstring& Note() const noexcept { return note; }
   const CQeLocationCriterias& Criterias() const noexcept { return criterias; }
   const std::vector<std::uint32_t>& AdapterIndexes() const noexcept { return adapterIndexes; }
+
+  // Puts all criteria in place as they are.
+  void SetCriterias(CQeLocationCriterias value) noexcept { criterias = std::move(value); }
 
   void Pack(LaPacker& packer) const;
   void Unpack(LaReader& reader);

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "FwClient/Service/QeLaLib/Include/QeLaCriteria.h"
@@ -28,6 +29,11 @@ class CQeLocationCriterias final : public _IEnumQeLocationCriterias {
   // The list of a text kind without a copy.
   const std::vector<std::wstring>& Texts(std::uint32_t kind) const noexcept;
   bool IsZeltReachable() const noexcept { return zeltReachable; }
+
+  // Puts a text kind's list in place as it is, as if it had been read from bytes.
+  void SetTexts(std::uint32_t kind, std::vector<std::wstring> texts) noexcept {
+    this->*kLists[kind] = std::move(texts);
+  }
 
   // Whether the lists could have been filled by adding: no entry twice, none that would be stored as another text.
   bool AreAsAdded() const;

@@ -1,0 +1,18 @@
+// Whole files, and standard input.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+inline constexpr std::uint64_t kMostFileBytes = 64ULL << 20;
+
+// The file's name for messages; "-" is standard input.
+std::string ShownFileName(const std::wstring& path);
+
+// "-" reads standard input. Throws CommandError (kFailed) with the path and the reason, also when there is more than
+// `limit`.
+std::string ReadFileBytes(const std::wstring& path, std::uint64_t limit = kMostFileBytes);
+
+// What stands there keeps standing until all has been written. Throws CommandError (kFailed) with the path and the
+// reason.
+void WriteFileBytes(const std::wstring& path, const std::string& bytes);
