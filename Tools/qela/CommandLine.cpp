@@ -164,6 +164,7 @@ std::optional<Options> ParseCommandLine(const std::vector<std::wstring>& argumen
   CommandParser parser;
   AddReadingCommands(parser);
   AddEditingCommands(parser);
+  AddRollOutCommands(parser);
   if (!parser.Parse(arguments)) return std::nullopt;
   return std::move(parser.Result());
 }

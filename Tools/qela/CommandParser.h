@@ -43,3 +43,4 @@ class CommandParser {
 
 void AddReadingCommands(CommandParser& parser);
 void AddEditingCommands(CommandParser& parser);
+void AddRollOutCommands(CommandParser& parser);

@@ -21,6 +21,13 @@ ExitCode RemoveLocation(const Options& options);
 ExitCode EnableLocation(const Options& options);
 ExitCode DisableLocation(const Options& options);
 
+// Whole sets, from and to files.
+ExitCode ExportSet(const Options& options);
+ExitCode ApplySet(const Options& options);  // --dry-run: kDifferences when something would be changed
+ExitCode DiffSet(const Options& options);   // kDone when the sets are the same, kDifferences otherwise
+ExitCode ValidateSet(const Options& options);
+ExitCode RestoreSet(const Options& options);
+
 // What the library itself decides: these make its service, which calculates, with probes.
 ExitCode ShowCurrent(const Options& options);
 ExitCode Watch(const Options& options);

@@ -4,6 +4,7 @@
 
 #include "AdapterView.h"
 #include "Commands.h"
+#include "EditMessages.h"
 #include "Json.h"
 #include "LocationText.h"
 #include "Output.h"
@@ -12,20 +13,11 @@
 
 namespace {
 
-void Note(const std::string& text) { PrintDiagnostic("qela: note: " + text + "\n"); }
-
 void Report(const Options& options, const CQeLocation& location, const std::string& action, const std::string& text) {
   if (options.json)
     Print(ToLine({{"id", ToUtf8(location.Id())}, {"name", ToUtf8(location.Name())}, {"action", action}}));
   else
     Print(text + "\n");
-}
-
-void Save(StoredSetEdit& edit) {
-  edit.Save();
-  PrintDiagnostic(
-      "A running service keeps its own copy: one whose host reloads on edit takes this over now, another when it loads "
-      "again. One that saves before that overwrites it.\n");
 }
 
 // Without letter case and blanks, which is what people take for the same name.
@@ -133,7 +125,7 @@ ExitCode Change(const Options& options, const LocationEdit& change, const std::s
   }
   if (location.Criterias().GetCount() == 0 && before.Criterias().GetCount() != 0)
     Note("a location without criteria is current everywhere while it is enabled");
-  Save(edit);
+  SaveEdit(edit);
   Report(options, location, action, actionAtBeginning + " " + Quoted(location) + ".");
   return kDone;
 }
@@ -165,7 +157,7 @@ ExitCode AddLocation(const Options& options) {
   if (location.Criterias().GetCount() == 0)
     Note("a location without criteria is current everywhere while it is enabled");
   set.push_back(location);
-  Save(edit);
+  SaveEdit(edit);
   Report(options, location, "added", "Added " + Quoted(location) + ".");
   return kDone;
 }
@@ -217,7 +209,7 @@ ExitCode MoveLocation(const Options& options) {
   }
   set.erase(set.begin() + static_cast<Difference>(from));
   set.insert(set.begin() + static_cast<Difference>(to), location);
-  Save(edit);
+  SaveEdit(edit);
   Report(options, location, "moved", "Moved " + Quoted(location) + ".");
   return kDone;
 }
@@ -227,7 +219,7 @@ ExitCode RemoveLocation(const Options& options) {
   const std::size_t at = Find(edit.locations, options.location);
   const CQeLocation location = edit.locations[at];
   edit.locations.erase(edit.locations.begin() + static_cast<LocationSet::difference_type>(at));
-  Save(edit);
+  SaveEdit(edit);
   Report(options, location, "removed", "Removed " + Quoted(location) + ".");
   return kDone;
 }

@@ -45,6 +45,16 @@ struct LocationEdit {
   bool operator==(const LocationEdit&) const = default;
 };
 
+// A set in a file.
+struct RollOut {
+  enum class Format { kByName, kJson, kReg };  // kByName: .reg files by the end of their name, all others JSON
+
+  std::wstring file;  // "-" is standard input or output
+  Format format = Format::kByName;
+  bool dryRun = false;
+  bool deleteMissing = false;
+};
+
 struct Options {
   ExitCode (*run)(const Options& options) = nullptr;  // the command
   bool json = false;
@@ -58,6 +68,9 @@ struct Options {
   std::optional<std::wstring> nameFilter;  // a glob
   bool onlyCurrent = false;                // as the library decides, with probes
   bool onlyDisabled = false;
+
+  // export, apply, diff, validate
+  RollOut rollOut;
 
   // watch
   std::optional<std::uint32_t> seconds;

@@ -1,6 +1,7 @@
 #include "StoredSet.h"
 
 #include <string>
+#include <string_view>
 
 #include "CommandError.h"
 #include "FwClient/Service/QeLaLib/LaRegistry.h"
@@ -31,10 +32,16 @@ StoredValue ReadValue(const wchar_t* name) {
 }
 
 void Write(const wchar_t* name, const std::vector<std::uint8_t>& bytes) {
-  if (const unsigned long error = WriteLaValue(kLaKey, name, bytes); error != ERROR_SUCCESS)
-    throw CommandError(kFailed, std::string("the locations could not be saved to the value ") + kValueInWords +
-                                    " (error " + std::to_string(error) +
-                                    "). Writing there needs an administrator's rights. Nothing was changed.");
+  const unsigned long error = WriteLaValue(kLaKey, name, bytes);
+  if (error == ERROR_SUCCESS) return;
+  // Flushing comes after writing.
+  if (std::wstring_view(name) == kLaValue && ReadValue(name) == StoredValue{ERROR_SUCCESS, REG_BINARY, bytes})
+    throw CommandError(kFailed, std::string("the locations are in place in the value ") + kValueInWords +
+                                    ", but Windows did not bring them to the disk (error " + std::to_string(error) +
+                                    "): they are lost if the machine fails now.");
+  throw CommandError(kFailed, std::string("the locations could not be saved to the value ") + kValueInWords +
+                                  " (error " + std::to_string(error) +
+                                  "). Writing there needs an administrator's rights. Nothing was changed.");
 }
 
 }  // namespace
