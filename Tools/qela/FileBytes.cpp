@@ -61,10 +61,12 @@ std::string ReadFileBytes(const std::wstring& path, std::uint64_t limit) {
   }
   std::string bytes;
   for (;;) {
+    constexpr std::size_t kLeastBytes = 4 << 10;  // most files are small, and there may be many of them
     const std::size_t size = bytes.size();
-    bytes.resize(size + kChunkBytes);
+    const std::size_t chunk = std::clamp(size, kLeastBytes, kChunkBytes);
+    bytes.resize(size + chunk);
     DWORD read = 0;
-    const BOOL done = ::ReadFile(handle, bytes.data() + size, static_cast<DWORD>(kChunkBytes), &read, nullptr);
+    const BOOL done = ::ReadFile(handle, bytes.data() + size, static_cast<DWORD>(chunk), &read, nullptr);
     const DWORD error = ::GetLastError();
     bytes.resize(size + read);
     // The end of a pipe is an error of its own.
@@ -75,6 +77,10 @@ std::string ReadFileBytes(const std::wstring& path, std::uint64_t limit) {
   }
 }
 
+void FailWriting(const std::wstring& path, unsigned long error) {
+  FailFile(path, "it cannot be written: " + ReasonOf(error));
+}
+
 void WriteFileBytes(const std::wstring& path, const std::string& bytes) {
   const std::wstring unfinished = path + L".new";
   DWORD error = WriteNewFile(unfinished, bytes);
@@ -83,5 +89,5 @@ void WriteFileBytes(const std::wstring& path, const std::string& bytes) {
     error = ::GetLastError();
   if (error == ERROR_SUCCESS) return;
   ::DeleteFileW(unfinished.c_str());
-  FailFile(path, "it cannot be written: " + ReasonOf(error));
+  FailWriting(path, error);
 }

@@ -16,3 +16,6 @@ std::string ReadFileBytes(const std::wstring& path, std::uint64_t limit = kMostF
 // What stands there keeps standing until all has been written. Throws CommandError (kFailed) with the path and the
 // reason.
 void WriteFileBytes(const std::wstring& path, const std::string& bytes);
+
+// For who writes a file by other ways. `error` is the system's.
+[[noreturn]] void FailWriting(const std::wstring& path, unsigned long error);
