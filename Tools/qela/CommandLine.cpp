@@ -165,6 +165,7 @@ std::optional<Options> ParseCommandLine(const std::vector<std::wstring>& argumen
   AddReadingCommands(parser);
   AddEditingCommands(parser);
   AddRollOutCommands(parser);
+  AddMachineCommands(parser);
   if (!parser.Parse(arguments)) return std::nullopt;
   return std::move(parser.Result());
 }

@@ -1,4 +1,4 @@
-// What the files share that define commands and their options: ParseReading.cpp, ParseEditing.cpp.
+// What the files share that define commands and their options: Parse*.cpp.
 #pragma once
 
 #include <CLI/CLI.hpp>
@@ -44,3 +44,4 @@ class CommandParser {
 void AddReadingCommands(CommandParser& parser);
 void AddEditingCommands(CommandParser& parser);
 void AddRollOutCommands(CommandParser& parser);
+void AddMachineCommands(CommandParser& parser);

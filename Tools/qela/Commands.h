@@ -12,6 +12,10 @@ ExitCode MatchAddresses(const Options& options);  // kDone for yes, kNo for no
 ExitCode ShowLocations(const Options& options);
 ExitCode ShowLocation(const Options& options);
 
+// Of recorded machines. RecordMachine calls probes where it is told to.
+ExitCode RecordMachine(const Options& options);
+ExitCode TestMachines(const Options& options);  // kFailed where a machine is not as expected
+
 // Edits of the stored set.
 ExitCode AddLocation(const Options& options);
 ExitCode SetLocation(const Options& options);

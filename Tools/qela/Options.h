@@ -55,6 +55,19 @@ struct RollOut {
   bool deleteMissing = false;
 };
 
+// Recorded machines: snapshot and test.
+struct MachineOptions {
+  std::optional<std::wstring> set;  // a file; without it, the stored locations
+  // snapshot
+  std::wstring file;  // empty or "-": standard output
+  std::wstring label;
+  bool probes = false;
+  // test
+  std::vector<std::wstring> machines;  // files, folders and patterns
+  std::optional<std::wstring> expect;
+  std::wstring junit;
+};
+
 struct Options {
   ExitCode (*run)(const Options& options) = nullptr;  // the command
   bool json = false;
@@ -85,4 +98,6 @@ struct Options {
   // media
   std::uint8_t mediaMask = 0;  // the media types asked about; none: show them
   std::vector<std::uint32_t> indexes;
+
+  MachineOptions machines;
 };

@@ -9,10 +9,14 @@
 
 namespace {
 
-bool Write(HANDLE handle, std::string_view utf8) {
+bool IsConsole(HANDLE handle) noexcept {
   DWORD mode = 0;
+  return ::GetConsoleMode(handle, &mode) != FALSE;
+}
+
+bool Write(HANDLE handle, std::string_view utf8) {
   DWORD written = 0;
-  if (::GetConsoleMode(handle, &mode)) {  // shows UTF-16 whatever its code page
+  if (IsConsole(handle)) {  // shows UTF-16 whatever its code page
     const std::wstring text = ToWide(utf8);
     return ::WriteConsoleW(handle, text.data(), static_cast<DWORD>(text.size()), &written, nullptr) != FALSE;
   }
@@ -30,10 +34,7 @@ void Print(std::string_view utf8) {
     throw CommandError(kFailed, "the output could not be written (error " + std::to_string(::GetLastError()) + ")");
 }
 
-bool IsTerminal(DWORD standardHandle) noexcept {
-  DWORD mode = 0;
-  return ::GetConsoleMode(::GetStdHandle(standardHandle), &mode) != FALSE;
-}
+bool IsTerminal(DWORD standardHandle) noexcept { return IsConsole(::GetStdHandle(standardHandle)); }
 
 std::size_t OutputWidth() noexcept {
   constexpr std::size_t kElsewhere = 100;

@@ -20,10 +20,6 @@ namespace {
 
 using Differences = std::vector<LocationDifference>;
 
-std::string Counted(std::size_t count, const std::string& what) {
-  return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
-}
-
 // As the library stores what is added, but in linear time, whatever a file holds: no criterion twice, each in its
 // normal form.
 CQeLocation AsAdded(CQeLocation location) {

@@ -90,6 +90,10 @@ std::int64_t Ticks(const SYSTEMTIME& time) {
 
 }  // namespace
 
+std::string Counted(std::size_t count, const std::string& thing) {
+  return std::to_string(count) + " " + thing + (count == 1 ? "" : "s");
+}
+
 std::string TimeNow() {
   constexpr std::int64_t kTicksPerMinute = 60LL * 10'000'000;
   SYSTEMTIME universal{};

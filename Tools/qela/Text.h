@@ -21,5 +21,8 @@ std::string Wrapped(std::string_view text, std::size_t width);
 // letter case does not count.
 bool MatchesGlob(std::wstring_view pattern, std::wstring_view text);
 
+// "1 adapter", "2 adapters".
+std::string Counted(std::size_t count, const std::string& thing);
+
 // The local time with its offset, such as 2025-11-21T02:44:06.736+01:00.
 std::string TimeNow();
