@@ -26,6 +26,12 @@ struct HandleWatch::Replacements {
     Opened("CreateThread", "CloseHandle", handle);
     return handle;
   }
+  static HANDLE WINAPI CreateFileW(const wchar_t* path, DWORD access, DWORD share, SECURITY_ATTRIBUTES* security,
+                                   DWORD disposition, DWORD flags, HANDLE pattern) {
+    HANDLE handle = Real(&CreateFileW, "CreateFileW")(path, access, share, security, disposition, flags, pattern);
+    Opened("CreateFileW", "CloseHandle", handle);
+    return handle;
+  }
   static BOOL WINAPI CloseHandle(HANDLE handle) {
     Current().Closed("CloseHandle", handle);
     return Real(&CloseHandle, "CloseHandle")(handle);
@@ -65,7 +71,8 @@ struct HandleWatch::Replacements {
   }
   static BOOL WINAPI GetModuleHandleExW(DWORD flags, const wchar_t* name, HMODULE* found) {
     const BOOL result = Real(&GetModuleHandleExW, "GetModuleHandleExW")(flags, name, found);
-    if (result != FALSE) Current().Entered("GetModuleHandleExW");
+    constexpr DWORD kTakesNone = GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT | GET_MODULE_HANDLE_EX_FLAG_PIN;
+    if (result != FALSE && (flags & kTakesNone) == 0) Current().Entered("GetModuleHandleExW");
     return result;
   }
   static BOOL WINAPI FreeLibrary(HMODULE freed) {
@@ -104,6 +111,7 @@ HandleWatch::HandleWatch(HMODULE module) {
   };
   patch("CreateEventW", &Replacements::CreateEventW);
   patch("CreateThread", &Replacements::CreateThread);
+  patch("CreateFileW", &Replacements::CreateFileW);
   patch("DuplicateHandle", &Replacements::DuplicateHandle);
   patch("CloseHandle", &Replacements::CloseHandle);
   patch("WSACreateEvent", &Replacements::WSACreateEvent);

@@ -11,10 +11,10 @@
 #include "ScriptedWindows/ImportTable/ImportPatch.h"
 #include "ScriptedWindows/ImportTable/OnlyOne.h"
 
-// Keeps the books while it lives: events, threads, copies of both, registry keys, module references, and the counted
-// states of COM and Winsock; a kind is the function that opens it. Declare it after other patches of the same calls (it
-// forwards to them) and read it before it ends. The module's runtime shares its import table; what that opens is noted
-// as well.
+// Keeps the books while it lives: events, threads, copies of both, files, registry keys, module references, and the
+// counted states of COM and Winsock; a kind is the function that opens it. Declare it after other patches of the same
+// calls (it forwards to them) and read it before it ends. The module's runtime shares its import table; what that opens
+// is noted as well.
 class HandleWatch : public HandleLedger, public OnlyOne<HandleWatch> {
  public:
   explicit HandleWatch(HMODULE module);

@@ -25,8 +25,11 @@ ThreadWatch::Start ThreadWatch::At(std::size_t index) const {
   return m_starts.at(index);
 }
 
-bool ThreadWatch::WaitForEnd() const {
-  return ::WaitForSingleObject(At(Count() - 1).thread, kDeadlineMs) == WAIT_OBJECT_0;
+bool ThreadWatch::WaitForEnd(std::size_t newest) const {
+  const std::size_t count = Count();
+  for (std::size_t i = count - newest; i < count; ++i)
+    if (::WaitForSingleObject(At(i).thread, kDeadlineMs) != WAIT_OBJECT_0) return false;
+  return true;
 }
 
 bool ThreadWatch::HasEnded() const { return ::WaitForSingleObject(At(Count() - 1).thread, 0) == WAIT_OBJECT_0; }

@@ -29,8 +29,8 @@ class ThreadWatch : public OnlyOne<ThreadWatch> {
   std::size_t Count() const;
   Start At(std::size_t index) const;
 
-  // Waits for the newest thread. False when it takes over 10 seconds.
-  bool WaitForEnd() const;
+  // Waits for the newest thread, or so many of the newest. False when one takes over 10 seconds.
+  bool WaitForEnd(std::size_t newest = 1) const;
   bool HasEnded() const;
 
  private:
