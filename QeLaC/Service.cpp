@@ -4,8 +4,6 @@
 #include <mutex>
 #include <utility>
 
-#include "QeLaC/StoredValue.h"
-
 namespace {
 
 // How the stored form begins: a record whose one field is the collection.
@@ -13,7 +11,7 @@ constexpr std::uint8_t kRecordOfOne = 0x91;
 
 }  // namespace
 
-Service::Service(Library& library, const qela_options& options, std::vector<std::uint8_t> seen)
+Service::Service(Library& library, const qela_options& options, StoredValue seen)
     : m_library(library),
       m_callTimeoutMs(options.call_timeout_ms == 0 ? QELA_DEFAULT_CALL_TIMEOUT_MS : options.call_timeout_ms),
       m_quietMs(options.quiet_ms),
@@ -43,8 +41,8 @@ qela_status Service::Close(bool& last) {
 }
 
 qela_status Service::Load() {
-  std::vector<std::uint8_t> stored = ReadStoredValue();
-  const bool isStored = !stored.empty();
+  StoredValue stored = ReadStoredValue();
+  const bool isStored = stored && !stored->empty();
   const bool loaded = Api().Load();
   TellWorker();
   if (!loaded) return isStored ? QELA_STATUS_BAD_DATA : QELA_STATUS_NOT_FOUND;
@@ -60,7 +58,7 @@ qela_status Service::Save() {
   m_hasUnsavedEdits = false;
   try {
     // What stands there already need not be read again. If somebody else's value stands there, it is news.
-    std::vector<std::uint8_t> stored = ReadStoredValue();
+    StoredValue stored = ReadStoredValue();
     if (IsStored(stored)) m_seen = std::move(stored);
   } catch (const std::bad_alloc&) {  // then it is read again
   }
@@ -72,17 +70,19 @@ qela_status Service::Edited() {
   return m_autoSave ? Save() : QELA_STATUS_OK;
 }
 
-void Service::ReloadIfChangedByOthers() {
-  if (!m_reload || m_hasUnsavedEdits) return;
-  std::vector<std::uint8_t> stored = ReadStoredValue();
-  if (stored == m_seen) return;
+bool Service::ReloadIfChangedByOthers() {
+  if (!m_reload || m_hasUnsavedEdits) return true;
+  StoredValue stored = ReadStoredValue();
+  if (!stored) return false;
+  if (stored == m_seen) return true;
   // Before it is read: a value that is bad is told of once, not at every look.
   m_seen = std::move(stored);
-  if (!m_seen.empty()) Api().Load();
+  if (!m_seen->empty()) Api().Load();
+  return true;
 }
 
-bool Service::IsStored(const std::vector<std::uint8_t>& value) {
+bool Service::IsStored(const StoredValue& value) {
   std::vector<std::uint8_t> set;
-  return !value.empty() && value.front() == kRecordOfOne && Api().GetLocations()->SerializeToBytes(set) &&
-         std::equal(value.begin() + 1, value.end(), set.begin(), set.end());
+  return value && !value->empty() && value->front() == kRecordOfOne && Api().GetLocations()->SerializeToBytes(set) &&
+         std::equal(value->begin() + 1, value->end(), set.begin(), set.end());
 }

@@ -9,11 +9,12 @@
 
 #include "FwClient/Common/Utilities/HostCallback.h"
 #include "QeLaC/Library.h"
+#include "QeLaC/StoredValue.h"
 
 class Service : public std::enable_shared_from_this<Service> {
  public:
   // The options are known to be good. `seen` is the stored value as it was before the set was read.
-  Service(Library& library, const qela_options& options, std::vector<std::uint8_t> seen);
+  Service(Library& library, const qela_options& options, StoredValue seen);
 
   _IQeLaApiSmart& Api() noexcept { return m_library.Api(); }
   ServiceLock& Lock() noexcept { return m_library.Lock(); }
@@ -39,9 +40,9 @@ class Service : public std::enable_shared_from_this<Service> {
   qela_status StartRun();
   void EndRun(const std::shared_ptr<Run>& run);
   void TellWorker() noexcept;
-  // The caller holds the lock.
-  void ReloadIfChangedByOthers();
-  bool IsStored(const std::vector<std::uint8_t>& value);
+  // The caller holds the lock. False when the stored value cannot be read now, so that it is to be looked at again.
+  bool ReloadIfChangedByOthers();
+  bool IsStored(const StoredValue& value);
 
   static void LocationsChanged(std::shared_ptr<_IEnumQeLocations> current);
   static DWORD WINAPI WorkerThread(void* argument);
@@ -53,7 +54,7 @@ class Service : public std::enable_shared_from_this<Service> {
   const bool m_reload;
 
   // Inside the service's lock.
-  std::vector<std::uint8_t> m_seen;  // the stored value that the set was last read from or written to
+  StoredValue m_seen;  // that the set was last read from or written to; nothing where that is not known
   bool m_hasUnsavedEdits = false;
 
   HostCallback<qela_change_callback> m_change;

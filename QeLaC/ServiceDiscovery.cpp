@@ -19,7 +19,6 @@
 #include "QeLaC/Handles.h"
 #include "QeLaC/QuietTime.h"
 #include "QeLaC/Service.h"
-#include "QeLaC/StoredValue.h"
 
 namespace {
 
@@ -121,9 +120,9 @@ class Service::Worker {
 
   // The library reports a list only when it differs from the one it reported last, and a load reports nothing. While
   // the host was told another list than that one, the library would not report the way back to it; and a registry that
-  // cannot be watched reports nothing at all.
+  // cannot be watched reports nothing at all, nor does one that can be read again.
   bool MustLook() noexcept {
-    if (m_looksLeft > 0 || (m_service.m_reload && !m_armed)) return true;
+    if (m_looksLeft > 0 || m_unread || (m_service.m_reload && !m_armed)) return true;
     const SlimLockGuard lock(m_run.lock);
     return m_run.raised != m_toldIds;
   }
@@ -156,7 +155,7 @@ class Service::Worker {
     {
       const ServiceLockGuard lock(m_service.Lock(), m_service.Lock().EnterUnless(m_run.stop.get()));
       if (!lock.Entered()) return;
-      m_service.ReloadIfChangedByOthers();
+      m_unread = !m_service.ReloadIfChangedByOthers();
       current = m_service.Api().GetCurrentLocations();
     }
     std::vector<std::wstring> ids = IdsOf(*current);
@@ -188,6 +187,7 @@ class Service::Worker {
   bool m_armed = false;
   QuietTime m_quiet;
   bool m_lackedMemory = false;
+  bool m_unread = false;  // the stored value
   unsigned m_looksLeft = 0;
   std::optional<std::vector<std::wstring>> m_toldIds;
   std::uint64_t m_toldGeneration = 0;

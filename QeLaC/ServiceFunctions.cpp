@@ -7,7 +7,6 @@
 #include <utility>
 
 #include "QeLaC/ServiceCalls.h"
-#include "QeLaC/StoredValue.h"
 
 namespace {
 
@@ -26,7 +25,7 @@ bool StayLoaded() noexcept {
 qela_status Open(const qela_options& options, qela_service** handle) {
   if (!StayLoaded()) return QELA_STATUS_SYSTEM_ERROR;
   auto* const hostLock = static_cast<CRITICAL_SECTION*>(options.critical_section);
-  std::vector<std::uint8_t> stored;
+  StoredValue stored;
   Library* library = Library::Get();
   if (library == nullptr) {
     stored = ReadStoredValue();

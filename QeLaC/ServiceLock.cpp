@@ -23,8 +23,11 @@ bool ServiceLock::Enter(DWORD timeoutMs) noexcept {
 }
 
 bool ServiceLock::EnterUnless(HANDLE stop) noexcept {
-  for (DWORD pauseMs = 1; !::TryEnterCriticalSection(&m_section); pauseMs = std::min(pauseMs * 2, kLongestPauseMs))
-    if (::WaitForSingleObject(stop, pauseMs) != WAIT_TIMEOUT) return false;
+  for (DWORD pauseMs = 1; !::TryEnterCriticalSection(&m_section); pauseMs = std::min(pauseMs * 2, kLongestPauseMs)) {
+    const DWORD waited = ::WaitForSingleObject(stop, pauseMs);
+    if (waited == WAIT_OBJECT_0) return false;
+    if (waited != WAIT_TIMEOUT) ::Sleep(pauseMs);  // a wait that failed is no stop: who gave up would tell nobody
+  }
   return true;
 }
 

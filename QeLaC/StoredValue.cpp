@@ -25,7 +25,7 @@ LSTATUS Request(const UniqueRegKey& key, DWORD filter, HANDLE event) noexcept {
 
 }  // namespace
 
-std::vector<std::uint8_t> ReadStoredValue() {
+StoredValue ReadStoredValue() {
   std::vector<std::uint8_t> bytes;
   for (int i = 0; i < kTries; ++i) {
     auto size = static_cast<DWORD>(bytes.size());
@@ -35,10 +35,12 @@ std::vector<std::uint8_t> ReadStoredValue() {
       bytes.resize(size);
       return bytes;
     }
+    if (status == ERROR_FILE_NOT_FOUND || status == ERROR_PATH_NOT_FOUND || status == ERROR_UNSUPPORTED_TYPE)
+      return std::vector<std::uint8_t>();
     if (status != ERROR_SUCCESS && status != ERROR_MORE_DATA) break;
     bytes.resize(size);
   }
-  return {};
+  return std::nullopt;
 }
 
 // Of the deepest key that there is, and of the one above it: a key's own removal is told to whoever watches the one

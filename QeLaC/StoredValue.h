@@ -5,12 +5,15 @@
 #include <windows.h>
 
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 #include "FwClient/Common/Utilities/UniqueHandle.h"
 
-// Its bytes; none when there is no such value or it cannot be read. Throws std::bad_alloc.
-std::vector<std::uint8_t> ReadStoredValue();
+// Its bytes: none when there is no such value; nothing when it cannot be read now, so that it is not known. Throws
+// std::bad_alloc.
+using StoredValue = std::optional<std::vector<std::uint8_t>>;
+StoredValue ReadStoredValue();
 
 // Signals an event at every change of the value, its making and its removal included, whether or not its key exists.
 // The thread that arms it must live as long as it.
