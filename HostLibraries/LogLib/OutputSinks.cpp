@@ -17,6 +17,7 @@ bool WriteAll(HANDLE file, std::string_view bytes) {
   while (!bytes.empty()) {
     DWORD written = 0;
     if (!::WriteFile(file, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr)) return false;
+    if (written == 0) return false;  // a full pipe that does not wait for its reader; the host must not wait for it
     bytes.remove_prefix(written);
   }
   return true;
