@@ -39,6 +39,18 @@ target_compile_definitions(third_party INTERFACE MSGPACK_NO_BOOST SPDLOG_FMT_EXT
 configure_file(${PROJECT_SOURCE_DIR}/cmake/QeLaVersion.h.in ${PROJECT_BINARY_DIR}/include/QeLaVersion.h @ONLY)
 target_include_directories(qela_options INTERFACE ${PROJECT_BINARY_DIR}/include)
 
+# throw_without_memory(TARGET [EXCEPT PART]): the runtime that is linked into each module throws and catches there, and
+# has to where memory has run out, as it does in the library.
+function(throw_without_memory target)
+  cmake_parse_arguments(PARSE_ARGV 1 ARG "" EXCEPT "")
+  file(GLOB runtime CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/FwClient/Service/QeLaLib/Runtime*.cpp)
+  if(ARG_EXCEPT)
+    list(FILTER runtime EXCLUDE REGEX "Runtime${ARG_EXCEPT}\\.cpp$")
+  endif()
+  target_sources(${target} PRIVATE ${runtime})
+  target_link_options(${target} PRIVATE LINKER:--wrap=pthread_mutex_init)
+endfunction()
+
 # ship(TARGET DESCRIPTION): a module that leaves the house: with a version resource, and with a PDB beside it, made from
 # the symbols before they are stripped. The linker writes the time of day into it, and into nothing else: it is taken
 # out, since the same sources give the same bytes. Debuggers go by the identifier that stands behind it.

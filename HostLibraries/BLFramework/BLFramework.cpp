@@ -33,17 +33,34 @@ struct NamedText {
 
 struct State {
   HostCallback<qela_credentials_callback> callback;
-  std::mutex lock;
+  CriticalSection lock;
   std::vector<NamedText> answer;
   unsigned int initializations = 0;
   std::set<BLObjectHandle> handles;
   std::map<void*, std::size_t> blocks;
 };
 
-// Never destroyed: a host's thread may still be in a call when the process ends.
-State& TheState() {
-  static State* const state = new State;
-  return *state;
+// Made when the library is loaded, which takes no memory that a first call would have to have. Never destroyed: a
+// host's thread may still be in a call when the process ends.
+union Immortal {
+  Immortal() : state() {}
+  ~Immortal() {}
+  Immortal(const Immortal&) = delete;
+  Immortal& operator=(const Immortal&) = delete;
+
+  State state;
+} g_immortal;
+
+State& TheState() { return g_immortal.state; }
+
+// What a function for C makes of running out of memory, the only thing that throws here.
+template <typename Result, typename Body>
+Result WithoutThrowing(Result lack, Body body) noexcept {
+  try {
+    return body();
+  } catch (...) {
+    return lack;
+  }
 }
 
 [[noreturn]] void EndProcess(const char* reason) {
@@ -51,10 +68,19 @@ State& TheState() {
   std::abort();
 }
 
-void* Allocate(State& state, std::size_t bytes) {
-  void* const block = std::malloc(bytes);
-  if (block != nullptr) state.blocks[block] = bytes;
-  return block;
+// Null when there is no memory.
+void* Allocate(State& state, std::size_t bytes) noexcept {
+  return WithoutThrowing<void*>(nullptr, [&] {
+    std::unique_ptr<void, decltype(&std::free)> block(std::malloc(bytes), &std::free);
+    if (block != nullptr) state.blocks.emplace(block.get(), bytes);
+    return block.release();
+  });
+}
+
+// Throws where there is no memory: a null answer is what a host may have set.
+KzVariant* OrThrow(KzVariant* variant) {
+  if (variant == nullptr) throw std::bad_alloc();
+  return variant;
 }
 
 KzVariant* BuildList(const std::vector<NamedText>& texts) {
@@ -62,8 +88,8 @@ KzVariant* BuildList(const std::vector<NamedText>& texts) {
   elements.reserve(texts.size());
   for (const NamedText& text : texts)
     elements.push_back({text.name ? text.name->c_str() : nullptr, text.text ? text.text->c_str() : nullptr});
-  return BuildNewKzVariantList(elements.data(), static_cast<std::uint32_t>(elements.size()),
-                               [](std::size_t bytes) { return Allocate(TheState(), bytes); });
+  return OrThrow(BuildNewKzVariantList(elements.data(), static_cast<std::uint32_t>(elements.size()),
+                                       [](std::size_t bytes) { return Allocate(TheState(), bytes); }));
 }
 
 // What the host's callback answers; nothing when none is set. It runs outside the lock, since it may call the
@@ -86,8 +112,8 @@ class HostCredentials {
   bool Asked() const noexcept { return m_asked; }
   KzVariant* BuildAnswer() const {
     const KzvElement elements[] = {{L"userName", m_credentials.user_name}, {L"password", m_credentials.password}};
-    return BuildNewKzVariantList(elements, m_given ? 2 : 0,
-                                 [](std::size_t bytes) { return Allocate(TheState(), bytes); });
+    return OrThrow(BuildNewKzVariantList(elements, m_given ? 2 : 0,
+                                         [](std::size_t bytes) { return Allocate(TheState(), bytes); }));
   }
 
  private:
@@ -122,11 +148,12 @@ int BLGetObjectHandle(const char* objectName, unsigned int, unsigned int, BLObje
   State& state = TheState();
   const std::lock_guard lock(state.lock);
   if (state.initializations == 0 || objectName == nullptr || std::strcmp(objectName, "RVX") != 0) return kStatusUnknown;
-  auto object = std::unique_ptr<BLObject>(new (std::nothrow) BLObject);
-  if (object == nullptr) return kStatusFailed;
-  state.handles.insert(object.get());
-  *objectHandle = object.release();
-  return 0;
+  return WithoutThrowing(kStatusFailed, [&] {
+    auto object = std::make_unique<BLObject>();
+    state.handles.insert(object.get());
+    *objectHandle = object.release();
+    return 0;
+  });
 }
 
 int BLReleaseObjectHandle(BLObjectHandle objectHandle) noexcept {
@@ -146,10 +173,12 @@ int BLInvokeMethod(BLObjectHandle objectHandle, const char* method, const KzVari
       std::wcscmp(text, L"proxyCredentials") != 0)
     return kStatusUnknown;
   lock.unlock();
-  const HostCredentials credentials(state);
-  lock.lock();
-  *answer = credentials.Asked() ? credentials.BuildAnswer() : BuildList(state.answer);
-  return 0;
+  return WithoutThrowing(kStatusFailed, [&] {
+    const HostCredentials credentials(state);
+    lock.lock();
+    *answer = credentials.Asked() ? credentials.BuildAnswer() : BuildList(state.answer);
+    return 0;
+  });
 }
 
 void* BLAlloc(std::size_t bytes) noexcept {
