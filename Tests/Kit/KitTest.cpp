@@ -21,14 +21,16 @@ Ids IdsIn(qela_locations* locations) {
 }
 
 void QELA_CALL ToldHost::OnChange(qela_locations* current, void* context) {
-  auto& self = *static_cast<ToldHost*>(context);
-  Ids ids = IdsIn(current);
+  static_cast<ToldHost*>(context)->Note(IdsIn(current), current);
+}
+
+void ToldHost::Note(Ids ids, qela_locations* current) {
   std::function<void(qela_locations*)> hook;
   {
-    const std::lock_guard lock(self.m_mutex);
-    self.m_calls.push_back(std::move(ids));
-    hook = self.m_hook;
-    self.m_called.notify_all();
+    const std::lock_guard lock(m_mutex);
+    m_calls.push_back(std::move(ids));
+    hook = m_hook;
+    m_called.notify_all();
   }
   if (hook) hook(current);
 }

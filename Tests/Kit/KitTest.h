@@ -59,6 +59,8 @@ Ids IdsIn(qela_locations* locations);
 class ToldHost {
  public:
   static void QELA_CALL OnChange(qela_locations* current, void* context);
+  // What that does once it has read the IDs.
+  void Note(Ids ids, qela_locations* current);
 
   // Called inside the callback, after the call was noted.
   void OnCall(std::function<void(qela_locations*)> hook);
@@ -81,7 +83,7 @@ class Gate {
     ::SetEvent(m_reached);
     ::WaitForSingleObject(m_open, 10'000);
   }
-  bool WaitUntilReached() { return ::WaitForSingleObject(m_reached, 10'000) == WAIT_OBJECT_0; }
+  bool WaitUntilReached(DWORD mostMs = 10'000) { return ::WaitForSingleObject(m_reached, mostMs) == WAIT_OBJECT_0; }
   void Open() { ::SetEvent(m_open); }
 
  private:

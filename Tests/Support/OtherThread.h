@@ -25,8 +25,8 @@ class OtherThread {
   void Join() {
     if (m_thread.joinable()) m_thread.join();
   }
-  // False when `act` takes over 10 seconds.
-  bool HasEnded() const { return ::WaitForSingleObject(m_ended, 10000) == WAIT_OBJECT_0; }
+  // False when `act` takes over 10 seconds, or as long as is said.
+  bool HasEnded(DWORD mostMs = 10'000) const { return ::WaitForSingleObject(m_ended, mostMs) == WAIT_OBJECT_0; }
 
  private:
   HANDLE m_ended = ::CreateEventW(nullptr, TRUE, FALSE, nullptr);

@@ -4,7 +4,6 @@
 #include <LogLibHost.h>
 #include <gtest/gtest.h>
 // After windows.h, which it needs.
-#include <tlhelp32.h>
 
 #include <filesystem>
 #include <fstream>
@@ -18,6 +17,7 @@
 #include "ScriptedWindows/ImportTable/ImportPatch.h"
 #include "ScriptedWindows/UniqueName.h"
 #include "Tests/Support/LogRecorder.h"
+#include "Tests/Support/ProcessCounts.h"
 
 namespace {
 
@@ -518,7 +518,7 @@ TEST_F(LogLibOutput, AFileThatAnotherProcessHasRotatedIsNotRotatedAgain) {
   EXPECT_EQ(lines[0], "another's");
 }
 
-// Bytes and threads that the process holds.
+// Bytes that the process holds.
 std::size_t HeapBytes() {
   std::size_t bytes = 0;
   PROCESS_HEAP_ENTRY entry{};
@@ -528,17 +528,6 @@ std::size_t HeapBytes() {
     if ((entry.wFlags & PROCESS_HEAP_ENTRY_BUSY) != 0) bytes += entry.cbData;
   ::HeapUnlock(heap);
   return bytes;
-}
-
-std::size_t Threads() {
-  const HANDLE snapshot = ::CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0);
-  std::size_t count = 0;
-  THREADENTRY32 entry{};
-  entry.dwSize = sizeof entry;
-  for (BOOL more = ::Thread32First(snapshot, &entry); more; more = ::Thread32Next(snapshot, &entry))
-    if (entry.th32OwnerProcessID == ::GetCurrentProcessId()) ++count;
-  ::CloseHandle(snapshot);
-  return count;
 }
 
 TEST_F(LogLibOutput, LoadingAndUnloadingAThousandTimesKeepsNothing) {
@@ -551,19 +540,19 @@ TEST_F(LogLibOutput, LoadingAndUnloadingAThousandTimesKeepsNothing) {
   };
   load(50);  // what the system itself keeps after the first times
   const std::size_t bytes = HeapBytes();
-  const std::size_t threads = Threads();
+  const std::size_t threads = CountThreads();
   load(1000);
   // A leak of 100 bytes a time would be found; the system's own heap blocks come in steps of 4 to 32 KB.
   EXPECT_LT(HeapBytes(), bytes + 100'000);
-  EXPECT_EQ(Threads(), threads);
+  EXPECT_EQ(CountThreads(), threads);
   EXPECT_EQ(ReadLines(File()).size(), 1050u);
 }
 
 TEST_F(LogLibOutput, LoggingStartsNoThread) {
-  const std::size_t threads = Threads();
+  const std::size_t threads = CountThreads();
   const CopiedLogLib log(m_folder, File());
   log.Log(L"text");
-  EXPECT_EQ(Threads(), threads);
+  EXPECT_EQ(CountThreads(), threads);
 }
 
 }  // namespace

@@ -1,0 +1,55 @@
+// Runs a scene again and again while each import of a module that it reaches fails, at each of its calls.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <set>
+#include <string>
+
+#include "ScriptedWindows/ImportTable/ImportFaults.h"
+
+// One run of a scene.
+class Attempt {
+ public:
+  // Nothing fails.
+  Attempt() = default;
+  Attempt(ImportFaults& faults, ImportFaults::Mode mode) : m_faults(&faults), m_mode(mode) {}
+
+  bool Fails() const { return m_faults != nullptr; }
+  bool FailsFromThenOn() const { return Fails() && m_mode == ImportFaults::Mode::kFromThenOn; }
+  // From here on nothing fails, in this run.
+  void EndFailures() {
+    if (m_faults != nullptr) m_faults->StopFailing();
+  }
+
+ private:
+  ImportFaults* m_faults = nullptr;
+  ImportFaults::Mode m_mode = ImportFaults::Mode::kOnce;
+};
+
+// What a host does. It judges what comes of it, and leaves nothing behind.
+using Scene = std::function<void(Attempt&)>;
+
+// Sets the module up and calls its argument with it; for a scene that does in a module what is done there only once,
+// each time with a module that has just been loaded. It must be the same file each time.
+using WithModule = std::function<void(const std::function<void(ImportFaults&)>&)>;
+
+// For every import that the scene reaches, for its calls, once and from then on: runs the scene while the call fails,
+// and then while nothing does. Of more than `mostCalls` calls that many are taken: half of them are the first, the
+// others lie evenly between these and the last, which is one of them. The first call fails with every error that
+// ImportFailures.h knows for the function, the others with these in turn. What gives memory fails together besides: the
+// heap is one.
+//
+// A failure of the test tells what failed, and after a few of them no more is tried. So does what the program says at
+// its end, when it crashes or when a run takes over 30 seconds. Returns the imports that were called in any run.
+//
+// Not every module can throw when there is no memory left at all: `memory` tells whether it may be gone for good.
+enum class Memory { kFailsOnce, kGoesForGood };
+std::set<std::string> FailEveryImport(const WithModule& withModule, std::uint32_t mostCalls, const Scene& scene,
+                                      Memory memory = Memory::kGoesForGood);
+inline std::set<std::string> FailEveryImport(ImportFaults& faults, std::uint32_t mostCalls, const Scene& scene) {
+  return FailEveryImport([&](const auto& use) { use(faults); }, mostCalls, scene);
+}
+
+// Fails the test for each import that ImportFailures.h does not know.
+void ExpectKnownImports(const ImportFaults& faults);
