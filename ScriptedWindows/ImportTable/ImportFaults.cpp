@@ -61,8 +61,9 @@ namespace {
 // What the table is made to point to: mov r11, slot; jmp [the address behind it]; the address.
 struct Thunk {
   explicit Thunk(const ImportFaults::Slot* slot) {
-    const void (*const entry)() = reinterpret_cast<const void (*)()>(&ScriptedWindowsImportEntry);
-    std::memcpy(bytes + 2, &slot, sizeof slot);
+    const auto place = reinterpret_cast<std::uintptr_t>(slot);
+    const auto entry = reinterpret_cast<std::uintptr_t>(&ScriptedWindowsImportEntry);
+    std::memcpy(bytes + 2, &place, sizeof place);
     std::memcpy(bytes + 16, &entry, sizeof entry);
   }
   unsigned char bytes[32] = {0x49, 0xbb, 0, 0, 0, 0, 0, 0, 0, 0, 0xff, 0x25};

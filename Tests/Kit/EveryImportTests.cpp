@@ -134,11 +134,13 @@ class KitEveryImport : public KitTest {
         judge.Does(qela_criteria_text(criteria, QELA_CRITERION_DEFAULT_GATEWAY, 0, text, &(length = 200)));
       }
       judge.Does(qela_criteria_flag(criteria, QELA_CRITERION_ZELT_REACHABLE, &flag));
-      if (judge.Does(qela_criteria_to_bytes(criteria, bytes, &(length = 2000))))
+      length = 2000;
+      if (judge.Does(qela_criteria_to_bytes(criteria, bytes, &length)))
         judge.Does(qela_criteria_from_bytes(criteria, bytes, length));
       EXPECT_EQ(qela_criteria_release(criteria), QELA_STATUS_OK);
     }
-    if (judge.Does(qela_location_to_bytes(location, bytes, &(length = 2000))))
+    length = 2000;
+    if (judge.Does(qela_location_to_bytes(location, bytes, &length)))
       judge.Does(qela_location_from_bytes(location, bytes, length));
     judge.Answers(QELA_STATUS_BAD_DATA, qela_location_from_bytes(location, "\xc1", 1));
     judge.Answers(QELA_STATUS_NOT_FOUND, qela_update_location(service, location));
@@ -164,7 +166,8 @@ class KitEveryImport : public KitTest {
         EXPECT_EQ(qela_location_release(location), QELA_STATUS_OK);
       }
       judge.Answers(QELA_STATUS_NOT_FOUND, qela_locations_find(all, L"an identifier that nobody has given", &location));
-      if (judge.Does(qela_locations_to_bytes(all, bytes, &(length = 2000))) &&
+      length = 2000;
+      if (judge.Does(qela_locations_to_bytes(all, bytes, &length)) &&
           judge.Gives(qela_create_locations(service, &made), made)) {
         judge.Does(qela_locations_from_bytes(made, bytes, length));
         EXPECT_EQ(qela_locations_release(made), QELA_STATUS_OK);
