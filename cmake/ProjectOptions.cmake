@@ -39,8 +39,8 @@ target_compile_definitions(third_party INTERFACE MSGPACK_NO_BOOST SPDLOG_FMT_EXT
 configure_file(${PROJECT_SOURCE_DIR}/cmake/QeLaVersion.h.in ${PROJECT_BINARY_DIR}/include/QeLaVersion.h @ONLY)
 target_include_directories(qela_options INTERFACE ${PROJECT_BINARY_DIR}/include)
 
-# throw_without_memory(TARGET [EXCEPT PART]): the runtime that is linked into each module throws and catches there, and
-# has to where memory has run out, as it does in the library.
+# throw_without_memory(TARGET [EXCEPT PARTS]): the runtime that is linked into each module throws and catches there, and
+# has to where memory has run out, as it does in the library. PARTS is a regular expression.
 function(throw_without_memory target)
   cmake_parse_arguments(PARSE_ARGV 1 ARG "" EXCEPT "")
   file(GLOB runtime CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/FwClient/Service/QeLaLib/Runtime*.cpp)

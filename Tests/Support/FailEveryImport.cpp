@@ -111,8 +111,7 @@ int Failures() { return ::testing::UnitTest::GetInstance()->current_test_info()-
 
 }  // namespace
 
-std::set<std::string> FailEveryImport(const WithModule& withModule, std::uint32_t mostCalls, const Scene& scene,
-                                      Memory memoryFails) {
+std::set<std::string> FailEveryImport(const WithModule& withModule, std::uint32_t mostCalls, const Scene& scene) {
   Culprit culprit;
   std::set<std::string> called;
   const auto noteCalls = [&](const ImportFaults& faults) {
@@ -158,8 +157,7 @@ std::set<std::string> FailEveryImport(const WithModule& withModule, std::uint32_
       for (std::size_t i = 0; i < target.failures->size(); ++i) {
         if (call != 1 && i != call % target.failures->size()) continue;
         fail(call, (*target.failures)[i], ImportFaults::Mode::kOnce);
-        if (!target.givesMemory || memoryFails == Memory::kGoesForGood)
-          fail(call, (*target.failures)[i], ImportFaults::Mode::kFromThenOn);
+        fail(call, (*target.failures)[i], ImportFaults::Mode::kFromThenOn);
       }
     }
     EXPECT_TRUE(reached || Failures() - before > kMostFailures) << target.name << " is not called again";

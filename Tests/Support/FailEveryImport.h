@@ -42,11 +42,7 @@ using WithModule = std::function<void(const std::function<void(ImportFaults&)>&)
 //
 // A failure of the test tells what failed, and after a few of them no more is tried. So does what the program says at
 // its end, when it crashes or when a run takes over 30 seconds. Returns the imports that were called in any run.
-//
-// Not every module can throw when there is no memory left at all: `memory` tells whether it may be gone for good.
-enum class Memory { kFailsOnce, kGoesForGood };
-std::set<std::string> FailEveryImport(const WithModule& withModule, std::uint32_t mostCalls, const Scene& scene,
-                                      Memory memory = Memory::kGoesForGood);
+std::set<std::string> FailEveryImport(const WithModule& withModule, std::uint32_t mostCalls, const Scene& scene);
 inline std::set<std::string> FailEveryImport(ImportFaults& faults, std::uint32_t mostCalls, const Scene& scene) {
   return FailEveryImport([&](const auto& use) { use(faults); }, mostCalls, scene);
 }
