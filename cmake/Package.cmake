@@ -41,6 +41,7 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/cmake/QeLaLibConfigVersio
 install(FILES ${PROJECT_BINARY_DIR}/cmake/QeLaLibConfig.cmake ${PROJECT_BINARY_DIR}/cmake/QeLaLibConfigVersion.cmake
   DESTINATION cmake)
 
+install(FILES Tools/qela/completion/qela.bash Tools/qela/completion/qela.ps1 DESTINATION completion)
 install(DIRECTORY Docs/ DESTINATION docs)
 install(DIRECTORY Samples/ DESTINATION samples)
 install(FILES LICENSE NOTICE DESTINATION licences)

@@ -21,6 +21,10 @@ for module in QeLaLib.dll QeLaC.dll LogLib.dll blframework.dll KzVariantExport.d
   [[ -s bin/$module && -s bin/${module%.*}.pdb ]] || failed "bin/$module or its PDB is missing"
 done
 
+it "has what completes qela's command lines in Bash and PowerShell"
+bash -n completion/qela.bash
+grep -q 'Register-ArgumentCompleter -Native -CommandName qela' completion/qela.ps1 || failed "completion/qela.ps1 registers nothing"
+
 it "says the same version everywhere"
 version=$(sed -n 's/^#define QELA_VERSION_TEXT "\(.*\)"/\1/p' include/QeLaVersion.h)
 [[ $(echo "$build"/package/*.zip) = */QeLaLib-$version-win64.zip ]] || failed "the zip's name has another version than $version"

@@ -160,12 +160,17 @@ bool CommandParser::Parse(const std::vector<std::wstring>& arguments) {
   }
 }
 
-std::optional<Options> ParseCommandLine(const std::vector<std::wstring>& arguments) {
-  CommandParser parser;
+void AddCommands(CommandParser& parser) {
   AddReadingCommands(parser);
   AddEditingCommands(parser);
   AddRollOutCommands(parser);
   AddMachineCommands(parser);
+  AddCompletion(parser);
+}
+
+std::optional<Options> ParseCommandLine(const std::vector<std::wstring>& arguments) {
+  CommandParser parser;
+  AddCommands(parser);
   if (!parser.Parse(arguments)) return std::nullopt;
   return std::move(parser.Result());
 }

@@ -45,3 +45,5 @@ void AddReadingCommands(CommandParser& parser);
 void AddEditingCommands(CommandParser& parser);
 void AddRollOutCommands(CommandParser& parser);
 void AddMachineCommands(CommandParser& parser);
+void AddCompletion(CommandParser& parser);
+void AddCommands(CommandParser& parser);  // all of them

@@ -35,3 +35,6 @@ ExitCode RestoreSet(const Options& options);
 // What the library itself decides: these make its service, which calculates, with probes.
 ExitCode ShowCurrent(const Options& options);
 ExitCode Watch(const Options& options);
+
+// For the shells' completion files.
+ExitCode Complete(const Options& options);

@@ -85,6 +85,9 @@ struct Options {
   // export, apply, diff, validate
   RollOut rollOut;
 
+  // complete
+  std::vector<std::string> words;
+
   // watch
   std::optional<std::uint32_t> seconds;
 

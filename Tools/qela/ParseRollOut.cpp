@@ -31,7 +31,7 @@ void AddRollOutCommands(CommandParser& parser) {
           },
           "Without it, a file whose name ends in .reg is .reg text and all else JSON")
       ->type_name("json|reg")
-      ->check(CLI::IsMember({"json", "reg"}));
+      ->check(CLI::IsMember({"json", "reg"}).description(""));
   CommandParser::SetExamples(command,
                              "  qela export locations.json\n"
                              "  qela export --format reg locations.reg\n");
