@@ -38,13 +38,14 @@ expect "$(stored)" "$before"
 it "differences are shown by field, before anything is changed"
 jq '.locations[0].name = "Office" | .locations[1].criteria.gateways = ["10.0.0.1"] | .locations += [{"id": "new", "name": "New"}]' set.json >next.json
 answer qela apply next.json --dry-run
-expect_answer 6 'would change "Office" (11111111-0000-0000-0000-000000000001)
+expect_code 6
+expect "$out" 'would change "Office" (11111111-0000-0000-0000-000000000001)
   name: "Büro 日" -> "Office"
 would change "Lab" (11111111-0000-0000-0000-000000000002)
   gateways: none -> "10.0.0.1"
 would add "New" (new)
   no criteria: current everywhere while enabled
-3 locations in all. Nothing was changed.' ""
+3 locations in all. Nothing was changed.'
 answer qela diff next.json --json
 expect_code 6
 expect_json '.action == "compared" and [.differences[].difference] == ["changed", "changed", "added"]'

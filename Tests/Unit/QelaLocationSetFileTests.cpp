@@ -64,6 +64,11 @@ TEST(QelaLocationSetFile, BothFormsKeepEverythingButTheAdapters) {
   }
 }
 
+TEST(QelaLocationSetFile, ARegFileTakesNoAdaptersToOtherMachines) {
+  for (const CQeLocation& location : DecodeSet(ParseRegFile(SetAsReg(Set()), "set").bytes))
+    EXPECT_TRUE(location.AdapterIndexes().empty());
+}
+
 TEST(QelaLocationSetFile, AnEmptySetIsASet) {
   EXPECT_TRUE(ParseSetFile(SetAsJson({}), "set").empty());
   EXPECT_TRUE(ParseSetFile(SetAsReg({}), "set").empty());

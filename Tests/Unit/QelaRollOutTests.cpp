@@ -158,7 +158,7 @@ TEST_F(QelaRollOut, DiffTellsBothSides) {
             "4 locations in all. Before the arrow: stored.\n");
   EXPECT_EQ(m_code, kDifferences);
   const auto answer = RunJson(DiffSet, {.file = Path("set")});
-  EXPECT_THAT(DifferencesIn(answer), ElementsAre("moved a place", "changed b note", "added c", "removed x"));
+  ASSERT_THAT(DifferencesIn(answer), ElementsAre("moved a place", "changed b note", "added c", "removed x"));
   EXPECT_EQ(answer["differences"][1]["fields"][0], (nlohmann::json{{"field", "note"}, {"before", "n"}, {"after", ""}}));
   EXPECT_EQ(answer["differences"][3]["location"]["name"], "X");
 }
@@ -190,6 +190,14 @@ TEST_F(QelaRollOut, ApplyKeepsTheAdaptersOfWhatItLeavesAndStoresTheRestAsAddingD
   m_registry.Put(PackedSet({{.id = "a", .name = "a", .adapterIndexes = {3}}}));
   Run(ApplySet, {.file = File(SetOf("ba"))});
   EXPECT_THAT(ReadLocations()[1].AdapterIndexes(), ElementsAre(3u));
+}
+
+TEST_F(QelaRollOut, WhatTheFileOnlySpellsInAnotherWayStaysAsItIsStored) {
+  LocationBlob stored{.id = "a", .name = "a", .adapterIndexes = {3}};
+  stored.texts[LCT_DEFAULT_GATEWAY] = {"x"};
+  m_registry.Put(PackedSet({stored}));
+  Run(ApplySet, {.file = File(SetOf("ab", R"(, "criteria": {"gateways": ["x", "x"]})"))});
+  EXPECT_THAT(ReadLocations()[0].AdapterIndexes(), ElementsAre(3u));
 }
 
 TEST_F(QelaRollOut, ALocationOfVeryManyCriteriaIsAppliedInShortTime) {
