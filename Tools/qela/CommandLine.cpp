@@ -165,6 +165,7 @@ void AddCommands(CommandParser& parser) {
   AddEditingCommands(parser);
   AddRollOutCommands(parser);
   AddMachineCommands(parser);
+  AddLintCommand(parser);
   AddCompletion(parser);
 }
 

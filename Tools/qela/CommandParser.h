@@ -45,5 +45,6 @@ void AddReadingCommands(CommandParser& parser);
 void AddEditingCommands(CommandParser& parser);
 void AddRollOutCommands(CommandParser& parser);
 void AddMachineCommands(CommandParser& parser);
+void AddLintCommand(CommandParser& parser);
 void AddCompletion(CommandParser& parser);
 void AddCommands(CommandParser& parser);  // all of them

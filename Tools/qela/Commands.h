@@ -12,6 +12,8 @@ ExitCode MatchAddresses(const Options& options);  // kDone for yes, kNo for no
 ExitCode ShowLocations(const Options& options);
 ExitCode ShowLocation(const Options& options);
 
+ExitCode LintSet(const Options& options);  // kFailed when the set has errors
+
 // Of recorded machines. RecordMachine calls probes where it is told to.
 ExitCode RecordMachine(const Options& options);
 ExitCode TestMachines(const Options& options);  // kFailed where a machine is not as expected

@@ -1,11 +1,11 @@
 // The edits of single locations: each reads the stored set, changes one location and writes the set, without a service.
 #include <algorithm>
-#include <cwctype>
 
 #include "AdapterView.h"
 #include "Commands.h"
 #include "EditMessages.h"
 #include "Json.h"
+#include "Lint.h"
 #include "LocationText.h"
 #include "Output.h"
 #include "StoredSet.h"
@@ -20,18 +20,10 @@ void Report(const Options& options, const CQeLocation& location, const std::stri
     Print(text + "\n");
 }
 
-// Without letter case and blanks, which is what people take for the same name.
-std::wstring Blurred(const std::wstring& name) {
-  std::wstring blurred;
-  for (const wchar_t unit : name)
-    if (!std::iswspace(unit)) blurred += static_cast<wchar_t>(std::towlower(unit));
-  return blurred;
-}
-
 void NoteSimilarNames(const LocationSet& set, const CQeLocation& named) {
   for (const CQeLocation& location : set)
     if (location.Id() != named.Id() && location.Name() != named.Name() &&
-        Blurred(location.Name()) == Blurred(named.Name()))
+        WithoutCaseAndBlanks(location.Name()) == WithoutCaseAndBlanks(named.Name()))
       Note("the name differs from that of " + Quoted(location) + " only in case or blanks");
 }
 
@@ -123,10 +115,9 @@ ExitCode Change(const Options& options, const LocationEdit& change, const std::s
     RequireFreeName(edit.locations, *change.name, &location, change.force);
     NoteSimilarNames(edit.locations, location);
   }
-  if (location.Criterias().GetCount() == 0 && before.Criterias().GetCount() != 0)
-    Note("a location without criteria is current everywhere while it is enabled");
   SaveEdit(edit);
   Report(options, location, action, actionAtBeginning + " " + Quoted(location) + ".");
+  if (!change.criteria.empty() || change.managementServer) NoteFindings(edit.locations, location.Id());
   return kDone;
 }
 
@@ -154,11 +145,10 @@ ExitCode AddLocation(const Options& options) {
   }
   RequireFreeName(set, location.Name(), nullptr, change.force);
   NoteSimilarNames(set, location);
-  if (location.Criterias().GetCount() == 0)
-    Note("a location without criteria is current everywhere while it is enabled");
   set.push_back(location);
   SaveEdit(edit);
   Report(options, location, "added", "Added " + Quoted(location) + ".");
+  NoteFindings(set, location.Id());
   return kDone;
 }
 

@@ -68,6 +68,12 @@ struct MachineOptions {
   std::wstring junit;
 };
 
+struct LintOptions {
+  std::optional<std::wstring> file;  // otherwise the stored set
+  bool strict = false;
+  std::optional<std::uint32_t> adapters;  // otherwise those of this machine
+};
+
 struct Options {
   ExitCode (*run)(const Options& options) = nullptr;  // the command
   bool json = false;
@@ -84,6 +90,8 @@ struct Options {
 
   // export, apply, diff, validate
   RollOut rollOut;
+
+  LintOptions lint;
 
   // complete
   std::vector<std::string> words;

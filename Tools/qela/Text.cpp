@@ -22,6 +22,13 @@ std::string Printable(std::wstring_view text) {
   return ToUtf8(shown);
 }
 
+std::wstring WithoutCaseAndBlanks(const std::wstring& name) {
+  std::wstring blurred;
+  for (const wchar_t unit : name)
+    if (!std::iswspace(unit)) blurred += static_cast<wchar_t>(std::towlower(unit));
+  return blurred;
+}
+
 namespace {
 
 // Where the lines go on that a line is broken into.

@@ -24,5 +24,8 @@ bool MatchesGlob(std::wstring_view pattern, std::wstring_view text);
 // "1 adapter", "2 adapters".
 std::string Counted(std::size_t count, const std::string& thing);
 
+// What people take for the same name: without letter case and blanks.
+std::wstring WithoutCaseAndBlanks(const std::wstring& name);
+
 // The local time with its offset, such as 2025-11-21T02:44:06.736+01:00.
 std::string TimeNow();

@@ -32,6 +32,9 @@ class WildcardLabel {
   // Whether the whole of `text`, in lower case, matches.
   bool Matches(const std::wstring& text) const;
 
+  // For what tells administrators of broken labels.
+  bool MatchesNothing() const noexcept { return m_matcher == nullptr; }
+
  private:
   struct Matcher;
   struct Plain;
