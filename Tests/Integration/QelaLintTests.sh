@@ -110,6 +110,22 @@ expect_code 0
 expect_out "10000 locations: 0 errors, 0 warnings, 10000 notes"
 [ "$took" -lt 2000000 ] || failed "took $took us"
 
+it "apply tells of what it changes, and of that alone"
+answer qela apply "$folder/set.json" --dry-run
+expect_code 6
+expect_err 'qela: note: L107 (error) "One" (a): --gateway "FE80::1": Addresses are compared as texts'
+answer qela apply "$folder/set.json"
+expect_code 0
+expect_err 'qela: note: L107 (error) "Two" (b): --gateway "FE80::1"'
+expect_err 'qela: note: L501 (warning) "Two" (b): Two locations have the same criteria, and are current together (the other is "One" (a)).'
+[[ $err != *Office* ]] || not_answered "notes of a location that was not changed"
+answer qela apply "$folder/set.json"
+expect_answer 0 "The stored set is as in the file already." ""
+answer qela apply "$folder/large.json"
+expect_code 0
+expect "$(grep -c '^qela: note: ' <<<"$err")" 21
+expect_err 'qela: note: 9980 more; "qela lint" tells all'
+
 it "a stored set that cannot be read is told"
 reg add "$kValueKey" /v la /t REG_BINARY /d 01 /f >/dev/null
 answer qela lint

@@ -10,6 +10,7 @@
 #include "EditMessages.h"
 #include "FileBytes.h"
 #include "FwClient/Service/QeLaLib/CriteriaValue.h"
+#include "Lint.h"
 #include "LocationSetFile.h"
 #include "LocationText.h"
 #include "Output.h"
@@ -128,6 +129,13 @@ void Report(const Options& options, const std::string& action, const Differences
     Print(DifferencesText(differences, words) + summary + "\n");
 }
 
+void NoteFindingsIn(const LocationSet& set, const Differences& differences) {
+  std::vector<std::wstring> ids;
+  for (const LocationDifference& difference : differences)
+    if (difference.after != nullptr) ids.push_back(difference.after->Id());
+  NoteFindings(set, ids);
+}
+
 bool IsReg(const RollOut& rollOut) {
   if (rollOut.format != RollOut::Format::kByName) return rollOut.format == RollOut::Format::kReg;
   constexpr std::wstring_view kEnd = L".reg";
@@ -146,6 +154,7 @@ ExitCode Store(const Options& options, StoredSetEdit& edit, LocationSet set, con
   }
   SaveEdit(edit);
   Report(options, action, differences, kMade, summary);
+  NoteFindingsIn(edit.locations, differences);
   return kDone;
 }
 
@@ -187,6 +196,7 @@ ExitCode ApplySet(const Options& options) {
     const bool areSame = differences.empty();
     Report(options, areSame ? "unchanged" : "planned", differences, kPlanned,
            areSame ? unchanged : Counted(differences.size(), "location") + " in all. Nothing was changed.");
+    NoteFindingsIn(applied, differences);
     return areSame ? kDone : kDifferences;
   }
   StoredSetEdit edit;
