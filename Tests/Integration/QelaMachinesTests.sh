@@ -78,6 +78,11 @@ expect_json '[.machines[].machine] == ["unplugged", "office"] and .machines[1].f
 expect_json '.machines[1].current == [{"id": "11111111-0000-0000-0000-000000000001", "name": "Office"}]'
 expect_json '.tested == 2 and .different == 0 and .errors == 0 and .withoutSnapshot == []'
 
+it "a set is tried as it would be stored, in the normal form of addresses"
+jq '.locations[0].criteria.gateways = ["0000:0000:0000:0000:0000:ffff:0a14:0001"]' set.json >spelled.json
+answer qela test --set spelled.json --machines machines/office.json
+expect_answer 0 "office: Office" ""
+
 it "what the library itself decides on the machine is what the test told"
 leave_network wifi0 192.168.2.7/24 2>/dev/null || true
 join_network wifi0 192.168.2.7/24 192.168.2.1
@@ -156,6 +161,9 @@ expect_err 'set.json, line 1: '
 answer qela test --machines machines; expect_code 2; expect_err --set
 answer qela test --set set.json; expect_code 2; expect_err --machines
 answer qela snapshot --set set.json; expect_code 2; expect_err --probes
+for option in --set --expect --junit; do
+  answer qela test --set set.json --machines machines "$option" ''; expect_code 2; expect_err "$option: the file must have a name"
+done
 before=$(cat machines/office.json)
 answer qela snapshot no/folder.json; expect_code 1; expect_err 'cannot be written'
 answer qela snapshot machines; expect_code 1; expect_err 'cannot be written'

@@ -57,15 +57,15 @@ struct RollOut {
 
 // Recorded machines: snapshot and test.
 struct MachineOptions {
-  std::optional<std::wstring> set;  // a file; without it, the stored locations
+  std::wstring set;  // a file; empty: the stored locations
   // snapshot
   std::wstring file;  // empty or "-": standard output
   std::wstring label;
   bool probes = false;
   // test
   std::vector<std::wstring> machines;  // files, folders and patterns
-  std::optional<std::wstring> expect;
-  std::wstring junit;
+  std::wstring expect;                 // empty: nothing is expected
+  std::wstring junit;                  // empty: none
 };
 
 struct LintOptions {

@@ -50,11 +50,17 @@ void AddRollOutCommands(CommandParser& parser) {
                              "  qela apply locations.json --dry-run\n"
                              "  qela apply locations.json --delete-missing\n");
 
-  AddWithFile(parser, "diff", "Show how a file differs from the stored set. Exit code 0 when nothing does, 6 otherwise",
-              DiffSet);
-  AddWithFile(parser, "validate",
-              "Tell whether a file holds a set that can be applied, and otherwise where and why not", ValidateSet);
-  parser.Add(parser.Root(), "restore",
-             "Bring back the set that was stored before qela changed it last. Done again, it brings back the newer one",
-             RestoreSet);
+  CommandParser::SetExamples(
+      AddWithFile(parser, "diff",
+                  "Show how a file differs from the stored set. Exit code 0 when nothing does, 6 otherwise", DiffSet),
+      "  qela diff locations.json\n");
+  CommandParser::SetExamples(
+      AddWithFile(parser, "validate",
+                  "Tell whether a file holds a set that can be applied, and otherwise where and why not", ValidateSet),
+      "  qela validate locations.json\n");
+  CommandParser::SetExamples(parser.Add(parser.Root(), "restore",
+                                        "Bring back the set that was stored before qela changed it last. Done again, "
+                                        "it brings back the newer one",
+                                        RestoreSet),
+                             "  qela restore\n");
 }

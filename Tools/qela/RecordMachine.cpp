@@ -5,7 +5,6 @@
 #include "FwClient/Service/QeLaLib/QeLaLib.h"
 #include "FwClient/Service/QeLaLib/RegistryKeyCriterion.h"
 #include "Json.h"
-#include "LocationSetFile.h"
 #include "MachineSnapshot.h"
 #include "Output.h"
 #include "StoredSet.h"
@@ -33,7 +32,9 @@ ExitCode RecordMachine(const Options& options) {
   machine.machine = asked.label;
   machine.recorded = TimeNow();
   // Read first: an error in it should not cost the time of a snapshot.
-  const LocationSet set = !asked.probes ? LocationSet() : asked.set ? ReadSetFile(*asked.set) : ReadLocations();
+  const LocationSet set = !asked.probes       ? LocationSet()
+                          : asked.set.empty() ? ReadLocations()
+                                              : ReadSetToTest(asked.set);
   machine.adapters = *TakeAdapters();
   if (asked.probes) AskProbes(machine, set);
   const bool toOutput = asked.file.empty() || asked.file == L"-";

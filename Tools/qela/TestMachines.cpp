@@ -13,7 +13,6 @@
 #include "InOrder.h"
 #include "Json.h"
 #include "JunitFile.h"
-#include "LocationSetFile.h"
 #include "MachineSnapshot.h"
 #include "Output.h"
 #include "TestSet.h"
@@ -198,7 +197,7 @@ class TestReport {
         m_set(set),
         m_expectations(expectations),
         m_machines(machines) {
-    if (!m_asked.junit.empty()) m_junit.emplace(m_asked.junit, ToUtf8(*m_asked.set));
+    if (!m_asked.junit.empty()) m_junit.emplace(m_asked.junit, ToUtf8(m_asked.set));
     if (m_json) m_text = R"({"schema":1,"machines":[)";
   }
 
@@ -214,7 +213,7 @@ class TestReport {
       ++m_failed;
     else if (!result.differences.empty())
       ++m_different;
-    else if (m_asked.expect && result.expected == nullptr)
+    else if (!m_asked.expect.empty() && result.expected == nullptr)
       NoteUnexpected(result);
     if (m_json) {
       m_text += (m_done == 1 ? "" : ",") + ResultAsJson(result, m_set).dump();
@@ -223,7 +222,7 @@ class TestReport {
     } else {
       Tell("error: " + result.error);
     }
-    if (m_junit) AddToJunit(result);
+    if (m_junit) AddTo(*m_junit, result);
     constexpr std::size_t kEnough = 32 << 10;
     if (m_text.size() >= kEnough || IsLate()) Flush();
   }
@@ -234,7 +233,7 @@ class TestReport {
       if (m_seen.contains(&expectation)) continue;
       missing.push_back({{"machine", ToUtf8(machine)}, {"line", expectation.line}});
       const std::string message = "no snapshot of it is given, but line " + std::to_string(expectation.line) + " of " +
-                                  Printable(*m_asked.expect) + " expects one";
+                                  Printable(m_asked.expect) + " expects one";
       if (!m_json) m_text += Printable(machine) + ": " + message + "\n";
       if (m_junit) m_junit->Add(ToUtf8(machine), JunitFile::Outcome::kFailure, message, {});
     }
@@ -245,9 +244,9 @@ class TestReport {
     Flush();
     ClearProgress();
     if (m_unexpected != 0)
-      Tell("note: " + Counted(m_unexpected, "machine") + " without a line in " + Printable(*m_asked.expect) + ": " +
+      Tell("note: " + Counted(m_unexpected, "machine") + " without a line in " + Printable(m_asked.expect) + ": " +
            m_unexpectedNames + (m_unexpected > kNamed ? ", and others" : ""));
-    if (m_asked.expect)
+    if (!m_asked.expect.empty())
       Tell(Counted(m_done - m_failed - m_different - m_unexpected, "machine") + " as expected, " +
            std::to_string(m_different) + " not, " + std::to_string(missing.size()) + " without a snapshot, " +
            Counted(m_failed, "error"));
@@ -262,18 +261,18 @@ class TestReport {
     if (++m_unexpected <= kNamed) m_unexpectedNames += (m_unexpected == 1 ? "" : ", ") + Printable(result.machine);
   }
 
-  void AddToJunit(const MachineResult& result) {
+  void AddTo(JunitFile& junit, const MachineResult& result) const {
     using Outcome = JunitFile::Outcome;
     const std::string name = ToUtf8(result.machine.empty() ? result.file : result.machine);
     if (!result.error.empty())
-      m_junit->Add(name, Outcome::kError, result.error, {});
+      junit.Add(name, Outcome::kError, result.error, {});
     else if (!result.differences.empty())
-      m_junit->Add(name, Outcome::kFailure, InWords(result.differences.front(), result, m_set),
-                   DifferencesText(result, m_set));
+      junit.Add(name, Outcome::kFailure, InWords(result.differences.front(), result, m_set),
+                DifferencesText(result, m_set));
     else if (result.expected == nullptr)
-      m_junit->Add(name, Outcome::kSkipped, "nothing is expected of it", LineText(result, m_set));
+      junit.Add(name, Outcome::kSkipped, "nothing is expected of it", LineText(result, m_set));
     else
-      m_junit->Add(name, Outcome::kPassed, {}, {});
+      junit.Add(name, Outcome::kPassed, {}, {});
   }
 
   bool IsLate() {
@@ -323,8 +322,8 @@ class TestReport {
 
 ExitCode TestMachines(const Options& options) {
   const MachineOptions& asked = options.machines;
-  const TestSet set(ReadSetFile(*asked.set));
-  const Expectations expectations = asked.expect ? ReadExpectations(*asked.expect, set) : Expectations();
+  const TestSet set(ReadSetToTest(asked.set));
+  const Expectations expectations = asked.expect.empty() ? Expectations() : ReadExpectations(asked.expect, set);
   const std::vector<std::wstring> files = SnapshotFiles(asked.machines);
   TestReport report(options, set, expectations, files.size());
   InOrder(

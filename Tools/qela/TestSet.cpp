@@ -6,6 +6,7 @@
 
 #include "CriterionKinds.h"
 #include "FwClient/Service/QeLaLib/MatchReport.h"
+#include "LocationSetFile.h"
 #include "Text.h"
 
 namespace {
@@ -92,6 +93,18 @@ std::string FailureInWords(const MatchReport::Adapter& adapter) {
 }
 
 }  // namespace
+
+// What is added is put into its normal form, in which it may match what it did not match as it was written.
+LocationSet ReadSetToTest(const std::wstring& path) {
+  LocationSet set = ReadSetFile(path);
+  for (CQeLocation& location : set) {
+    if (location.Criterias().AreAsAdded()) continue;
+    CQeLocationCriterias added;
+    added.Merge(location.Criterias());
+    location.SetCriterias(std::move(added));
+  }
+  return set;
+}
 
 std::string InWords(const TestSet::Question& question) {
   return TitleOf(question.kind) + (question.kind == LCT_ZELT_REACHABLE ? "" : " " + Shown(question.text));

@@ -9,6 +9,9 @@
 #include "LocationSet.h"
 #include "MachineSnapshot.h"
 
+// The locations of a file, as they are once they are stored.
+LocationSet ReadSetToTest(const std::wstring& path);
+
 // kUnknown: it depends on an answer that the snapshot does not hold.
 enum class Verdict { kNotCurrent, kCurrent, kUnknown };
 
