@@ -4,8 +4,8 @@
 #
 # usage (inside the toolchain's root): lab.sh --own-network demo.sh BUILD_FOLDER
 set -euo pipefail
-here=$(dirname "$0")
-bin=$1/bin
+here=$(cd "$(dirname "$0")" && pwd)
+bin=$(cd "$1/bin" && pwd)
 . "$here/lab-network.sh"
 . "$here/watch-events.sh"
 . "$here/https-servers.sh"
@@ -70,14 +70,43 @@ show locations
 stored=$(qela locations --json | jq -c '[.locations[].name]')
 [ "$stored" = '["Office","Home"]' ] || { note "FAILED: stored are $stored"; exit 1; }
 
-title "7. A location that no one can forge: a web host that shows our certificate, and our management server"
+title "7. The administrator rolls a set out: it is judged, tried on recorded machines, and applied"
+roll_out=$(mktemp -d)
+cd "$roll_out"
+join_network wifi0 10.20.0.15/24 10.20.0.1
+show snapshot office-pc.json
+leave_network wifi0 10.20.0.15/24
+join_network wifi0 192.168.77.30/24 192.168.77.1
+show snapshot home-laptop.json
+leave_network wifi0 192.168.77.30/24
+set_dns_suffix hotel.example
+join_network wifi0 10.20.0.77/24 10.20.0.1
+show snapshot hotel-laptop.json
+leave_network wifi0 10.20.0.77/24
+set_dns_suffix eu-office.corp.example
+qela export set.json >/dev/null
+jq '.locations[0].criteria.dnsSuffixes = ["*-office.corp.example."] | .locations[1].criteria = {}' set.json >bad.json
+note "A set with two mistakes:"
+! show lint bad.json || { note "FAILED: nothing was found"; exit 1; }
+jq '.locations[1].note = "at home"' set.json >good.json
+note "A good one, on three machines:"
+show test --set good.json --machines office-pc.json home-laptop.json hotel-laptop.json
+tested=$(qela test --set good.json --machines office-pc.json home-laptop.json hotel-laptop.json | tr -d '\r' | paste -sd ' ')
+[ "$tested" = "office-pc: Office home-laptop: Home hotel-laptop: none" ] || { note "FAILED: $tested"; exit 1; }
+note "What it would change here, and the change:"
+! show apply good.json --dry-run || { note "FAILED: nothing would be changed"; exit 1; }
+show apply good.json
+cd "$here"
+rm -r "$roll_out"
+
+title "8. A location that no one can forge: a web host that shows our certificate, and our management server"
 start_https_servers
 trap stop_https_servers EXIT
 "$here/wine.sh" reg add 'HKLM\SOFTWARE\Quillon\Mervo\Shared Components\Framework' /v ZeltServerList /f \
   /d 'management.lab.test|10.77.0.3|443' >/dev/null
 show location add Headquarters --https-host ok.lab.test --management-server
 
-title "8. The machine is on a network where another web host has the name, with a certificate of its own"
+title "9. The machine is on a network where another web host has the name, with a certificate of its own"
 start_web_servers stranger
 start_watch "$here/wine.sh" "$bin/qela.exe" watch --json
 expect_at_start
@@ -86,17 +115,17 @@ expect_at_start
 addresses=0
 look_again() { ip address add "10.77.1.$((++addresses))/24" dev lan0; }
 
-title "9. It comes to headquarters, where web host and name server are the right ones"
+title "10. It comes to headquarters, where web host and name server are the right ones"
 start_web_servers
 look_again
 told Headquarters
 
-title "10. The name server no longer knows the management server"
+title "11. The name server no longer knows the management server"
 start_name_server
 look_again
 told
 
-title "11. It does again, but the web host is gone"
+title "12. It does again, but the web host is gone"
 start_name_server --host-record=management.lab.test,10.77.0.3
 look_again
 told Headquarters

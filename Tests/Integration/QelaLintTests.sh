@@ -20,7 +20,7 @@ expect_json '. == {"schema": 1, "findings": [], "locations": 0, "errors": 0, "wa
 it "notes alone are no failure, not even with --strict"
 answer qela location add Office --dns-suffix corp.example --gateway 10.20.0.1
 expect_code 0
-expect_err "qela: note: L302 (note): All that the location asks for"
+expect_err "qela: note L302: All that the location asks for"
 answer qela lint --strict
 expect_code 0
 expect_out 'L302 All that the location asks for'
@@ -29,7 +29,7 @@ expect_out "1 location: 0 errors, 0 warnings, 1 note"
 it "a warning fails with --strict only"
 answer qela location add Anywhere --dns-suffix 'corp.*' --registry 'HKEY_LOCAL_MACHINE\SOFTWARE\Vendor\'
 expect_code 0
-expect_err 'qela: note: L203 (warning): --dns-suffix "corp.*": The end of the DNS suffix is open'
+expect_err 'qela: warning L203: --dns-suffix "corp.*": The end of the DNS suffix is open'
 answer qela lint
 expect_code 0
 expect_out "2 locations: 0 errors, 1 warning, 1 note"
@@ -39,7 +39,7 @@ expect_code 1
 it "an error fails, and says what to write instead"
 answer qela location set Anywhere --dns-suffix corp.example.
 expect_code 0
-expect_err 'L102 (error): --dns-suffix "corp.example.": With a dot at its end'
+expect_err 'error L102: --dns-suffix "corp.example.": With a dot at its end'
 answer qela lint
 expect_code 1
 expect "$err" ""
@@ -74,7 +74,7 @@ never() {
   expect "$(names_of_current)" "Office Trial"
   answer qela location remove Trial
   answer qela location add Trial "$2" "$3"
-  expect_err "$1 (error)"
+  expect_err "error $1: "
   expect "$(names_of_current)" Office
   answer qela location remove Trial
 }
@@ -113,17 +113,17 @@ expect_out "10000 locations: 0 errors, 0 warnings, 10000 notes"
 it "apply tells of what it changes, and of that alone"
 answer qela apply "$folder/set.json" --dry-run
 expect_code 6
-expect_err 'qela: note: L107 (error) "One" (a): --gateway "FE80::1": Addresses are compared as texts'
+expect_err 'qela: error L107 "One" (a): --gateway "FE80::1": Addresses are compared as texts'
 answer qela apply "$folder/set.json"
 expect_code 0
-expect_err 'qela: note: L107 (error) "Two" (b): --gateway "FE80::1"'
-expect_err 'qela: note: L501 (warning) "Two" (b): Two locations have the same criteria, and are current together (the other is "One" (a)).'
+expect_err 'qela: error L107 "Two" (b): --gateway "FE80::1"'
+expect_err 'qela: warning L501 "Two" (b): Two locations have the same criteria, and are current together (the other is "One" (a)).'
 [[ $err != *Office* ]] || not_answered "notes of a location that was not changed"
 answer qela apply "$folder/set.json"
 expect_answer 0 "The stored set is as in the file already." ""
 answer qela apply "$folder/large.json"
 expect_code 0
-expect "$(grep -c '^qela: note: ' <<<"$err")" 21
+expect "$(grep -cE '^qela: (note|warning|error)' <<<"$err")" 21
 expect_err 'qela: note: 9980 more; "qela lint" tells all'
 
 it "a stored set that cannot be read is told"

@@ -55,7 +55,7 @@ it "apply changes, and restore brings back and forth"
 answer qela apply next.json
 expect_code 0
 expect_out 'changed "Office"'
-expect_err "A running service keeps its own copy"
+expect_err "A running service takes this over"
 answer qela locations --json; expect_json '[.locations[].name] == ["Office", "Lab", "New"]'
 after=$(stored)
 answer qela restore; expect_code 0; expect_out "Restored the former set."

@@ -54,7 +54,7 @@ it "add stores a location that is current where its criteria hold"
 answer qela location add 'Büro 日' --gateway 10.20.0.1 --dns-suffix '*.example' --note 'a "note"'
 expect_code 0
 expect_out 'Added "Büro 日"'
-expect_err "keeps its own copy"
+expect_err "takes this over at once where its host reloads on edit"
 answer qela current
 expect_out "Büro 日 [$(index_of wifi0) wifi0]"
 expect_out "  --dns-suffix      *.example"

@@ -119,4 +119,5 @@ finish_command() {
   run_line "$command"
   expect_lines "$shown" "$output"
   number=$((number + 1))
+  command=''
 }

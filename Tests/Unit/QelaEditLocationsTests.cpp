@@ -116,6 +116,25 @@ TEST_F(QelaEdit, ACriterionThatIsNotThereCannotBeRemoved) {
       HasSubstr("no criterion \"x\""));
 }
 
+TEST_F(QelaEdit, AValueThatOthersStoredInAnotherFormCanBeRemoved) {
+  const std::wstring mapped = L"0000:0000:0000:0000:0000:ffff:0a00:0001";
+  const auto store = [&] {
+    CQeLocation location = Office();
+    CQeLocationCriterias criteria;
+    criteria.SetTexts(LCT_DEFAULT_GATEWAY, {mapped, L"10.0.0.1", L"10.0.0.2"});
+    location.SetCriterias(criteria);
+    m_registry.Put(EncodeSet({location}));
+  };
+  store();
+  Set({L"--remove-gateway", mapped});
+  EXPECT_THAT(Gateways(), ElementsAre(L"10.0.0.1", L"10.0.0.2"));
+  Set({L"--remove-gateway", mapped});
+  EXPECT_THAT(Gateways(), ElementsAre(L"10.0.0.2")) << "the same server in the form that the library stores";
+  store();
+  Set({L"--clear-gateway"});
+  EXPECT_THAT(Gateways(), IsEmpty());
+}
+
 TEST_F(QelaEdit, WhatIsAsAskedForAlreadyIsNotWritten) {
   const ImportPatch patch(
       ThisProgram(), "RegSetValueExW",

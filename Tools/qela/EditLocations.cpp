@@ -4,6 +4,7 @@
 #include "AdapterView.h"
 #include "Commands.h"
 #include "EditMessages.h"
+#include "FwClient/Service/QeLaLib/CriteriaValue.h"
 #include "Json.h"
 #include "Lint.h"
 #include "LocationText.h"
@@ -62,20 +63,28 @@ void AddFromAdapter(CQeLocation& location, std::uint32_t index) {
                   CriteriaLines(location));
 }
 
+// As they are stored, which is how the library would not find all of them: it puts what it looks for into a form of its
+// own, and a set that others wrote need not be in it.
+void SetValues(CQeLocation& location, LOCATION_CRITERIA_TYPE kind, std::vector<std::wstring> values) {
+  CQeLocationCriterias criteria = location.Criterias();
+  criteria.SetTexts(kind, std::move(values));
+  location.SetCriterias(std::move(criteria));
+}
+
 void Apply(const CriterionEdit& edit, bool isFirstOfKind, CQeLocation& location) {
   using Change = CriterionEdit::Change;
-  if (edit.change == Change::kClear || (edit.change == Change::kReplace && isFirstOfKind)) {
-    const std::vector<std::wstring> stored = location.Criterias().Texts(edit.kind);
-    for (const std::wstring& value : stored) location.RemoveCriteria(&edit.kind, value);
-  }
-  if (edit.change == Change::kClear) return;
   if (edit.change == Change::kRemove) {
-    if (location.RemoveCriteria(&edit.kind, edit.value) != LCR_OK)
+    std::vector<std::wstring> values = location.Criterias().Texts(edit.kind);
+    if (std::erase(values, edit.value) == 0 && std::erase(values, NormalizeCriteriaValue(edit.value)) == 0)
       throw CommandError(kFailed, "the location has no criterion \"" + Printable(edit.value) +
                                       "\" of this kind. Nothing was changed.");
-  } else if (location.AddCriteria(&edit.kind, edit.value) == LCR_ALREADY_PRESENT) {
-    Note("\"" + Printable(edit.value) + "\" is given twice and stored once");
+    SetValues(location, edit.kind, std::move(values));
+    return;
   }
+  if (edit.change == Change::kClear || (edit.change == Change::kReplace && isFirstOfKind))
+    SetValues(location, edit.kind, {});
+  if (edit.change != Change::kClear && location.AddCriteria(&edit.kind, edit.value) == LCR_ALREADY_PRESENT)
+    Note("\"" + Printable(edit.value) + "\" is given twice and stored once");
 }
 
 void Apply(const LocationEdit& edit, CQeLocation& location) {
@@ -115,8 +124,9 @@ ExitCode Change(const Options& options, const LocationEdit& change, const std::s
     RequireFreeName(edit.locations, *change.name, &location, change.force);
     NoteSimilarNames(edit.locations, location);
   }
-  SaveEdit(edit);
+  edit.Save();
   Report(options, location, action, actionAtBeginning + " " + Quoted(location) + ".");
+  TellAboutServices();
   if (!change.criteria.empty() || change.managementServer) NoteFindings(edit.locations, location.Id());
   return kDone;
 }
@@ -146,8 +156,9 @@ ExitCode AddLocation(const Options& options) {
   RequireFreeName(set, location.Name(), nullptr, change.force);
   NoteSimilarNames(set, location);
   set.push_back(location);
-  SaveEdit(edit);
+  edit.Save();
   Report(options, location, "added", "Added " + Quoted(location) + ".");
+  TellAboutServices();
   NoteFindings(set, location.Id());
   return kDone;
 }
@@ -199,8 +210,9 @@ ExitCode MoveLocation(const Options& options) {
   }
   set.erase(set.begin() + static_cast<Difference>(from));
   set.insert(set.begin() + static_cast<Difference>(to), location);
-  SaveEdit(edit);
+  edit.Save();
   Report(options, location, "moved", "Moved " + Quoted(location) + ".");
+  TellAboutServices();
   return kDone;
 }
 
@@ -209,7 +221,8 @@ ExitCode RemoveLocation(const Options& options) {
   const std::size_t at = Find(edit.locations, options.location);
   const CQeLocation location = edit.locations[at];
   edit.locations.erase(edit.locations.begin() + static_cast<LocationSet::difference_type>(at));
-  SaveEdit(edit);
+  edit.Save();
   Report(options, location, "removed", "Removed " + Quoted(location) + ".");
+  TellAboutServices();
   return kDone;
 }

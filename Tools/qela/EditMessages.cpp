@@ -4,9 +4,8 @@
 
 void Note(const std::string& text) { PrintDiagnostic("qela: note: " + text + "\n"); }
 
-void SaveEdit(StoredSetEdit& edit) {
-  edit.Save();
+void TellAboutServices() {
   PrintDiagnostic(
-      "A running service keeps its own copy: one whose host reloads on edit takes this over now, another when it loads "
-      "again. One that saves before that overwrites it.\n");
+      "A running service takes this over at once where its host reloads on edit, and otherwise when it loads again; if "
+      "it saves first, this is lost.\n");
 }

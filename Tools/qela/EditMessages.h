@@ -3,10 +3,8 @@
 
 #include <string>
 
-#include "StoredSet.h"
-
 // A line that begins with "qela: note: ".
 void Note(const std::string& text);
 
-// Saves, and tells what a service that is running makes of it.
-void SaveEdit(StoredSetEdit& edit);
+// What a service that is running makes of an edit that was saved.
+void TellAboutServices();

@@ -88,7 +88,7 @@ void NoteFindings(const LocationSet& set, const std::vector<std::wstring>& ids) 
   for (const Finding& finding : LintLocations(set, ids, TakeAdapters()->size())) {
     if (finding.rule == &LintRules::kSameName || finding.rule == &LintRules::kSimilarName || ++count > kMostNotes)
       continue;
-    text += "qela: note: " + std::string(finding.rule->number) + " (" + NameOf(finding.rule->severity) + ")" +
+    text += std::string("qela: ") + NameOf(finding.rule->severity) + " " + std::string(finding.rule->number) +
             (ids.size() > 1 ? " " + Quoted(set[finding.location]) : std::string()) + ": " + Statement(finding) +
             " Fix: " + finding.fix + ".\n";
   }

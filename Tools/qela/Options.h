@@ -83,9 +83,9 @@ struct Options {
   LocationEdit edit;
 
   // locations
-  bool brief = false;
   std::optional<std::wstring> nameFilter;  // a glob
-  bool onlyCurrent = false;                // as the library decides, with probes
+  bool brief = false;
+  bool onlyCurrent = false;  // as the library decides, with probes
   bool onlyDisabled = false;
 
   // export, apply, diff, validate
@@ -100,8 +100,8 @@ struct Options {
   std::optional<std::uint32_t> seconds;
 
   // match
-  bool ownAddresses = false;  // those of the adapters; otherwise `addresses`
   std::vector<std::wstring> addresses;
+  bool ownAddresses = false;  // those of the adapters; otherwise `addresses`
   FirewallAddressType addressKind = FIAT_SINGLE_IP;
   std::wstring first;
   std::wstring second;

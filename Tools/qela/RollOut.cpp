@@ -15,6 +15,7 @@
 #include "LocationText.h"
 #include "Output.h"
 #include "SetComparison.h"
+#include "StoredSet.h"
 #include "Text.h"
 
 namespace {
@@ -130,9 +131,15 @@ void Report(const Options& options, const std::string& action, const Differences
 }
 
 void NoteFindingsIn(const LocationSet& set, const Differences& differences) {
+  // As location set, which says nothing of criteria when it changes the name.
+  const auto isJudged = [](const FieldDifference& difference) {
+    return difference.field != "name" && difference.field != "note" && difference.field != "place";
+  };
   std::vector<std::wstring> ids;
   for (const LocationDifference& difference : differences)
-    if (difference.after != nullptr) ids.push_back(difference.after->Id());
+    if (difference.after != nullptr &&
+        (difference.before == nullptr || std::any_of(difference.fields.begin(), difference.fields.end(), isJudged)))
+      ids.push_back(difference.after->Id());
   NoteFindings(set, ids);
 }
 
@@ -152,8 +159,9 @@ ExitCode Store(const Options& options, StoredSetEdit& edit, LocationSet set, con
     Report(options, "unchanged", {}, kMade, unchanged);
     return kDone;
   }
-  SaveEdit(edit);
+  edit.Save();
   Report(options, action, differences, kMade, summary);
+  TellAboutServices();
   NoteFindingsIn(edit.locations, differences);
   return kDone;
 }
