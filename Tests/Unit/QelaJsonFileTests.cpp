@@ -76,7 +76,7 @@ TEST(QelaJsonFile, WhatIsNoJsonIsToldWithLineAndColumn) {
   EXPECT_THAT(Refusal("{\"a\": 1,}"), StartsWith("set.json: line 1, column 9: "));
   EXPECT_THAT(Refusal("[1e999]"), HasSubstr("number overflow"));
   EXPECT_THAT(Refusal("[NaN]"), StartsWith("set.json: line 1, column "));
-  EXPECT_THAT(Refusal("\xff\xfe{\0}\0"), HasSubstr("UTF-16"));
+  EXPECT_THAT(Refusal(std::string("\xff\xfe{\0}\0", 6)), HasSubstr("UTF-16"));
   EXPECT_THAT(Refusal(std::string(3, '\0')), StartsWith("set.json: line 1, column 1: "));
 }
 

@@ -17,7 +17,6 @@
 
 namespace {
 
-using testing::AnyOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::StartsWith;

@@ -83,8 +83,10 @@ const char* Word(const LocationDifference& difference, const Words& words) {
 }
 
 std::string ValueText(const Json& value) {
-  if (value.is_string())
-    return value.empty() || value == "" ? "none" : "\"" + Printable(ToWide(value.get<std::string>())) + "\"";
+  if (value.is_string()) {
+    const std::string text = value.get<std::string>();
+    return text.empty() ? "none" : "\"" + Printable(ToWide(text)) + "\"";
+  }
   if (value.is_boolean()) return value.get<bool>() ? "yes" : "no";
   if (!value.is_array()) return value.dump();
   std::string text;
