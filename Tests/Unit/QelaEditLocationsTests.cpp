@@ -5,10 +5,13 @@
 #include <windows.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
 #include <windns.h>
 #include <winhttp.h>
+#include <filesystem>
 
 #include "ScriptedWindows/ImportTable/ImportPatch.h"
+#include "ScriptedWindows/UniqueName.h"
 #include "Tests/Support/RunQela.h"
 #include "Tests/Support/StoredSet.h"
 
@@ -241,16 +244,36 @@ class NoProbes {
 
 TEST_F(QelaEdit, NoCommandWithoutTheServiceProbes) {
   const NoProbes probes;
+  const std::filesystem::path folder = std::filesystem::temp_directory_path() / UniqueName();
+  std::filesystem::create_directory(folder);
+  const std::wstring set = (folder / L"set.json").wstring();
+  const std::wstring machine = (folder / L"machine.json").wstring();
   const HMODULE before = ::GetModuleHandleW(L"QeLaLib.dll");
   Done({L"location", L"add", L"Slow", L"--https-host", L"silent.example", L"--management-server", L"--registry",
         L"HKEY_LOCAL_MACHINE\\SOFTWARE\\Vendor\\", L"--id", L"21111111-2222-3333-4444-555555555555"});
-  for (const Texts& command :
-       {Texts{L"locations"}, Texts{L"location", L"show", L"Slow"}, Texts{L"location", L"set", L"Slow", L"--note", L"n"},
-        Texts{L"location", L"disable", L"Slow"}, Texts{L"location", L"enable", L"Slow"},
-        Texts{L"location", L"move", L"Slow", L"--first"}, Texts{L"location", L"rename", L"Slow", L"Slower"},
-        Texts{L"adapters"}, Texts{L"macs"}, Texts{L"media"}, Texts{L"location", L"remove", L"Slower"}})
+  for (const Texts& command : {Texts{L"locations"},
+                               Texts{L"location", L"show", L"Slow"},
+                               Texts{L"location", L"set", L"Slow", L"--note", L"n"},
+                               Texts{L"location", L"disable", L"Slow"},
+                               Texts{L"location", L"enable", L"Slow"},
+                               Texts{L"location", L"move", L"Slow", L"--first"},
+                               Texts{L"location", L"rename", L"Slow", L"Slower"},
+                               Texts{L"adapters"},
+                               Texts{L"macs"},
+                               Texts{L"media"},
+                               Texts{L"lint"},
+                               Texts{L"export", set},
+                               Texts{L"location", L"remove", L"Slower"},
+                               Texts{L"validate", set},
+                               Texts{L"lint", set},
+                               Texts{L"apply", set},
+                               Texts{L"diff", set},
+                               Texts{L"restore"},
+                               Texts{L"snapshot", machine},
+                               Texts{L"test", L"--set", set, L"--machines", machine}})
     Done(command);
   RunQela({L"match", L"--adapters", L"--exact", L"10.0.0.1"});
+  std::filesystem::remove_all(folder);
   EXPECT_EQ(NoProbes::calls, 0);
   EXPECT_EQ(::GetModuleHandleW(L"QeLaLib.dll"), before) << "the library is loaded";
 }

@@ -31,6 +31,13 @@ std::string Statement(const Finding& finding) {
   return text;
 }
 
+std::string InColour(Severity severity) {
+  return Coloured(severity == Severity::kError     ? Colour::kRed
+                  : severity == Severity::kWarning ? Colour::kYellow
+                                                   : Colour::kDim,
+                  NameOf(severity));
+}
+
 Json Details(const LocationSet& set, const Finding& finding) {
   const CQeLocation& location = set[finding.location];
   Json details = {{"rule", finding.rule->number},
@@ -64,7 +71,7 @@ ExitCode LintSet(const Options& options) {
       continue;
     }
     if (finding.location != std::exchange(last, finding.location)) text += Quoted(set[finding.location]) + "\n";
-    text += std::string("  ") + NameOf(finding.rule->severity) + " " + std::string(finding.rule->number) + " " +
+    text += "  " + InColour(finding.rule->severity) + " " + std::string(finding.rule->number) + " " +
             Statement(finding) + "\n    fix: " + finding.fix + "\n";
   }
   const auto [errors, warnings, notes] = counts;
