@@ -92,14 +92,17 @@ line_agrees() {
 run_document() {
   document=${1##*/}
   local line fence='' file='' shown='' command='' number=0
-  cd "$(mktemp -d)"
+  cd "$(mktemp -d)" || return
   while IFS= read -r line || [ -n "$line" ]; do
     if [ -z "$fence" ]; then
       case $line in
         '<!-- lab: '*' -->') line=${line#<!-- lab: } && eval "${line% -->}" ;;
         '<!-- file: '*' -->') file=${line#<!-- file: } file=${file% -->} ;;
         '```console') fence=console command='' ;;
-        '```'*) fence=other && [ -z "$file" ] || : >"$file" ;;
+        '```'*)
+          fence=other
+          [ -z "$file" ] || : >"$file"
+          ;;
       esac
     elif [ "$line" = '```' ]; then
       [ -z "$command" ] || finish_command

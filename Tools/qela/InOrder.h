@@ -62,8 +62,8 @@ void InOrder(std::size_t count, unsigned threads, const Work& work, const Take& 
     std::mutex& mutex;
     std::condition_variable& mayWork;
     bool& stop;
-    std::vector<std::thread> threads = {};
-  } workers{mutex, mayWork, stop};
+    std::vector<std::thread> threads;
+  } workers{mutex, mayWork, stop, {}};
   workers.threads.reserve(threads);
   for (unsigned i = 0; i < threads; ++i) workers.threads.emplace_back(run);
 
@@ -75,7 +75,7 @@ void InOrder(std::size_t count, unsigned threads, const Work& work, const Take& 
     const std::size_t i = taken++;
     lock.unlock();
     mayWork.notify_one();
-    if (slot.error) std::rethrow_exception(slot.error);
+    if (!slot.result) std::rethrow_exception(slot.error);
     take(i, std::move(*slot.result));
   }
 }

@@ -48,7 +48,7 @@ namespace {
 // Windows shows colours to those who ask for them once.
 bool ShowsColours() {
   static const bool shows = [] {
-    const HANDLE handle = ::GetStdHandle(STD_OUTPUT_HANDLE);
+    HANDLE handle = ::GetStdHandle(STD_OUTPUT_HANDLE);
     DWORD mode = 0;
     if (::GetEnvironmentVariableW(L"NO_COLOR", nullptr, 0) > 1) return false;
     return ::GetConsoleMode(handle, &mode) != FALSE &&

@@ -12,16 +12,19 @@ namespace {
 using Change = CriterionEdit::Change;
 
 // An option that makes one change of the criteria for each value that it is given.
+template <Change kChange>
 void AddCriterionOption(CLI::App* command, LocationEdit& edit, const std::string& name, const CriterionKind& kind,
-                        Change change, const std::string& description) {
+                        const std::string& description) {
   command
       ->add_option_function<std::string>(
           name,
-          [&edit, name, &kind, change](const std::string& text) {
+          [&edit, &kind](const std::string& text) {
             const std::wstring value = ToWide(text);
             // What is removed may be anything that was ever stored.
-            edit.criteria.push_back(
-                {change, kind.kind, change == Change::kRemove ? value : CheckCriterionValue(kind.kind, name, value)});
+            edit.criteria.push_back({kChange, kind.kind,
+                                     kChange == Change::kRemove
+                                         ? value
+                                         : CheckCriterionValue(kind.kind, std::string("--") + kind.option, value)});
           },
           description)
       ->type_name(kind.placeholder)
@@ -68,7 +71,7 @@ void AddAdd(CommandParser& parser, CLI::App& group) {
       ->type_name("")
       ->required();
   for (const CriterionKind& kind : kCriterionKinds)
-    AddCriterionOption(add, edit, std::string("--") + kind.option, kind, Change::kAdd, kind.description);
+    AddCriterionOption<Change::kAdd>(add, edit, std::string("--") + kind.option, kind, kind.description);
   add->add_flag_callback(
       "--management-server", [&edit] { edit.managementServer = true; }, "The management server can be resolved in DNS");
   add->add_option_function<std::uint32_t>(
@@ -106,10 +109,10 @@ void AddSet(CommandParser& parser, CLI::App& group) {
   for (const CriterionKind& kind : kCriterionKinds) {
     const std::string option = kind.option;
     const std::string title = kind.title;
-    AddCriterionOption(set, edit, "--" + option, kind, Change::kReplace,
-                       "In place of every " + title + "; given again, one more");
-    AddCriterionOption(set, edit, "--add-" + option, kind, Change::kAdd, "One more " + title);
-    AddCriterionOption(set, edit, "--remove-" + option, kind, Change::kRemove, "Without this " + title);
+    AddCriterionOption<Change::kReplace>(set, edit, "--" + option, kind,
+                                         "In place of every " + title + "; given again, one more");
+    AddCriterionOption<Change::kAdd>(set, edit, "--add-" + option, kind, "One more " + title);
+    AddCriterionOption<Change::kRemove>(set, edit, "--remove-" + option, kind, "Without this " + title);
     set->add_flag_callback(
         "--clear-" + option, [&edit, &kind] { edit.criteria.push_back({Change::kClear, kind.kind, {}}); },
         "Without any " + title);

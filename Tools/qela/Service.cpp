@@ -15,7 +15,7 @@ std::shared_ptr<_IQeLaApiSmart> MakeInstance() {
   if (library == nullptr)
     throw CommandError(kFailed, "QeLaLib.dll cannot be loaded (error " + std::to_string(::GetLastError()) +
                                     "). It belongs into the folder of qela.exe, with the libraries of its host.");
-  const FARPROC get = ::GetProcAddress(library, "GetQeLaApiSmart");
+  FARPROC get = ::GetProcAddress(library, "GetQeLaApiSmart");
   if (get == nullptr) throw CommandError(kFailed, "QeLaLib.dll beside qela.exe is not the location-awareness library");
   return reinterpret_cast<decltype(&::GetQeLaApiSmart)>(reinterpret_cast<void*>(get))(nullptr);
 }
