@@ -2,10 +2,8 @@
 
 #include <gmock/gmock.h>
 
-#include <functional>
-
+#include "Tests/Support/CommandFailure.h"
 #include "Tests/Support/TestFile.h"
-#include "Tools/qela/CommandError.h"
 
 namespace {
 
@@ -13,17 +11,6 @@ using testing::HasSubstr;
 using testing::StartsWith;
 
 JsonNode Read(const std::string& text) { return ParseJson(text, "set.json").Root(); }
-
-std::string FailureOf(const std::function<void()>& function) {
-  try {
-    function();
-  } catch (const CommandError& error) {
-    EXPECT_EQ(error.Code(), kFailed);
-    return error.what();
-  }
-  ADD_FAILURE() << "it did not fail";
-  return {};
-}
 
 std::string Refusal(const std::string& text) {
   return FailureOf([&] { Read(text); });

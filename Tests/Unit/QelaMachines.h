@@ -3,25 +3,13 @@
 
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <map>
 #include <string>
 #include <vector>
 
-#include "Tools/qela/CommandError.h"
+#include "Tests/Support/CommandFailure.h"
 #include "Tools/qela/LocationSet.h"
 #include "Tools/qela/MachineSnapshot.h"
-
-inline std::string FailureOf(const std::function<void()>& function) {
-  try {
-    function();
-  } catch (const CommandError& error) {
-    EXPECT_EQ(error.Code(), kFailed);
-    return error.what();
-  }
-  ADD_FAILURE() << "it did not fail";
-  return {};
-}
 
 // Its ID is its name with "id-" in front.
 inline CQeLocation Location(const std::wstring& name,

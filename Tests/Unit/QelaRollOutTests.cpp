@@ -4,10 +4,10 @@
 #include <gmock/gmock.h>
 
 #include <filesystem>
-#include <functional>
 
 #include "FwClient/Common/Utilities/UniqueHandle.h"
 #include "ScriptedWindows/UniqueName.h"
+#include "Tests/Support/CommandFailure.h"
 #include "Tests/Support/LocationBlob.h"
 #include "Tests/Support/StoredSet.h"
 #include "Tools/qela/CommandError.h"
@@ -76,17 +76,6 @@ std::string SetOf(const std::string& letters, const std::string& more = {}) {
     text += (text.empty() ? R"({"id": ")" : R"(, {"id": ")") + std::string(1, letter) + R"(", "name": ")" + letter +
             "\"" + more + "}";
   return R"({"schema": 1, "locations": [)" + text + "]}";
-}
-
-std::string FailureOf(const std::function<void()>& function, ExitCode code = kFailed) {
-  try {
-    function();
-  } catch (const CommandError& error) {
-    EXPECT_EQ(error.Code(), code);
-    return error.what();
-  }
-  ADD_FAILURE() << "it did not fail";
-  return {};
 }
 
 // Differences as "added a", "changed b name".

@@ -17,9 +17,9 @@ void AddMatch(CommandParser& parser) {
   CommandParser::AddTexts(whose, "--address", options.addresses, "An IPv4 or IPv6 address; may be given several times",
                           "ADDRESS");
   whose->add_flag("--adapters", options.ownAddresses, "The addresses of this machine's adapters");
-  CLI::App* specification = match->add_option_group("Address specification")->require_option(1);
+  CLI::App* asked = match->add_option_group("Address specification")->require_option(1);
   const auto addKind = [&](const char* name, FirewallAddressType kind, const char* description) {
-    return specification->add_option_function<std::vector<std::string>>(
+    return asked->add_option_function<std::vector<std::string>>(
         name,
         [&options, kind](const std::vector<std::string>& texts) {
           options.addressKind = kind;
