@@ -35,7 +35,11 @@ std::string CriteriaLines(const _IQeLocation& location) {
   return text;
 }
 
+std::string NameLine(const _IQeLocation& location) {
+  return Printable(location.GetName()) + (location.IsEnabled() ? "" : Coloured(Colour::kDim, " (disabled)")) + "\n";
+}
+
 std::string LocationLines(const _IQeLocation& location) {
-  return Printable(location.GetName()) + (location.IsEnabled() ? "" : Coloured(Colour::kDim, " (disabled)")) + "\n" +
-         LabelledLine("id", location.GetId()) + LabelledLine("note", location.GetNote()) + CriteriaLines(location);
+  return NameLine(location) + LabelledLine("id", location.GetId()) + LabelledLine("note", location.GetNote()) +
+         CriteriaLines(location);
 }

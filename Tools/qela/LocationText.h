@@ -12,6 +12,9 @@
 // A location and the adapters that matched on one line, such as: Office [2 eth0, 5 wlan0]
 std::string LocationText(const _IQeLocation& location, const std::vector<AdapterProps>& adapters);
 
+// The name, and whether it is disabled.
+std::string NameLine(const _IQeLocation& location);
+
 // Name, ID, note and criteria, a line each.
 std::string LocationLines(const _IQeLocation& location);
 

@@ -61,7 +61,7 @@ bool ShowsColours() {
 
 std::string Coloured(Colour colour, const std::string& text) {
   if (text.empty() || !ShowsColours()) return text;
-  constexpr const char* kCodes[] = {"\x1b[2m", "\x1b[32m", "\x1b[33m", "\x1b[31m"};
+  constexpr const char* kCodes[] = {"\x1b[2m", "\x1b[33m", "\x1b[31m"};
   return kCodes[static_cast<std::size_t>(colour)] + text + "\x1b[0m";
 }
 

@@ -21,5 +21,5 @@ bool IsTerminal(DWORD standardHandle) noexcept;
 std::size_t OutputWidth() noexcept;
 
 // A text for standard output, in a colour where that is a terminal which shows colours and NO_COLOR is not set.
-enum class Colour { kDim, kGreen, kYellow, kRed };
+enum class Colour { kDim, kYellow, kRed };
 std::string Coloured(Colour colour, const std::string& text);

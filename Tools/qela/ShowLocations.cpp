@@ -17,10 +17,6 @@ std::vector<std::wstring> CurrentIds() {
   return ids;
 }
 
-std::string BriefLine(const CQeLocation& location) {
-  return Printable(location.Name()) + (location.IsEnabled() ? "" : Coloured(Colour::kDim, " (disabled)")) + "\n";
-}
-
 }  // namespace
 
 ExitCode ShowLocations(const Options& options) {
@@ -40,7 +36,7 @@ ExitCode ShowLocations(const Options& options) {
       list.push_back(options.brief ? Json{{"id", ToUtf8(location.Id())}, {"name", ToUtf8(location.Name())}}
                                    : LocationDetails(location));
     else if (options.brief)
-      text += BriefLine(location);
+      text += NameLine(location);
     else
       text += (text.empty() ? "" : "\n") + LocationLines(location);
   }
