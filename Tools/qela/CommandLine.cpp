@@ -19,7 +19,7 @@ constexpr const char* kFooter =
     "  2    wrong command line\n"
     "  3    no such location, or not exactly one; or its name or ID is taken\n"
     "  4    a location set is stored but cannot be read\n"
-    "  5    no match (match, media --is)\n"
+    "  5    no match (match, media --is); not current (explain)\n"
     "  6    differences (diff, --dry-run)\n"
     "  130  ended by Ctrl-C\n"
     "Messages go to standard error.";
@@ -109,6 +109,13 @@ CLI::Option* CommandParser::AddText(CLI::App* command, const std::string& name, 
       ->type_name(placeholder);
 }
 
+CLI::Option* CommandParser::AddFile(CLI::App* command, const std::string& name, std::wstring& target,
+                                    const std::string& description, const std::string& placeholder) {
+  return AddText(command, name, target, description, placeholder)->check([](const std::string& value) {
+    return value.empty() ? "the file must have a name" : std::string();
+  });
+}
+
 CLI::Option* CommandParser::AddTexts(CLI::App* command, const std::string& name, std::vector<std::wstring>& target,
                                      const std::string& description, const std::string& placeholder) {
   return command
@@ -166,6 +173,7 @@ void AddCommands(CommandParser& parser) {
   AddRollOutCommands(parser);
   AddMachineCommands(parser);
   AddLintCommand(parser);
+  AddSupportCommands(parser);
   AddCompletion(parser);
 }
 

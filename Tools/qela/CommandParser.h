@@ -29,6 +29,9 @@ class CommandParser {
                               const std::string& description, const std::string& placeholder = "");
   static CLI::Option* AddText(CLI::App* command, const std::string& name, std::optional<std::wstring>& target,
                               const std::string& description, const std::string& placeholder = "");
+  // Not empty: that of a variable which a script has not set would leave something out without a word.
+  static CLI::Option* AddFile(CLI::App* command, const std::string& name, std::wstring& target,
+                              const std::string& description, const std::string& placeholder);
   // May be given several times; each time it takes one value.
   static CLI::Option* AddTexts(CLI::App* command, const std::string& name, std::vector<std::wstring>& target,
                                const std::string& description, const std::string& placeholder);
@@ -46,5 +49,6 @@ void AddEditingCommands(CommandParser& parser);
 void AddRollOutCommands(CommandParser& parser);
 void AddMachineCommands(CommandParser& parser);
 void AddLintCommand(CommandParser& parser);
+void AddSupportCommands(CommandParser& parser);
 void AddCompletion(CommandParser& parser);
 void AddCommands(CommandParser& parser);  // all of them

@@ -38,5 +38,11 @@ ExitCode RestoreSet(const Options& options);
 ExitCode ShowCurrent(const Options& options);
 ExitCode Watch(const Options& options);
 
+// For support. They make the service where they explain this machine with probes.
+ExitCode ExplainLocations(const Options& options);  // kDone when all that were asked for are current, kNo otherwise
+ExitCode ShowTimeline(const Options& options);
+ExitCode CheckMachine(const Options& options);  // kFailed when a check found an error
+ExitCode WriteReport(const Options& options);
+
 // For the shells' completion files.
 ExitCode Complete(const Options& options);

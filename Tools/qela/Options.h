@@ -74,6 +74,22 @@ struct LintOptions {
   std::optional<std::uint32_t> adapters;  // otherwise those of this machine
 };
 
+// What support asks for: explain, timeline, check, report.
+struct SupportOptions {
+  std::vector<std::wstring> logs;  // files; none: this machine, now
+  std::wstring at;                 // a time in the log; empty: its end
+  std::wstring set;                // a file; empty: for this machine the stored locations, for a log none
+  std::wstring machine;            // explain: a snapshot or a report; empty: this machine
+  std::wstring html;               // timeline: the page to write; empty: none
+  std::wstring file;               // report: where to
+  std::wstring location;           // explain: a name or ID
+  bool all = false;                // explain: every location
+  bool noProbes = false;
+
+  enum class Redaction { kFull, kNames, kNone };  // report: see Redaction.h
+  Redaction redaction = Redaction::kFull;
+};
+
 struct Options {
   ExitCode (*run)(const Options& options) = nullptr;  // the command
   bool json = false;
@@ -111,4 +127,6 @@ struct Options {
   std::vector<std::uint32_t> indexes;
 
   MachineOptions machines;
+
+  SupportOptions support;
 };

@@ -3,18 +3,6 @@
 #include "Commands.h"
 #include "Text.h"
 
-namespace {
-
-// An empty one, of a variable that a script has not set, would leave a check out without a word.
-CLI::Option* AddFile(CLI::App* command, const std::string& name, std::wstring& target, const std::string& description,
-                     const std::string& placeholder) {
-  return CommandParser::AddText(command, name, target, description, placeholder)->check([](const std::string& value) {
-    return value.empty() ? "the file must have a name" : std::string();
-  });
-}
-
-}  // namespace
-
 void AddMachineCommands(CommandParser& parser) {
   MachineOptions& machines = parser.Result().machines;
 
@@ -23,13 +11,13 @@ void AddMachineCommands(CommandParser& parser) {
                  "Record this machine, so that location sets can be tested on it elsewhere: its adapters "
                  "as the library sees them, and on demand what the probes answer",
                  RecordMachine);
-  AddFile(record, "FILE", machines.file, "Where to; standard output without it", "");
+  CommandParser::AddFile(record, "FILE", machines.file, "Where to; standard output without it", "");
   CommandParser::AddText(record, "--label", machines.label,
                          "What the machine is called in results; without it, as the file is", "TEXT");
   CLI::Option* probes = record->add_flag("--probes", machines.probes,
                                          "Ask for everything that the locations name: registry keys, web hosts, the "
                                          "management server. Each host that is silent takes about 20 seconds");
-  AddFile(record, "--set", machines.set, "The locations whose probes are asked; without it, the stored", "FILE")
+  CommandParser::AddFile(record, "--set", machines.set, "The locations whose probes are asked; without it, the stored", "FILE")
       ->needs(probes);
   CommandParser::SetExamples(record,
                              "  qela snapshot office-pc.json\n"
@@ -40,7 +28,7 @@ void AddMachineCommands(CommandParser& parser) {
                  "Tell which locations of a set would be current on recorded machines. Exit code 1 when an "
                  "expectation fails or a snapshot cannot be read",
                  TestMachines);
-  AddFile(test, "--set", machines.set, "The locations: JSON, or .reg text", "FILE")->required();
+  CommandParser::AddFile(test, "--set", machines.set, "The locations: JSON, or .reg text", "FILE")->required();
   test->add_option_function<std::vector<std::string>>(
           "--machines",
           [&machines](const std::vector<std::string>& paths) {
@@ -50,11 +38,11 @@ void AddMachineCommands(CommandParser& parser) {
           "office-*.json")
       ->type_name("SNAPSHOT")
       ->required();
-  AddFile(test, "--expect", machines.expect,
+  CommandParser::AddFile(test, "--expect", machines.expect,
           "What is expected: CSV with the header \"machine,locations\"; names or IDs of locations are "
           "separated by \";\"",
           "FILE.csv");
-  AddFile(test, "--junit", machines.junit, "Write the results for a build server", "FILE");
+  CommandParser::AddFile(test, "--junit", machines.junit, "Write the results for a build server", "FILE");
   CommandParser::SetExamples(test,
                              "  qela test --set new-locations.json --machines machines\n"
                              "  qela test --set new-locations.json --machines machines --expect expected.csv --junit "

@@ -8,12 +8,10 @@
 #include "FwClient/Service/QeLaLib/LocationMatcher.h"
 #include "LocationSet.h"
 #include "MachineSnapshot.h"
+#include "Verdict.h"
 
 // The locations of a file, as they are once they are stored.
 LocationSet ReadSetToTest(const std::wstring& path);
-
-// kUnknown: it depends on an answer that the snapshot does not hold.
-enum class Verdict { kNotCurrent, kCurrent, kUnknown };
 
 // A set under test. Its questions can be put on several threads at once.
 class TestSet {
