@@ -11,8 +11,8 @@
 struct AdapterChange {
   enum class What { kAppeared, kGone, kChanged };
   struct Field {
-    const char* member;  // of JSON, as AdapterDetails names it
-    const char* title;   // in sentences
+    const char* member;                // of JSON, as AdapterDetails names it
+    const char* title;                 // in sentences
     std::vector<std::wstring> before;  // none where the field was empty, one where it is no list
     std::vector<std::wstring> after;
   };
