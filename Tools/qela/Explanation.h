@@ -30,6 +30,7 @@ struct LocationExplanation {
     std::optional<bool> answer;
     std::optional<std::chrono::milliseconds> took;
     std::vector<std::string> details;  // what is known of the answer, for people
+    std::string advice;                // what would make it a yes; empty when that is not known
   };
   struct Kind {
     LOCATION_CRITERIA_TYPE kind{};
@@ -69,13 +70,17 @@ struct LocationExplanation {
 // Of what a machine shows and has answered. `adapters` and answers are the snapshot's; what it does not know is unknown.
 LocationExplanation Explain(const CQeLocation& location, const MachineSnapshot& machine);
 
+// Of the sentence.
+enum class Tense { kPresent, kPast };
+
 // Of a calculation that was logged, when the location's criteria are known. Where what the log tells cannot come from
 // these criteria, it is explained as if they were not known, and a caveat says so.
 LocationExplanation Explain(const CQeLocation& location, const LoggedCalculation& calculation,
-                            const LoggedLocation& logged);
+                            const LoggedLocation& logged, Tense tense = Tense::kPast);
 
 // The same when the criteria are not known: never more than the log proves.
-LocationExplanation Explain(const LoggedCalculation& calculation, const LoggedLocation& logged);
+LocationExplanation Explain(const LoggedCalculation& calculation, const LoggedLocation& logged,
+                            Tense tense = Tense::kPast);
 
 // For people, with its line breaks.
 std::string ToText(const LocationExplanation& explanation);

@@ -15,9 +15,9 @@
 
 // One question to a web host.
 struct LoggedHostProbe {
-  // What a request came to; the log does not say whether it was the direct one, the one by auto-discovery or the user's.
+  // What a request came to. The log does not say whether it was the direct one, the one by auto-discovery or the user's.
   struct Request {
-    bool wasSent = false;    // then `code` is the HTTP status, and otherwise the error
+    bool wasSent = false;  // then `code` is the HTTP status, and otherwise the error
     std::uint32_t code = 0;
   };
 
@@ -46,9 +46,8 @@ struct LoggedManagementServer {
 struct LoggedAdapterTest {
   struct Held {
     LOCATION_CRITERIA_TYPE kind{};
-    // As the line has it. Two kinds name another server than the one that held: for LCT_DHCP_SERVER it is the adapter's
-    // DHCPv4 server, also when the DHCPv6 one agreed, and for LCT_SECONDARY_WINS its primary one. Empty where the line
-    // has none.
+    // As the line has it. Two kinds name another server than the one that held: LCT_DHCP_SERVER the adapter's DHCPv4
+    // server, also when the DHCPv6 one agreed, and LCT_SECONDARY_WINS its primary one. Empty where the line has none.
     std::wstring named;
   };
 
@@ -63,7 +62,7 @@ struct LoggedAdapterTest {
 struct LoggedLocation {
   std::wstring name;
   std::optional<bool> asksForManagementServer;
-  // Without other criteria it is not tested against adapters, and all of them match.
+  // Nothing else: it is not tested against adapters, and all of them match.
   bool hasNoTextCriteria = false;
   std::vector<LoggedAdapterTest> adapters;
   std::optional<LoggedManagementServer> managementServer;  // when it was asked
@@ -80,14 +79,14 @@ struct LoggedCalculation {
   enum class Report { kNone, kRaised, kSkipped };
 
   bool hasBeginning = false;  // otherwise the log begins in the middle, and the adapters are not known
-  bool isComplete = false;    // the log goes on behind it, with something that comes after a calculation or another one
+  bool isComplete = false;    // something follows in the log that comes only after a calculation, or the next one
   // Not empty: the lines are not those of one calculation from here on (two at once, or some are missing). What stands
   // in this record came before.
   std::string broken;
   Cause cause = Cause::kNone;
   Report report = Report::kNone;
 
-  bool hasFailed = false;  // no adapters, so that no location is tested and none is current
+  bool hasFailed = false;              // no adapters, so that no location is tested and none is current
   std::vector<AdapterProps> adapters;  // without media type and physical address, which the log does not tell
   std::size_t unreadableAdapters = 0;  // that were reported in a form which cannot be read
   std::vector<LoggedLocation> locations;
@@ -97,7 +96,7 @@ struct LoggedCalculation {
   std::size_t file = 0;          // where it begins
   std::uint64_t line = 0;
 
-  // Whether each location has its verdict, and nothing speaks against the record.
+  // Each location has its verdict, each adapter could be read, and nothing speaks against the record.
   bool IsWhole() const;
 };
 
@@ -105,19 +104,38 @@ struct LoggedCalculation {
 // in which the library says it: from the first message that does not fit, the rest of the calculation is left out.
 class CalculationReader {
  public:
-  CalculationReader();
-
-  // The calculation that ended with this message, if one did. The report of the discovery thread comes after the end of
-  // a calculation and belongs to it, so that one is handed out when the next begins.
+  // The calculation before the one that this message begins. What the discovery thread says of a calculation comes
+  // behind it, so that it is handed out only then.
   std::optional<LoggedCalculation> OnMessage(const LoggedMessage& message);
   // The last one, when there is one.
   std::optional<LoggedCalculation> End();
 
  private:
-  bool Take(const LoggedMessage& message);
-  bool TakeOfAdapterTest(std::wstring_view text, const LoggedMessage& message);
-  bool TakeOfProbe(std::wstring_view text, const LoggedMessage& message);
+  enum class Phase { kNone, kSnapshot, kAdapters, kLocations, kOver };
+
+  void Begin(const LoggedMessage& message, bool hasBeginning);
+  // Each answers whether the message was its own; the first one stops what follows from being read.
+  bool TakeOfDiscovery(std::wstring_view text);
+  bool TakeOfSnapshot(std::wstring_view text);
+  bool TakeOfLocation(std::wstring_view text, const LoggedMessage& message);
+  bool TakeOfAdapterTest(std::wstring_view text);
+  bool TakeOfRegistry(std::wstring_view text);
+  bool TakeOfHost(std::wstring_view text);
+  bool TakeOfManagementServer(std::wstring_view text);
+
+  void BeginAdapterTest(std::wstring_view text);
+  void EndAdapterTest(bool matches);
+  void EndLocation(std::wstring_view text);
+  void Break(const char* reason);
+  LoggedAdapterTest* OpenTest();
+  std::optional<std::chrono::milliseconds> SinceProbeBegan() const;
 
   LoggedCalculation m_calculation;
-  bool m_isOpen = false;
+  Phase m_phase = Phase::kNone;
+  bool m_isLocationOpen = false;
+  LoggedHostProbe m_host;             // under way
+  LoggedManagementServer m_server;    // under way
+  std::optional<LogTime> m_now;
+  std::optional<LogTime> m_probeBegan;
+  bool m_addressesChanged = false;    // said since the last calculation began
 };

@@ -24,9 +24,12 @@ std::shared_ptr<_IQeLaApiSmart> MakeInstance() {
 
 // The set is read first: the library tells of one that it could not read only when it is asked to load it again, and
 // then calculates again.
-Service::Service(std::function<void()> onSkipped)
+Service::Service(std::function<void()> onSkipped, std::function<void(std::wstring_view)> onEvent)
     : m_stored(ReadLocations()),
-      m_report(std::move(onSkipped), [this](std::wstring_view text) { m_awaited.OnEvent(text); }) {
+      m_report(std::move(onSkipped), [this, onEvent = std::move(onEvent)](std::wstring_view text) {
+        m_awaited.OnEvent(text);
+        if (onEvent) onEvent(text);
+      }) {
   Interrupt::Listen();
   {
     const Interrupt::Wait wait([this] { return m_awaited.Words(); });

@@ -6,6 +6,7 @@
 
 #include <functional>
 #include <memory>
+#include <string_view>
 #include <vector>
 
 #include "AdapterReport.h"
@@ -17,8 +18,8 @@ class Service {
   // Loads QeLaLib.dll from the program's folder, reads the stored set and calculates, with probes, as the library does
   // for every host. What takes long is told on a terminal, and Ctrl-C is listened to from here on. Throws CommandError
   // when the set cannot be read (kUnreadableSet), the library cannot be used, or the wait was interrupted.
-  // `onSkipped` is the AdapterReport's.
-  explicit Service(std::function<void()> onSkipped = {});
+  // `onSkipped` and `onEvent` are the AdapterReport's.
+  explicit Service(std::function<void()> onSkipped = {}, std::function<void(std::wstring_view)> onEvent = {});
 
   _IQeLaApiSmart& Api() const { return *m_api; }
   const AdapterReport& Report() const { return m_report; }

@@ -8,7 +8,7 @@
 
 #include "CommandError.h"
 #include "Commands.h"
-#include "CriterionKinds.h"
+#include "CriterionWords.h"
 #include "ExpectationFile.h"
 #include "InOrder.h"
 #include "Json.h"
@@ -110,12 +110,6 @@ MachineResult TestMachine(const std::wstring& file, const TestSet& set, const Ex
     result.error = error.what();
   }
   return result;
-}
-
-const char* MemberOf(LOCATION_CRITERIA_TYPE kind) {
-  for (const CriterionKind& known : kCriterionKinds)
-    if (known.kind == kind) return known.member;
-  return "managementServer";
 }
 
 const char* NameOf(Verdict verdict) {

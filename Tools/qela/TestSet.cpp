@@ -4,7 +4,7 @@
 #include <map>
 #include <utility>
 
-#include "CriterionKinds.h"
+#include "CriterionWords.h"
 #include "FwClient/Service/QeLaLib/MatchReport.h"
 #include "LocationSetFile.h"
 #include "Text.h"
@@ -42,44 +42,14 @@ class RecordedProbes {
   const LocationProbes m_probes;
 };
 
-LocationCriteria CriteriaOf(const CQeLocation& location) {
-  LocationCriteria criteria;
-  criteria.name = &location.Name();
-  for (const CriterionKind& kind : kCriterionKinds) criteria.Add(kind.kind, location.Criterias().Texts(kind.kind));
-  criteria.zeltReachable = location.Criterias().IsZeltReachable();
-  return criteria;
-}
-
-const char* TitleOf(LOCATION_CRITERIA_TYPE kind) {
-  const auto* const found = std::find_if(std::begin(kCriterionKinds), std::end(kCriterionKinds),
-                                         [&](const CriterionKind& known) { return known.kind == kind; });
-  return found == std::end(kCriterionKinds) ? "management server" : found->title;
-}
-
-// An empty criterion holds where the adapter shows nothing.
-std::string Shown(const std::wstring& criterion) { return criterion.empty() ? "\"\"" : Printable(criterion); }
-
-std::string Asked(const std::vector<std::wstring>& criteria) {
-  std::string list;
-  for (const std::wstring& criterion : criteria) list += (list.empty() ? "" : " or ") + Shown(criterion);
-  return list;
-}
-
-std::string Seen(const std::vector<std::wstring>& texts) {
-  std::string list;
-  for (const std::wstring& text : texts)
-    if (!text.empty()) list += (list.empty() ? "" : ", ") + Printable(text);
-  return list.empty() ? "none" : list;
-}
-
-std::string AdapterInWords(const MatchReport::Adapter& adapter) {
-  return "adapter " + std::to_string(adapter.ifIndex) + " (" + Printable(adapter.description) + "): ";
+std::string InWords(const MatchReport::Adapter& adapter) {
+  return AdapterInWords(adapter.ifIndex, adapter.description) + ": ";
 }
 
 std::string HeldInWords(const MatchReport::Adapter& adapter) {
   std::string held;
   for (const MatchReport::Kind& kind : adapter.kinds)
-    held += (held.empty() ? "" : ", ") + std::string(TitleOf(kind.kind)) + " " + Shown(kind.held);
+    held += (held.empty() ? "" : ", ") + std::string(TitleOf(kind.kind)) + " " + ShownCriterion(kind.held);
   return held;
 }
 
@@ -87,9 +57,9 @@ std::string FailureInWords(const MatchReport::Adapter& adapter) {
   const MatchReport::Kind& kind =
       *std::find_if(adapter.kinds.begin(), adapter.kinds.end(),
                     [](const MatchReport::Kind& tested) { return tested.outcome == MatchReport::Outcome::kFailed; });
-  const std::string asked = std::string(TitleOf(kind.kind)) + " asked for " + Asked(kind.asked);
+  const std::string asked = std::string(TitleOf(kind.kind)) + " asked for " + AskedInWords(kind.asked);
   if (!AdapterCriteria::Knows(kind.kind)) return asked + ", answered no";
-  return asked + ", seen " + Seen(kind.seen);
+  return asked + ", seen " + SeenInWords(kind.seen);
 }
 
 }  // namespace
@@ -107,7 +77,7 @@ LocationSet ReadSetToTest(const std::wstring& path) {
 }
 
 std::string InWords(const TestSet::Question& question) {
-  return TitleOf(question.kind) + (question.kind == LCT_ZELT_REACHABLE ? "" : " " + Shown(question.text));
+  return TitleOf(question.kind) + (question.kind == LCT_ZELT_REACHABLE ? "" : " " + ShownCriterion(question.text));
 }
 
 TestSet::TestSet(LocationSet set) : m_set(std::move(set)) {
@@ -135,6 +105,8 @@ std::vector<Verdict> TestSet::VerdictsOn(const MachineSnapshot& machine) const {
     return matcher.IsCurrent(m_criteria[location], matched);
   };
   std::vector<Verdict> verdicts(m_set.size(), Verdict::kNotCurrent);
+  // A calculation that sees no adapter fails as a whole: even a location without criteria is not current then.
+  if (machine.adapters.empty()) return verdicts;
   for (std::size_t i = 0; i < m_set.size(); ++i) {
     if (!m_set[i].IsEnabled()) continue;
     if (isCurrent(i, false))
@@ -170,6 +142,7 @@ std::vector<std::string> TestSet::Reasons(const MachineSnapshot& machine, std::s
     return reasons;
   }
   if (!m_set[location].IsEnabled()) return {"it is disabled"};
+  if (machine.adapters.empty()) return {"the machine has no adapter"};
 
   // The decision that the unknown answers speak against, so that nothing in its report comes from them.
   RecordedProbes probes(machine);
@@ -182,13 +155,12 @@ std::vector<std::string> TestSet::Reasons(const MachineSnapshot& machine, std::s
 
   const bool isOfAdapters = !m_criteria[location].TextKinds().empty();
   if (!isOfAdapters && !decided.managementServer) return {"it has no criteria, and so is current everywhere"};
-  if (isOfAdapters && decided.adapters.empty()) return {"the machine has no adapter"};
   if (decided.isCurrent) {
     for (const MatchReport::Adapter& adapter : decided.adapters)
-      if (isOfAdapters && adapter.matches) reasons.push_back(AdapterInWords(adapter) + HeldInWords(adapter));
+      if (isOfAdapters && adapter.matches) reasons.push_back(InWords(adapter) + HeldInWords(adapter));
   } else if (!decided.managementServer) {
     for (const MatchReport::Adapter& adapter : decided.adapters)
-      reasons.push_back(AdapterInWords(adapter) + FailureInWords(adapter));
+      reasons.push_back(InWords(adapter) + FailureInWords(adapter));
   }
   if (decided.managementServer)
     reasons.emplace_back(decided.isCurrent ? "the management server answered" : "the management server did not answer");
