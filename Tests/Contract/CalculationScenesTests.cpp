@@ -2,8 +2,6 @@
 // rebuilt, what it does may not change. The record is Tests/Data/calculation-scenes.txt.
 #include <winsock2.h>
 #include <windows.h>
-#include <windns.h>
-#include <winhttp.h>
 
 #include <gtest/gtest.h>
 
@@ -13,12 +11,12 @@
 #include <fstream>
 #include <iterator>
 #include <map>
-#include <set>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "FwClient/Common/Utilities/LenientUtf.h"
+#include "Tests/Contract/ScriptedSite.h"
 #include "Tests/Contract/ServiceTest.h"
 #include "Tests/Support/StoredSet.h"
 #include "Tests/Support/TestFile.h"
@@ -29,52 +27,6 @@ namespace {
 std::vector<std::string> g_journal;
 
 void Asked(const std::string& question) { g_journal.push_back("  ? " + question); }
-
-// What criteria and the management agent's list are looked for in.
-struct SiteRegistry {
-  bool hasSite = true;     // kSiteKey, without a view being named
-  bool hasSite64 = false;  // in the 64-bit view
-  std::wstring servers = L"srv1.example|10.0.0.1|443;srv2.example|10.0.0.2|443";
-  std::set<std::wstring> knownToDns;
-  std::set<std::wstring> httpsHosts;
-};
-SiteRegistry g_site;
-
-constexpr wchar_t kSiteKey[] = L"SOFTWARE\\Site";
-constexpr wchar_t kAgentKey[] = L"SOFTWARE\\Quillon\\Mervo\\Shared Components\\Framework";
-
-DNS_STATUS WINAPI QueryDns(const wchar_t* name, WORD, DWORD, void*, PDNS_RECORD* records, void**) {
-  Asked("dns " + LenientUtf::ToUtf8(name));
-  *records = nullptr;
-  return g_site.knownToDns.contains(name) ? 0 : DNS_ERROR_RCODE_NAME_ERROR;
-}
-
-// A network on which a host either answers with 200 at once or cannot be connected to.
-HINTERNET const kInternet = reinterpret_cast<HINTERNET>(std::uintptr_t{0x1E00});
-
-HINTERNET WINAPI OpenSession(const wchar_t*, DWORD accessType, const wchar_t*, const wchar_t*, DWORD) {
-  return accessType == WINHTTP_ACCESS_TYPE_DEFAULT_PROXY ? kInternet : nullptr;
-}
-HINTERNET WINAPI Connect(HINTERNET, const wchar_t* host, INTERNET_PORT, DWORD) {
-  Asked("https " + LenientUtf::ToUtf8(host));
-  return g_site.httpsHosts.contains(host) ? kInternet : nullptr;
-}
-HINTERNET WINAPI OpenRequest(HINTERNET, const wchar_t*, const wchar_t*, const wchar_t*, const wchar_t*, const wchar_t**,
-                             DWORD) {
-  return kInternet;
-}
-WINHTTP_STATUS_CALLBACK WINAPI SetCallback(HINTERNET, WINHTTP_STATUS_CALLBACK, DWORD, DWORD_PTR) { return nullptr; }
-BOOL WINAPI SetTimeouts(HINTERNET, int, int, int, int) { return TRUE; }
-BOOL WINAPI SendRequest(HINTERNET, const wchar_t*, DWORD, void*, DWORD, DWORD, DWORD_PTR) { return TRUE; }
-BOOL WINAPI ReceiveResponse(HINTERNET, void*) { return TRUE; }
-BOOL WINAPI QueryHeaders(HINTERNET, DWORD, const wchar_t*, void* status, DWORD*, DWORD*) {
-  *static_cast<DWORD*>(status) = 200;
-  return TRUE;
-}
-BOOL WINAPI CloseInternet(HINTERNET) { return TRUE; }
-// No interactive user, found out without a process.
-BOOL WINAPI NoVersion(OSVERSIONINFOW*) { return FALSE; }
-HANDLE WINAPI NoSnapshot(DWORD, DWORD) { return INVALID_HANDLE_VALUE; }
 
 AdapterList OneAdapter() {
   AdapterList list;
@@ -111,7 +63,7 @@ struct Scene {
   std::string name;
   AdapterList adapters;
   std::vector<LocationBlob> set;
-  SiteRegistry site = {};
+  SiteAnswers site = {};
 };
 
 LocationBlob With(const char* id, LOCATION_CRITERIA_TYPE kind, std::vector<std::string> texts) {
@@ -141,12 +93,12 @@ std::vector<Scene> Scenes() {
                           {LCT_SECONDARY_WINS, "secondary wins", "10.0.0.42", "", "10.9.9.9"},
                           {LCT_REGISTRY_KEY, "registry", name.c_str(), level.c_str(), wrong.c_str()},
                           {LCT_DOMAIN_REACHABLE, "domain", "up.example", "too.example", "down.example"}};
-  SiteRegistry up;
+  SiteAnswers up;
   up.httpsHosts = {L"up.example", L"too.example"};
   up.knownToDns = {L"srv2.example"};
 
   std::vector<Scene> scenes;
-  const auto add = [&](std::string sceneName, std::vector<LocationBlob> set, const SiteRegistry& of = {}) {
+  const auto add = [&](std::string sceneName, std::vector<LocationBlob> set, const SiteAnswers& of = {}) {
     scenes.push_back({sceneName + ", one adapter", OneAdapter(), set, of});
     scenes.push_back({sceneName + ", three adapters", ThreeAdapters(), std::move(set), of});
   };
@@ -182,7 +134,7 @@ std::vector<Scene> Scenes() {
   const std::vector<LocationBlob> zelts{zelt, zeltAndGateway, zeltElsewhere};
   add("management server known", zelts, up);
   add("management server unknown", zelts);
-  SiteRegistry noServers = up;
+  SiteAnswers noServers = up;
   noServers.servers.clear();
   add("no management server", zelts, noServers);
 
@@ -221,7 +173,7 @@ std::vector<Scene> Scenes() {
       With("D", LCT_REGISTRY_KEY, {"hkey_local_machine\\SOFTWARE\\Site\\", "", site + "Name=A=B"}),
       With("E", LCT_REGISTRY_KEY, {site + "Level=4", site + "Absent=1", site + "Name=office"})};
   add("registry criteria of all shapes", registry);
-  SiteRegistry only64;
+  SiteAnswers only64;
   only64.hasSite = false;
   only64.hasSite64 = true;
   add("registry criteria in the 64-bit view", registry, only64);
@@ -241,19 +193,11 @@ class CalculationScenes : public ServiceTest {
     m_registry.OnCall(nullptr);
   }
 
-  void PutSite(bool isThere) {
-    m_registry.RemoveKey(kSiteKey);
-    if (!isThere) return;
-    const DWORD level = 3;
-    m_registry.SetText(kSiteKey, L"", L"default");
-    m_registry.SetText(kSiteKey, L"Name", L"Office");
-    m_registry.Set(kSiteKey, L"Level", REG_DWORD, &level, sizeof level);
-  }
   // Notes what is asked of the registry, but for the stored set.
   void OnRegistryCall(const ScriptedRegistry::Call& call) {
     if (call.function == "RegOpenKeyExW") {
       m_isSetOpen = call.name == kLaKeyPath;
-      if (call.name == kSiteKey) PutSite((call.access & KEY_WOW64_64KEY) != 0 ? g_site.hasSite64 : g_site.hasSite);
+      m_site.OnOpenKey(call);
     }
     if (m_isSetOpen) return;
     if (call.function == "RegOpenKeyExW")
@@ -272,11 +216,11 @@ class CalculationScenes : public ServiceTest {
 
   // The scene's part of the record: the load's and the save's calculation, the current locations, the stored bytes.
   std::string Play(_IQeLaApiSmart& service, const Scene& scene) {
-    g_site = scene.site;
+    m_site.Set(scene.site);
+    m_site.OnQuestion(&Asked);
     m_adapters.Set(scene.adapters);
     service.RemoveAllLocations();
     m_registry.Put(PackedSet(scene.set));
-    m_registry.SetText(kAgentKey, L"ZeltServerList", g_site.servers);
     g_journal.clear();
     m_adapters.OnCall([] { Asked("adapters"); });
     m_registry.OnCall([this](const ScriptedRegistry::Call& call) { OnRegistryCall(call); });
@@ -312,18 +256,7 @@ class CalculationScenes : public ServiceTest {
 
   std::map<std::string, std::size_t> m_properties;
   bool m_isSetOpen = false;
-  ImportPatch m_dns{Module(), "DnsQuery_W", &QueryDns};
-  ImportPatch m_session{Module(), "WinHttpOpen", &OpenSession};
-  ImportPatch m_connect{Module(), "WinHttpConnect", &Connect};
-  ImportPatch m_request{Module(), "WinHttpOpenRequest", &OpenRequest};
-  ImportPatch m_callback{Module(), "WinHttpSetStatusCallback", &SetCallback};
-  ImportPatch m_timeouts{Module(), "WinHttpSetTimeouts", &SetTimeouts};
-  ImportPatch m_send{Module(), "WinHttpSendRequest", &SendRequest};
-  ImportPatch m_receive{Module(), "WinHttpReceiveResponse", &ReceiveResponse};
-  ImportPatch m_headers{Module(), "WinHttpQueryHeaders", &QueryHeaders};
-  ImportPatch m_closeInternet{Module(), "WinHttpCloseHandle", &CloseInternet};
-  ImportPatch m_version{Module(), "GetVersionExW", &NoVersion};
-  ImportPatch m_snapshot{Module(), "CreateToolhelp32Snapshot", &NoSnapshot};
+  ScriptedSite m_site{Module(), m_registry};
 };
 
 std::vector<std::string> Lines(const std::string& text) {

@@ -81,10 +81,11 @@ ThisMachine ExplainByService() {
                       calculation.locations[static_cast<std::size_t>(record - records.begin())], Tense::kPresent));
     const LocationExplanation& explanation = machine.locations.back();
     const bool isCurrent = std::find(decided.begin(), decided.end(), location.Id()) != decided.end();
-    if (isCurrent != (explanation.verdict == Verdict::kCurrent))
-      machine.differences.push_back("the library decides that " + Quoted(location) + " is " +
+    if (explanation.contradictsCriteria || isCurrent != (explanation.verdict == Verdict::kCurrent))
+      machine.differences.push_back("the library says that " + Quoted(location) + " is " +
                                     (isCurrent ? "current" : "not current") +
-                                    ", and this explanation that it is not so: one of the two is wrong. Please report it "
+                                    ", which does not follow from what is stored: the set was changed meanwhile, or the "
+                                    "library or qela is wrong. Run the command again; if it stays so, please report it "
                                     "with the output of qela report");
   }
   return machine;

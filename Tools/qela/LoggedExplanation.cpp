@@ -347,6 +347,7 @@ LocationExplanation Explain(const CQeLocation& location, const LoggedCalculation
     }
   }
   LocationExplanation explanation = Explain(calculation, logged, tense);
+  explanation.contradictsCriteria = canTell;
   if (canTell)
     explanation.caveats.emplace_back(
         "What the log tells cannot come from the criteria that the set has for this location: the machine had others. "
