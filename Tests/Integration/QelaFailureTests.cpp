@@ -1,14 +1,18 @@
 // What qela does when Windows or another program stands in its way. The library is the shipped DLL; its registry is a
 // key of the test's own.
+#include <winsock2.h>
 #include <windows.h>
 #include <gmock/gmock.h>
 
 #include "FwClient/Common/Utilities/UniqueHandle.h"
 #include "ScriptedWindows/ImportTable/ImportPatch.h"
+#include "ScriptedWindows/Windows/AdapterList.h"
+#include "ScriptedWindows/Windows/FakeAdapters.h"
 #include "ScriptedWindows/Windows/RedirectedMachineHive.h"
 #include "Tests/Support/StoredSet.h"
 #include "Tools/qela/CommandError.h"
 #include "Tools/qela/Commands.h"
+#include "Tools/qela/ExplainMachine.h"
 #include "Tools/qela/Service.h"
 #include "Tools/qela/StoredSet.h"
 
@@ -143,6 +147,33 @@ TEST_F(QelaWithoutReader, EveryReadingCommandFails) {
 TEST_F(QelaWithoutReader, AnEditIsSavedAllTheSame) {
   EXPECT_THAT(FailureOf([] { AddLocation(Adding(L"Office")); }).what(), HasSubstr("output could not be written"));
   EXPECT_FALSE(ReadStoredValue().IsAbsent());
+}
+
+// Both read the set for themselves: between them it may change.
+TEST_F(QelaFailure, AnExplanationThatTheLibraryDoesNotBearOutIsToldAndFails) {
+  AddLocation(Adding(L"Office"));
+  static std::vector<BYTE> seen;
+  LocationSet other = ReadLocations();
+  other.front().ClearCriterias();
+  seen = EncodeSet(other);
+  const ImportPatch patch(
+      Library(), "RegQueryValueExW",
+      +[](HKEY key, LPCWSTR name, DWORD* reserved, DWORD* type, BYTE* data, DWORD* size) -> LSTATUS {
+        if (std::wstring_view(name) != kLaValueName) return ::RegQueryValueExW(key, name, reserved, type, data, size);
+        if (type != nullptr) *type = REG_BINARY;
+        const DWORD room = data == nullptr ? 0 : *size;
+        *size = static_cast<DWORD>(seen.size());
+        if (data == nullptr) return ERROR_SUCCESS;
+        if (room < seen.size()) return ERROR_MORE_DATA;
+        std::copy(seen.begin(), seen.end(), data);
+        return ERROR_SUCCESS;
+      });
+  AdapterList adapters;
+  adapters.Add(L"eth0").Index(2);
+  const FakeAdapters fake(Library(), adapters);
+  const ThisMachine machine = ExplainByService();
+  ASSERT_EQ(machine.differences.size(), 1u);
+  EXPECT_THAT(machine.differences.front(), HasSubstr("the library says that \"Office\""));
 }
 
 }  // namespace
