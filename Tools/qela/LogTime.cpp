@@ -68,7 +68,8 @@ class TimeReader {
     int first = 0;
     const std::size_t digits = TakeNumber(1, 4, first);
     const char separator = Next();
-    if (digits == 0 || digits == 3 || (separator != '-' && (m_form == Form::kIso || (separator != '/' && separator != '.'))))
+    if (digits == 0 || digits == 3 ||
+        (separator != '-' && (m_form == Form::kIso || (separator != '/' && separator != '.'))))
       return false;
     m_rest.remove_prefix(1);
     const std::size_t least = m_form == Form::kIso || separator == '-' ? 2 : 1;
@@ -103,7 +104,8 @@ class TimeReader {
     int minute = 0;
     int second = 0;
     int fraction = 0;
-    if (TakeNumber(m_form == Form::kIso ? 2 : 1, 2, hour) == 0 || !Take(':') || TakeNumber(2, 2, minute) == 0) return false;
+    if (TakeNumber(m_form == Form::kIso ? 2 : 1, 2, hour) == 0 || !Take(':') || TakeNumber(2, 2, minute) == 0)
+      return false;
     if (Next() == ':' && IsDigit(Next(1))) {
       m_rest.remove_prefix(1);
       if (TakeNumber(2, 2, second) == 0) return false;
@@ -131,7 +133,8 @@ class TimeReader {
     std::string_view behind = m_rest;
     if (behind.starts_with(' ')) behind.remove_prefix(1);
     if (behind.starts_with(kNarrowBlank)) behind.remove_prefix(kNarrowBlank.size());
-    if (behind.size() < 2 || (behind[1] | 0x20) != 'm' || (behind.size() > 2 && IsLetterOrDigit(behind[2]))) return true;
+    if (behind.size() < 2 || (behind[1] | 0x20) != 'm' || (behind.size() > 2 && IsLetterOrDigit(behind[2])))
+      return true;
     const int half = behind[0] | 0x20;
     if (half != 'a' && half != 'p') return true;
     if (hour < 1 || hour > 12) return false;
@@ -191,16 +194,16 @@ std::string ToText(const LogTime& time) {
   const year_month_day date(day);
   const hh_mm_ss inDay(clock - day);
   char text[64];
-  static_cast<void>(std::snprintf(text, std::size(text), "%04d-%02u-%02uT%02d:%02d:%02d.%03d", static_cast<int>(date.year()),
-                                  static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()),
-                                  static_cast<int>(inDay.hours().count()), static_cast<int>(inDay.minutes().count()),
-                                  static_cast<int>(inDay.seconds().count()),
+  static_cast<void>(std::snprintf(text, std::size(text), "%04d-%02u-%02uT%02d:%02d:%02d.%03d",
+                                  static_cast<int>(date.year()), static_cast<unsigned>(date.month()),
+                                  static_cast<unsigned>(date.day()), static_cast<int>(inDay.hours().count()),
+                                  static_cast<int>(inDay.minutes().count()), static_cast<int>(inDay.seconds().count()),
                                   static_cast<int>(inDay.subseconds().count())));
   std::string result = text;
   if (!time.offsetMinutes) return result;
   const int minutes = std::abs(*time.offsetMinutes);
-  static_cast<void>(std::snprintf(text, std::size(text), "%c%02d:%02d", *time.offsetMinutes < 0 ? '-' : '+', minutes / 60,
-                                  minutes % 60));
+  static_cast<void>(std::snprintf(text, std::size(text), "%c%02d:%02d", *time.offsetMinutes < 0 ? '-' : '+',
+                                  minutes / 60, minutes % 60));
   return result + text;
 }
 
