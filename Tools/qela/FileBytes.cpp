@@ -56,7 +56,7 @@ std::string ReadFileBytes(const std::wstring& path, std::uint64_t limit) {
   if (path != L"-") {
     handle = ::CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
                            FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (handle == INVALID_HANDLE_VALUE) FailFile(path, "it cannot be read: " + ReasonOf(::GetLastError()));
+    if (handle == INVALID_HANDLE_VALUE) FailReading(path, ::GetLastError());
     file.reset(handle);
   }
   std::string bytes;
@@ -70,11 +70,15 @@ std::string ReadFileBytes(const std::wstring& path, std::uint64_t limit) {
     const DWORD error = ::GetLastError();
     bytes.resize(size + read);
     // The end of a pipe is an error of its own.
-    if (!done && error != ERROR_BROKEN_PIPE) FailFile(path, "it cannot be read: " + ReasonOf(error));
+    if (!done && error != ERROR_BROKEN_PIPE) FailReading(path, error);
     if (bytes.size() > limit)
       FailFile(path, "it is larger than " + std::to_string(limit) + " bytes; give a smaller file");
     if (read == 0) return bytes;
   }
+}
+
+void FailReading(const std::wstring& path, unsigned long error) {
+  FailFile(path, "it cannot be read: " + ReasonOf(error));
 }
 
 void FailWriting(const std::wstring& path, unsigned long error) {

@@ -17,5 +17,6 @@ std::string ReadFileBytes(const std::wstring& path, std::uint64_t limit = kMostF
 // reason.
 void WriteFileBytes(const std::wstring& path, const std::string& bytes);
 
-// For who writes a file by other ways. `error` is the system's.
+// For who reads or writes a file by other ways. `error` is the system's.
+[[noreturn]] void FailReading(const std::wstring& path, unsigned long error);
 [[noreturn]] void FailWriting(const std::wstring& path, unsigned long error);

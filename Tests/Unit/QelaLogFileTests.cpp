@@ -1,0 +1,703 @@
+// Logs as hosts write them: what is read is what the library has said.
+#include "Tools/qela/LogFile.h"
+
+#include <windows.h>
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <filesystem>
+#include <format>
+#include <fstream>
+#include <functional>
+#include <random>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "FwClient/Common/Utilities/UniqueHandle.h"
+#include "FwClient/Service/QeLaLib/AdapterProps.h"
+#include "ScriptedWindows/UniqueName.h"
+#include "Tests/Support/CommandFailure.h"
+#include "Tools/qela/LogMessages.h"
+#include "Tools/qela/LogScan.h"
+#include "Tools/qela/Text.h"
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+
+using Texts = std::vector<std::wstring>;
+
+// A folder of its own, gone with the object.
+class LogFolder {
+ public:
+  LogFolder() : m_path(std::filesystem::temp_directory_path() / (L"qela-log-" + UniqueName())) {
+    std::filesystem::create_directory(m_path);
+  }
+  ~LogFolder() {
+    std::error_code ignored;
+    std::filesystem::remove_all(m_path, ignored);
+  }
+  LogFolder(const LogFolder&) = delete;
+  LogFolder& operator=(const LogFolder&) = delete;
+
+  std::wstring Path(const std::wstring& name) const { return m_path / name; }
+  std::wstring Write(const std::wstring& name, std::string_view bytes) const {
+    std::ofstream(std::filesystem::path(Path(name)), std::ios::binary).write(bytes.data(), std::ssize(bytes));
+    return Path(name);
+  }
+
+ private:
+  std::filesystem::path m_path;
+};
+
+// ---- What the library says
+
+AdapterProps Adapter() {
+  AdapterProps adapter;
+  adapter.ifIndex = 2;
+  adapter.description = L"Intel(R) Ethernet \\new";
+  adapter.gateways = {L"10.20.0.1", L"fe80::1"};
+  adapter.dhcpEnabled = true;
+  adapter.dhcpServer = L"10.20.0.2";
+  adapter.ipAddresses = {L"10.20.0.15"};
+  adapter.dnsSuffix = L"corp.example";
+  adapter.winsSecondary = L"10.20.0.4";
+  return adapter;
+}
+
+std::wstring ReportOf(const AdapterProps& adapter) { return L"Adapter properties:\n" + RenderAdapterProps(adapter); }
+
+// Only what a code page of Western Europe has, so that every encoding can write it.
+Texts Calculation(const std::wstring& name = L"B\u00fcro \"S\u00fcd\"") {
+  AdapterProps second;
+  second.description = L"tunnel \u00e0 c\u00f4t\u00e9";
+  return {L"The location discovery thread received an address change notification",
+          L"Calculating current locations...",
+          L"GetAdaptersAddresses succeeds, the return value is : 0",
+          L"Adapters List :",
+          ReportOf(Adapter()),
+          L"//---------------------------------------------\n",
+          ReportOf(second),
+          L"//---------------------------------------------\n",
+          L"IsCurrentLocation checking location " + name,
+          L"IsCurrentLocation bZeltReachabilityCriteria 1",
+          L"Matching all the location criterias with the properties of adapter with index 2 and description " +
+              Adapter().description + L".",
+          L"The registry key Software\\new\\u0041 specified for the location does not exist.",
+          L"Unable to find the string value in the registry for C:\\tools.",
+          L"All the criteria's given in location matches adapter index 2 with description " + Adapter().description +
+              L". Hence this adapter will be matching.",
+          L"CheckZeltReachability failed for zelt.corp.example",
+          L"CheckZeltReachability failed",
+          L"IsCurrentLocation returning matched criterias 0 for location " + name + L"...",
+          L"Raising a location changed event..."};
+}
+
+// ---- How hosts write it
+
+std::wstring Replaced(std::wstring text, std::wstring_view what, std::wstring_view by) {
+  for (std::size_t at = text.find(what); at != std::wstring::npos; at = text.find(what, at + by.size()))
+    text.replace(at, what.size(), by);
+  return text;
+}
+
+std::wstring Escaped(std::wstring text) {
+  text = Replaced(text, L"\\", L"\\\\");
+  text = Replaced(text, L"\n", L"\\n");
+  text = Replaced(text, L"\r", L"\\r");
+  return Replaced(text, L"\t", L"\\t");
+}
+std::wstring JsonText(const std::wstring& text) {
+  std::wstring json = Replaced(Replaced(Escaped(text), L"\"", L"\\\""), L"/", L"\\/");
+  return Replaced(json, L"\u00fc", L"\\u00fc");
+}
+
+struct Host {
+  const char* name;
+  std::function<std::wstring(const std::wstring& text, int number)> write;  // lines without the last line end
+};
+
+std::wstring Clock(int number, const wchar_t* form = L"2025-11-21{}02:44:{:02}.{:03}", const wchar_t* letter = L"T") {
+  const int seconds = number / 1000;
+  const int milliseconds = number % 1000;
+  return std::vformat(form, std::make_wformat_args(letter, seconds, milliseconds));
+}
+
+// Other components' lines, some of which look like ours.
+constexpr const wchar_t* kOthers[] = {L"Update: checking",
+                                      L"\tDescription of nothing",
+                                      L"",
+                                      L"//----",
+                                      L"//-------------------------------------------------------------",
+                                      L"Calculating",
+                                      L"Count (7)",
+                                      L"Count",
+                                      L"Firewall: Location changed 7"};
+
+const std::vector<Host>& Hosts() {
+  static const std::vector<Host> hosts = {
+      {"our own",
+       [](const std::wstring& text, int number) {
+         return Clock(number) + L"+01:00\t8\tFirewallBL\tFIREWALL\tFwClient/Service/QeLaLib/QeLaLib.cpp:" +
+                std::to_wstring(number) + L"\t" + Escaped(text);
+       }},
+      {"the text alone", [](const std::wstring& text, int) { return text; }},
+      {"the text alone, escaped", [](const std::wstring& text, int) { return Escaped(text); }},
+      {"a prefix",
+       [](const std::wstring& text, int number) {
+         return Clock(number, L"{}21.11.2025 02:44:{:02},{:03}", L"") + L" [4711] INFO  FirewallBL - " + text;
+       }},
+      {"a prefix of each line",
+       [](const std::wstring& text, int number) {
+         const std::wstring prefix =
+             Clock(number, L"2025/11/21{}02:44:{:02}.{:03}", L" ") + L"|INFO|Count|DHCP Server| ";
+         std::wstring trimmed = text;
+         if (trimmed.ends_with(L'\n')) trimmed.pop_back();
+         return prefix + Replaced(trimmed, L"\n", L"\n" + prefix);
+       }},
+      {"a prefix of each line, and others between",
+       [](const std::wstring& text, int number) {
+         const std::wstring prefix = Clock(number, L"2025-11-21{}02:44:{:02}.{:03}", L" ") + L" fw ";
+         const std::wstring other = Clock(number, L"2025-11-21{}02:44:{:02}.{:03}", L" ") + L" up " +
+                                    kOthers[static_cast<std::size_t>(number) % std::size(kOthers)];
+         std::wstring trimmed = text;
+         if (trimmed.ends_with(L'\n')) trimmed.pop_back();
+         return other + L"\n" + prefix + Replaced(trimmed, L"\n", L"\n" + other + L"\n" + prefix);
+       }},
+      {"a prefix and something behind",
+       [](const std::wstring& text, int number) {
+         return Clock(number) + L"Z " + Escaped(text) + L" (FirewallBL) [\"x\"]";
+       }},
+      {"something behind each line",
+       [](const std::wstring& text, int number) {
+         std::wstring trimmed = text;
+         if (trimmed.ends_with(L'\n')) trimmed.pop_back();
+         return Clock(number) + L" " + Replaced(trimmed, L"\n", L" <FirewallBL>\n") + L" <FirewallBL>";
+       }},
+      {"quotes around the lines of a text",
+       [](const std::wstring& text, int number) {
+         return Clock(number, L"\"{}11/21/2025 2:44:{:02}.{:03} AM\"", L"") + L",\"INFO\",\"" + text + L"\"";
+       }},
+      {"JSON",
+       [](const std::wstring& text, int number) {
+         return L"{\"time\":\"" + Clock(number) + L"\",\"msg\":\"" + JsonText(text) + L"\",\"line\":" +
+                std::to_wstring(number) + L"}";
+       }},
+      {"JSON with the time behind and a line break in the text",
+       [](const std::wstring& text, int number) {
+         return L"{\"severity\": 8, \"text\": \"" + JsonText(text + L"\r\n") + L"\", \"at\": \"" + Clock(number) +
+                L"\", \"thread\": " + std::to_wstring(number % 7) + L"}";
+       }},
+      {"JSON around our own",
+       [](const std::wstring& text, int number) {
+         return Clock(number) + L"Z stdout F {\"log\":\"8\\tFirewallBL\\t" + JsonText(Escaped(text)) + L"\\n\",\"n\":" +
+                std::to_wstring(number) + L"}";
+       }},
+      {"names and values",
+       [](const std::wstring& text, int number) {
+         return L"time=\"" + Clock(number) + L"\" level=info msg=\"" + Replaced(Escaped(text), L"\"", L"\\\"") + L"\"";
+       }},
+      {"printed quotes",
+       [](const std::wstring& text, int number) {
+         return L"{ \"at\": \"" + Clock(number) + L"\", \"text\": \"" + text + L"\" }";
+       }},
+      {"blanks for tabs",
+       [](const std::wstring& text, int number) {
+         return Clock(number, L"2025-11-21{}02:44:{:02}.{:03}", L" ") + L" " + Replaced(text, L"\t", L"    ");
+       }},
+  };
+  return hosts;
+}
+
+std::wstring LogOf(const Host& host, const Texts& texts, const std::wstring& lineEnd = L"\n") {
+  std::wstring log;
+  int number = 0;
+  for (const std::wstring& text : texts) log += host.write(text, ++number) + L"\n";
+  return lineEnd == L"\n" ? log : Replaced(log, L"\n", lineEnd);
+}
+
+// ---- Encodings
+
+std::string Utf16(std::wstring_view text, bool isBigEndian) {
+  std::string bytes;
+  for (const wchar_t unit : text) {
+    const char low = static_cast<char>(unit & 0xff);
+    const char high = static_cast<char>(unit >> 8);
+    bytes += isBigEndian ? high : low;
+    bytes += isBigEndian ? low : high;
+  }
+  return bytes;
+}
+
+std::string Ansi(std::wstring_view text) {
+  std::string bytes(text.size(), '\0');
+  ::WideCharToMultiByte(CP_ACP, 0, text.data(), static_cast<int>(text.size()), bytes.data(),
+                        static_cast<int>(bytes.size()), nullptr, nullptr);
+  return bytes;
+}
+
+struct Encoding {
+  const char* name;
+  std::function<std::string(std::wstring_view text)> encode;
+};
+const std::vector<Encoding>& Encodings() {
+  static const std::vector<Encoding> encodings = {
+      {"UTF-8", [](std::wstring_view text) { return ToUtf8(text); }},
+      {"UTF-8 with its mark", [](std::wstring_view text) { return "\xef\xbb\xbf" + ToUtf8(text); }},
+      {"UTF-16", [](std::wstring_view text) { return Utf16(text, false); }},
+      {"UTF-16 with its mark", [](std::wstring_view text) { return "\xff\xfe" + Utf16(text, false); }},
+      {"UTF-16 of the other order", [](std::wstring_view text) { return Utf16(text, true); }},
+      {"UTF-16 of the other order with its mark",
+       [](std::wstring_view text) { return "\xfe\xff" + Utf16(text, true); }},
+      {"the code page", Ansi}};
+  return encodings;
+}
+
+// ---- Reading
+
+struct ReadMessage {
+  std::wstring text;
+  std::string time;
+  std::size_t file;
+  std::uint64_t line;
+  bool mayBeCut;
+};
+std::vector<ReadMessage> Read(const std::vector<std::wstring>& files) {
+  std::vector<ReadMessage> messages;
+  ReadLog(files, [&](const LoggedMessage& message) {
+    messages.push_back({std::wstring(message.text), message.time ? ToText(*message.time) : "", message.file,
+                        message.line, message.mayBeCut});
+  });
+  return messages;
+}
+Texts TextsOf(const std::vector<ReadMessage>& messages) {
+  Texts texts;
+  for (const ReadMessage& message : messages) texts.push_back(message.text);
+  return texts;
+}
+Texts ReadTexts(std::string_view bytes) {
+  const LogFolder folder;
+  return TextsOf(Read({folder.Write(L"a.log", bytes)}));
+}
+// Without files, as they are read.
+Texts TextsIn(std::string_view lines) {
+  LogMessages ahead([](const LoggedMessage&) {});
+  ahead.Take(lines);
+  Texts texts;
+  LogMessages messages([&](const LoggedMessage& message) { texts.emplace_back(message.text); });
+  messages.LearnFrom(ahead);
+  messages.Take(lines);
+  messages.End();
+  return texts;
+}
+
+TEST(QelaLogFile, GivesTheSameMessagesWhateverTheHostWritesAroundThem) {
+  const Texts expected = Calculation();
+  for (const Host& host : Hosts()) EXPECT_EQ(ReadTexts(ToUtf8(LogOf(host, expected))), expected) << host.name;
+}
+
+TEST(QelaLogFile, GivesTheSameMessagesInEveryEncodingAndWithEveryLineEnd) {
+  const Texts expected = Calculation();
+  for (const Host& host : Hosts())
+    for (const Encoding& encoding : Encodings())
+      for (const wchar_t* lineEnd : {L"\n", L"\r\n", L"\r"})
+        EXPECT_EQ(ReadTexts(encoding.encode(LogOf(host, expected, lineEnd))), expected)
+            << host.name << ", " << encoding.name << ", " << ToUtf8(Escaped(lineEnd));
+}
+
+TEST(QelaLogFile, TellsWhereAndWhenAMessageWasWritten) {
+  for (const Host& host : Hosts()) {
+    if (std::string_view(host.name).starts_with("the text")) continue;
+    const LogFolder folder;
+    const std::wstring log = LogOf(host, Calculation(), L"\r\n");
+    const std::vector<ReadMessage> messages = Read({folder.Write(L"a.log", "\n"), folder.Write(L"b.log", ToUtf8(log))});
+    ASSERT_EQ(messages.size(), Calculation().size()) << host.name;
+    std::uint64_t line = 1;
+    for (std::size_t i = 0; i < messages.size(); ++i) {
+      const std::wstring record = host.write(Calculation()[i], static_cast<int>(i) + 1);
+      const auto lines = static_cast<std::uint64_t>(std::ranges::count(record, L'\n')) + 1;
+      const bool isSecond = std::string_view(host.name).ends_with("others between");
+      EXPECT_EQ(messages[i].file, 1u) << host.name;
+      EXPECT_EQ(messages[i].line, line + (isSecond ? 1 : 0)) << host.name << ToUtf8(messages[i].text);
+      EXPECT_THAT(messages[i].time, HasSubstr(std::format("2025-11-21T02:44:00.{:03}", i + 1))) << host.name;
+      EXPECT_FALSE(messages[i].mayBeCut) << host.name;
+      line += lines;
+    }
+  }
+}
+
+TEST(QelaLogFile, ReadsLettersOfEveryLanguage) {
+  const Texts expected = Calculation(L"\u65e5\u672c \U0001f600 \u00e9");
+  for (const Encoding& encoding : Encodings()) {
+    if (std::string_view(encoding.name) == "the code page") continue;
+    EXPECT_EQ(ReadTexts(encoding.encode(LogOf(Hosts().front(), expected))), expected) << encoding.name;
+  }
+}
+
+TEST(QelaLogFile, DecidesOnTheEncodingOfEachLine) {
+  const std::wstring line = L"IsCurrentLocation checking location B\u00fcro\n";
+  EXPECT_EQ(ReadTexts(Ansi(line) + ToUtf8(line) + Ansi(line)), Texts(3, line.substr(0, line.size() - 1)));
+}
+
+TEST(QelaLogFile, ShowsBytesThatAreNoLetters) {
+  EXPECT_THAT(ReadTexts("\xef\xbb\xbfIsCurrentLocation checking location a\xff\xc3(b\n"),
+              ElementsAre(L"IsCurrentLocation checking location a\ufffd\ufffd(b"));
+}
+
+TEST(QelaLogFile, TakesNothingOffWhereWhatStandsBehindVaries) {
+  const Texts texts = ReadTexts(
+      "Calculating current locations... [1]\nIsCurrentLocation checking location A [1]\n"
+      "Adapters List : [2]\nIsCurrentLocation checking location B [2]\n"
+      "Calculating current locations... <x>\nIsCurrentLocation checking location C <x>\n");
+  EXPECT_THAT(texts, ElementsAre(L"Calculating current locations...", L"IsCurrentLocation checking location A",
+                                 L"Adapters List :", L"IsCurrentLocation checking location B [2]",
+                                 L"Calculating current locations...", L"IsCurrentLocation checking location C"));
+}
+
+TEST(QelaLogFile, LearnsFromWhatFollowsHowItsBeginningIsWritten) {
+  for (const Host& host : Hosts()) {
+    const Texts expected = Calculation();
+    std::wstring log = LogOf(host, Calculation()) + LogOf(host, Calculation());
+    const std::wstring cut = LogOf(host, {expected.begin(), expected.begin() + 8});
+    log.erase(0, cut.size());
+    Texts rest(expected.begin() + 8, expected.end());
+    rest.insert(rest.end(), expected.begin(), expected.end());
+    EXPECT_EQ(ReadTexts(ToUtf8(log)), rest) << host.name;
+  }
+}
+
+TEST(QelaLogFile, EndsAReportThatBreaksOffWithTheNextMessage) {
+  const LogFolder folder;
+  const auto messages = Read({folder.Write(L"a.log",
+                                           "x Adapter properties:\nx \tInterface Index:2\nx \tDescription :Get client "
+                                           "certificate chain\nx \tDefault Gateways:\nx \t\tCount (2)\nx "
+                                           "\t\t\t10.0.0.1\nx Adapters List :\nx Adapter properties:\nx \tInterf")});
+  ASSERT_EQ(messages.size(), 3u);
+  EXPECT_EQ(messages[0].text,
+            L"Adapter properties:\n\n\tInterface Index:2\n\tDescription :Get client certificate chain\n\t"
+            L"Default Gateways:\n\t\tCount (2)\n\t\t\t10.0.0.1");
+  EXPECT_EQ(messages[1].text, L"Adapters List :");
+  EXPECT_EQ(messages[2].text, L"Adapter properties:\n");
+  EXPECT_TRUE(messages[2].mayBeCut);
+}
+
+// ---- Broken logs
+
+// The messages are the true ones up to there, and the last of them may be the beginning of one.
+void ExpectBeginningOf(const Texts& texts, const Texts& whole, const std::string& what) {
+  ASSERT_LE(texts.size(), whole.size()) << what;
+  for (std::size_t i = 0; i < texts.size(); ++i) {
+    if (i + 1 < texts.size())
+      ASSERT_EQ(texts[i], whole[i]) << what;
+    else
+      ASSERT_TRUE(whole[i].starts_with(texts[i])) << what << ": " << ToUtf8(texts[i]);
+  }
+}
+
+TEST(QelaLogFile, OfEveryTruncationSaysOnlyTheBeginning) {
+  Texts whole = Calculation();
+  whole.insert(whole.end(), whole.begin(), whole.end());
+  for (const Host& host : Hosts()) {
+    const std::string log = ToUtf8(LogOf(host, whole));
+    for (std::size_t size = 0; size < log.size(); ++size)
+      ExpectBeginningOf(TextsIn(std::string_view(log).substr(0, size)), whole,
+                        std::string(host.name) + ", " + std::to_string(size) + " bytes");
+    if (HasFatalFailure()) return;
+  }
+}
+
+TEST(QelaLogFile, OfEveryTruncationAtItsBeginningSaysOnlyTheEnd) {
+  const Texts once = Calculation();
+  Texts whole = once;
+  whole.insert(whole.end(), once.begin(), once.end());
+  for (const Host& host : Hosts()) {
+    const std::string log = ToUtf8(LogOf(host, whole));
+    for (std::size_t cut = 0; cut < log.size() / 2; ++cut) {
+      Texts texts = TextsIn(std::string_view(log).substr(cut));
+      ASSERT_LE(texts.size(), whole.size()) << host.name << ", from " << cut;
+      ASSERT_EQ(texts, Texts(whole.end() - std::ssize(texts), whole.end())) << host.name << ", from " << cut;
+    }
+  }
+}
+
+TEST(QelaLogFile, OfUtf16ThatIsCutInALetterSaysOnlyTheBeginning) {
+  const Texts whole = {L"Calculating current locations...",
+                       L"IsCurrentLocation checking location \u65e5\U0001f600\u672c and more of it",
+                       L"Adapters List :"};
+  const LogFolder folder;
+  for (const bool isBigEndian : {false, true}) {
+    const std::string log = Utf16(LogOf(Hosts().front(), whole), isBigEndian);
+    // An odd number of bytes that begin with a zero is taken for the usual order without its first byte.
+    for (std::size_t size = 200; size < log.size(); size += isBigEndian ? 2 : 1)
+      ExpectBeginningOf(TextsOf(Read({folder.Write(L"a.log", std::string_view(log).substr(0, size))})), whole,
+                        std::to_string(size) + " bytes");
+  }
+  const std::string log = Utf16(LogOf(Hosts().front(), whole), false);
+  EXPECT_EQ(TextsOf(Read({folder.Write(L"b.log", std::string_view(log).substr(1))})), whole);
+}
+
+TEST(QelaLogFile, SurvivesRandomBytes) {
+  std::mt19937 random(4711);
+  const std::string log = ToUtf8(LogOf(Hosts().front(), Calculation()) + LogOf(Hosts()[5], Calculation()));
+  for (int round = 0; round < 3000; ++round) {
+    std::string bytes = log;
+    for (int change = 0; change < 20; ++change) {
+      const std::size_t at = random() % bytes.size();
+      switch (random() % 3) {
+        case 0:
+          bytes[at] = static_cast<char>(random());
+          break;
+        case 1:
+          bytes.erase(at, random() % 50);
+          break;
+        default:
+          bytes.insert(at, bytes.substr(random() % bytes.size(), random() % 100));
+      }
+    }
+    for (const std::wstring& text : TextsIn(bytes)) ASSERT_NE(FixedBeginningOfMessage(text), 0u);
+  }
+  const LogFolder folder;
+  for (int round = 0; round < 50; ++round) {
+    std::string bytes(random() % 20'000, '\0');
+    for (char& byte : bytes) byte = static_cast<char>(random());
+    EXPECT_THAT(Read({folder.Write(L"a.log", bytes)}), IsEmpty());
+    FindCalculation({folder.Path(L"a.log")}, {});
+  }
+}
+
+TEST(QelaLogFile, ReadsLinesOfAMegabyteAndPassesOverEndlessOnes) {
+  const std::wstring name(1 << 20, L'x');
+  const std::string line = "IsCurrentLocation checking location ";
+  const LogFolder folder;
+  const std::string bytes = line + ToUtf8(name) + "\n" + line + std::string(5 << 20, 'y') + "\r\n" +
+                            std::string(9 << 20, '\0') + "\r" + line + "last\n";
+  const std::vector<ReadMessage> messages = Read({folder.Write(L"a.log", bytes)});
+  ASSERT_EQ(messages.size(), 2u);
+  EXPECT_EQ(messages[0].text, ToWide(line) + name);
+  EXPECT_EQ(messages[1].text, ToWide(line) + L"last");
+  EXPECT_EQ(messages[1].line, 4u);
+}
+
+TEST(QelaLogFile, ReadsTheSameAcrossTheBordersOfItsBlocks) {
+  const LogFolder folder;
+  const Texts expected = Calculation(L"\u65e5\u672c \U0001f600");
+  const std::string log = ToUtf8(LogOf(Hosts()[4], expected, L"\r\n"));
+  for (std::size_t shift = 0; shift < log.size(); shift += 7) {
+    const std::string bytes = std::string((256 << 10) - shift, '-') + "\r\n" + log;
+    const std::vector<ReadMessage> messages = Read({folder.Write(L"a.log", bytes)});
+    ASSERT_EQ(TextsOf(messages), expected) << shift;
+    ASSERT_EQ(messages.front().line, 2u);
+  }
+}
+
+TEST(QelaLogFile, ReadsEmptyFilesAndSaysWhyItCannotReadOthers) {
+  const LogFolder folder;
+  EXPECT_THAT(Read({folder.Write(L"empty.log", "")}), IsEmpty());
+  EXPECT_FALSE(FindCalculation({folder.Path(L"empty.log")}, {}));
+  EXPECT_THAT(FailureOf([&] { Read({folder.Path(L"")}); }), HasSubstr("it cannot be read"));
+  EXPECT_THAT(FailureOf([&] { Read({folder.Path(L"none.log")}); }), HasSubstr("there is no such file"));
+  EXPECT_THAT(FailureOf([&] { WithRotated(folder.Path(L"none.log")); }), HasSubstr("none.log: it cannot be read"));
+}
+
+TEST(QelaLogFile, ReadsWhatAnotherProcessGoesOnWriting) {
+  const LogFolder folder;
+  const std::wstring path = folder.Write(L"a.log", "Adapters List :\n");
+  const HANDLE writer =
+      ::CreateFileW(path.c_str(), FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                    OPEN_EXISTING, 0, nullptr);
+  ASSERT_NE(writer, INVALID_HANDLE_VALUE);
+  const UniqueKernelHandle closes(writer);
+  int count = 0;
+  // Each message makes another line, and still the reading comes to an end.
+  ReadLog({path}, [&](const LoggedMessage&) {
+    DWORD written = 0;
+    ::WriteFile(writer, "Adapters List :\n", 16, &written, nullptr);
+    ++count;
+  });
+  EXPECT_EQ(count, 1);
+}
+
+// ---- Rotation
+
+TEST(QelaLogFile, ReadsRotatedFilesTheOldestFirst) {
+  const LogFolder folder;
+  for (const wchar_t* name : {L"s.log", L"s.log.1", L"s.log.2", L"s.log.10", L"s.log.old", L"s.log.1.gz", L"s.log.2.1",
+                              L"t.log.3", L"s.log.", L"ss.log.4"})
+    folder.Write(name, "");
+  std::filesystem::create_directory(folder.Path(L"s.log.3"));
+  EXPECT_THAT(WithRotated(folder.Path(L"s.log")), ElementsAre(folder.Path(L"s.log.10"), folder.Path(L"s.log.2"),
+                                                              folder.Path(L"s.log.1"), folder.Path(L"s.log")));
+}
+
+TEST(QelaLogFile, GoesOnInTheNextFile) {
+  for (const Host& host : Hosts()) {
+    const LogFolder folder;
+    const Texts expected = Calculation();
+    const std::wstring first = LogOf(host, {expected.begin(), expected.begin() + 6});
+    const std::wstring log = LogOf(host, expected);
+    EXPECT_EQ(
+        TextsOf(Read({folder.Write(L"a", ToUtf8(first)), folder.Write(L"b", Utf16(log.substr(first.size()), false))})),
+        expected)
+        << host.name;
+  }
+}
+
+// ---- One calculation
+
+Texts FoundTexts(const std::optional<FoundCalculation>& found) {
+  Texts texts;
+  if (found)
+    for (const auto& message : found->messages) texts.push_back(message.text);
+  return texts;
+}
+
+// Each a second later than the one before, the first at 02:44:01; with its own name.
+std::wstring LogOfCalculations(const Host& host, const std::vector<std::wstring>& names) {
+  std::wstring log;
+  int number = 0;
+  for (const std::wstring& name : names) {
+    number += 1000;
+    for (const std::wstring& text : Calculation(name)) log += host.write(text, number) + L"\n";
+  }
+  return log;
+}
+
+TEST(QelaFindCalculation, GivesTheLastAsReadLogDoes) {
+  for (const Host& host : Hosts())
+    for (const Encoding& encoding : Encodings()) {
+      const LogFolder folder;
+      const std::wstring path =
+          folder.Write(L"a", encoding.encode(LogOfCalculations(host, {L"A", L"B", L"B\u00fcro"})));
+      const auto found = FindCalculation({path}, {});
+      ASSERT_TRUE(found) << host.name << ", " << encoding.name;
+      EXPECT_EQ(FoundTexts(found), Calculation(L"B\u00fcro")) << host.name << ", " << encoding.name;
+      EXPECT_EQ(found->calculations, 3u);
+      EXPECT_FALSE(found->wasSkipped);
+      EXPECT_FALSE(found->isFollowed);
+      const std::vector<ReadMessage> all = Read({path});
+      ASSERT_GE(all.size(), found->messages.size());
+      for (std::size_t i = 1; i <= found->messages.size(); ++i) {
+        const auto& message = found->messages[found->messages.size() - i];
+        const ReadMessage& read = all[all.size() - i];
+        ASSERT_EQ(message.text, read.text);
+        ASSERT_EQ(message.line, read.line) << host.name << ", " << encoding.name;
+        ASSERT_EQ(message.time ? ToText(*message.time) : "", read.time);
+      }
+    }
+}
+
+TEST(QelaFindCalculation, GivesTheLastThatBeganByTheTime) {
+  const LogFolder folder;
+  const std::wstring path = folder.Write(L"a", ToUtf8(LogOfCalculations(Hosts()[9], {L"A", L"B", L"C"})));
+  const auto at = [&](const char* text) { return FindCalculation({path}, {ParseLogTime(text), {}}); };
+  EXPECT_FALSE(at("2025-11-21 02:44:00.999"));
+  EXPECT_EQ(FoundTexts(at("2025-11-21 02:44:01"))[1], L"Calculating current locations...");
+  EXPECT_EQ(FoundTexts(at("2025-11-21 02:44:01"))[8], L"IsCurrentLocation checking location A");
+  EXPECT_EQ(FoundTexts(at("2025-11-21 02:44:02.5"))[8], L"IsCurrentLocation checking location B");
+  EXPECT_TRUE(at("2025-11-21 02:44:02.5")->isFollowed);
+  EXPECT_EQ(FoundTexts(at("2026-01-01 00:00"))[8], L"IsCurrentLocation checking location C");
+}
+
+TEST(QelaFindCalculation, SaysSoWhenTheLogTellsNoTime) {
+  const LogFolder folder;
+  const std::wstring path = folder.Write(L"a", ToUtf8(LogOfCalculations(Hosts()[1], {L"A"})));
+  EXPECT_THAT(FailureOf([&] { FindCalculation({path}, {ParseLogTime("2026-01-01 00:00"), {}}); }),
+              HasSubstr("tell no time"));
+}
+
+TEST(QelaFindCalculation, GivesTheLastInWhichTheLocationWasDecided) {
+  const std::vector<std::wstring> names = {
+      L"B\u00fcro \"S\u00fcd\" C:\\new/x", L"B", L"B\u00fcro", L"\u65e5", L"B 2", L"None"};
+  for (const Host& host : Hosts()) {
+    const LogFolder folder;
+    const std::wstring path = folder.Write(L"a", ToUtf8(LogOfCalculations(host, names)));
+    for (const std::wstring& name : names) {
+      const auto found = FindCalculation({path}, {{}, name});
+      // Whose line breaks are real cannot be followed by their names' quotes.
+      EXPECT_EQ(FoundTexts(found).size() > 8 ? FoundTexts(found)[8] : L"",
+                L"IsCurrentLocation checking location " + name)
+          << host.name;
+      EXPECT_EQ(found && found->isFollowed, name != L"None");
+      EXPECT_FALSE(found && found->wasSkipped);
+    }
+    EXPECT_FALSE(FindCalculation({path}, {{}, L"Nowhere"})) << host.name;
+  }
+}
+
+TEST(QelaFindCalculation, PassesOverTheLastWhenItBreaksOff) {
+  const LogFolder folder;
+  const std::string log = ToUtf8(LogOfCalculations(Hosts().front(), {L"A", L"B"}));
+  const std::string decision = "returning matched criterias 0 for location B";
+  const auto upTo = [&](const std::string& end) {
+    return FindCalculation({folder.Write(L"a", log.substr(0, log.rfind(end) + end.size()))}, {});
+  };
+  EXPECT_FALSE(upTo(decision + "...")->wasSkipped);
+  EXPECT_EQ(FoundTexts(upTo(decision + "..."))[8], L"IsCurrentLocation checking location B");
+  for (const char* end : {"returning matched criterias 0 for location B..", "IsCurrentLocation checking location B",
+                          "Adapters List :", "Calculating current locations..."}) {
+    const auto found = upTo(end);
+    ASSERT_TRUE(found) << end;
+    EXPECT_TRUE(found->wasSkipped) << end;
+    EXPECT_EQ(FoundTexts(found)[8], L"IsCurrentLocation checking location A") << end;
+    EXPECT_TRUE(found->isFollowed);
+  }
+  const auto found = FindCalculation({folder.Write(L"b", log.substr(0, log.find("CheckZelt")))}, {});
+  ASSERT_TRUE(found);
+  EXPECT_FALSE(found->wasSkipped) << "there is no other";
+}
+
+TEST(QelaFindCalculation, PassesOverOneThatBreaksOffInTheMiddle) {
+  const LogFolder folder;
+  const std::string whole = ToUtf8(LogOfCalculations(Hosts().front(), {L"A"}));
+  const std::string cut = whole.substr(0, whole.find("CheckZelt"));
+  const auto at = ParseLogTime("2026-01-01 00:00");
+  EXPECT_TRUE(FindCalculation({folder.Write(L"a", whole + cut)}, {at, {}})->wasSkipped);
+  EXPECT_FALSE(FindCalculation({folder.Write(L"b", whole + cut + "\n" + whole)}, {at, {}})->wasSkipped);
+}
+
+TEST(QelaFindCalculation, FollowsACalculationIntoTheNextFile) {
+  const LogFolder folder;
+  const std::string log = ToUtf8(LogOfCalculations(Hosts().front(), {L"A", L"B"}));
+  const std::size_t middle = log.find('\n', log.rfind("CheckZelt")) + 1;
+  const auto found =
+      FindCalculation({folder.Write(L"a", log.substr(0, middle)), folder.Write(L"b", log.substr(middle))}, {{}, L"B"});
+  EXPECT_EQ(FoundTexts(found), Calculation(L"B"));
+  EXPECT_EQ(found->messages.front().file, 0u);
+  EXPECT_EQ(found->messages.back().file, 1u);
+  EXPECT_EQ(found->messages.back().line, 2u);
+}
+
+TEST(QelaFindCalculation, DoesNotTakeAnotherMessageForABeginning) {
+  const LogFolder folder;
+  const std::wstring name = L"Calculating current locations...";
+  const auto found = FindCalculation({folder.Write(L"a", ToUtf8(LogOfCalculations(Hosts().front(), {name})))}, {});
+  EXPECT_EQ(found->calculations, 1u);
+  EXPECT_EQ(FoundTexts(found), Calculation(name));
+}
+
+// ---- Searches
+
+TEST(QelaLogScan, CountsAndFindsAsOneLetterAfterTheOther) {
+  std::mt19937 random(7);
+  for (int round = 0; round < 2000; ++round) {
+    std::string text(random() % 9000, '\0');
+    for (char& letter : text) letter = "\r\nab"[random() % 4];
+    std::size_t lines = 0;
+    for (std::size_t i = 0; i < text.size(); ++i)
+      lines += text[i] == '\n' || (text[i] == '\r' && (i + 1 == text.size() || text[i + 1] != '\n')) ? 1U : 0U;
+    ASSERT_EQ(LogScan::CountLineEnds(text), lines);
+    const std::size_t from = text.empty() ? 0 : random() % text.size();
+    ASSERT_EQ(LogScan::FindLineEnd(text, from), std::min(text.find_first_of("\r\n", from), text.size()));
+    for (const char* what : {"ab", "abba\nb", "abbabaabbabaabbaba"})
+      ASSERT_EQ(LogScan::Find(text, what, from), text.find(what, from));
+  }
+}
+
+}  // namespace
