@@ -1,3 +1,4 @@
+#include "Tools/qela/Explanation.h"
 #include "Tools/qela/TestSet.h"
 
 #include <gmock/gmock.h>
@@ -121,6 +122,13 @@ TEST(QelaTestSet, ReasonsNameWhatHeld) {
               ElementsAre("it has no criteria, and so is current everywhere"));
 }
 
+TEST(QelaTestSet, AMachineWithoutAdaptersIsAtNoLocationNotEvenAtOneWithoutCriteria) {
+  const TestSet set({Location(L"Everywhere")});
+  const MachineSnapshot machine;
+  EXPECT_THAT(set.VerdictsOn(machine), ElementsAre(Verdict::kNotCurrent));
+  EXPECT_THAT(set.Reasons(machine, 0, Verdict::kNotCurrent), ElementsAre("the machine has no adapter"));
+}
+
 TEST(QelaTestSet, ANameThatFitsSeveralLocationsIsShownWithTheId) {
   CQeLocation twin = Location(L"Twin");
   twin.SetId(L"id-2");
@@ -178,7 +186,7 @@ class World {
 
 // What the library decides on a machine of which everything is known.
 bool Decides(const CQeLocation& location, const MachineSnapshot& machine) {
-  if (!location.IsEnabled()) return false;
+  if (!location.IsEnabled() || machine.adapters.empty()) return false;
   LocationCriteria criteria;
   criteria.name = &location.Name();
   for (std::uint32_t kind = 0; kind < kTextCriteriaKinds; ++kind)
@@ -251,6 +259,7 @@ TEST(QelaTestSet, UnknownIsExactlyWhatTheMissingAnswersDecide) {
                              : current == 0 ? Verdict::kNotCurrent
                                             : Verdict::kUnknown)
           << "run " << run << ", location " << i;
+      ASSERT_EQ(Explain(set.Locations()[i], machine).verdict, verdicts[i]) << "run " << run;
       // Answers to the questions decide, whatever else stays unknown.
       for (const bool answer : {true, false}) {
         if (verdicts[i] != Verdict::kUnknown) break;

@@ -107,6 +107,18 @@ std::string NamesOf(const LoggedCalculation& calculation) {
   return names.empty() ? "none" : names + "\"" + (calculation.locations.size() > kNamed ? " and others" : "");
 }
 
+std::string Until(const SupportOptions& asked) { return asked.at.empty() ? "" : " that began by " + Printable(asked.at); }
+
+LoggedCalculation CalculationOf(const FoundCalculation& found) {
+  CalculationReader reader;
+  std::optional<LoggedCalculation> calculation;
+  for (const FoundCalculation::Message& message : found.messages)
+    if (auto ended = reader.OnMessage({message.text, message.time, message.file, message.line, message.mayBeCut}))
+      calculation = std::move(ended);
+  if (!calculation) calculation = reader.End();
+  return std::move(calculation).value_or(LoggedCalculation());
+}
+
 LoggedCalculation FindIn(const std::vector<std::wstring>& files, const SupportOptions& asked,
                          const std::optional<std::wstring>& name, Shown& shown) {
   LogQuery query;
@@ -117,28 +129,27 @@ LoggedCalculation FindIn(const std::vector<std::wstring>& files, const SupportOp
       throw CommandError(kWrongUsage, "--at: " + Printable(asked.at) +
                                           " is no time; write one such as \"2025-11-21 14:30\", as the log's clock has it");
   }
-  const std::optional<FoundCalculation> found = FindCalculation(files, query);
+  std::optional<FoundCalculation> found = FindCalculation(files, query);
+  if (!found && name) {
+    query.location.reset();
+    if (const auto other = FindCalculation(files, query))
+      throw CommandError(kNoSuchLocation, "no calculation in the log" + Until(asked) + " decides on a location \"" +
+                                              Printable(*name) + "\"; the last one tests " +
+                                              NamesOf(CalculationOf(*other)));
+  }
   if (!found)
-    throw CommandError(
-        kFailed, Printable(files.back()) + ": no calculation of the library's is in the log" +
-                     (query.at ? " before that time" : "") + (name ? " in which \"" + Printable(*name) + "\" is decided" : "") +
-                     ". The host must log the library's messages of severity 8; Docs/log.md tells how");
-  CalculationReader reader;
-  std::optional<LoggedCalculation> calculation;
-  for (const FoundCalculation::Message& message : found->messages)
-    if (auto ended = reader.OnMessage({message.text, message.time, message.file, message.line}))
-      calculation = std::move(ended);
-  if (!calculation) calculation = reader.End();
-  if (!calculation) throw CommandError(kFailed, Printable(files.back()) + ": the calculation cannot be read");
-  const std::string file = Printable(files[calculation->file]);
-  const std::string began = calculation->began ? ToText(*calculation->began) : "";
-  shown.source = (calculation->hasBeginning ? "The calculation" : "The end of a calculation") +
-                 (began.empty() ? "" : " of " + began) + " (" + file + ", line " + std::to_string(calculation->line) + ")";
-  shown.sourceMembers["log"] = {{"file", file}, {"line", calculation->line}};
+    throw CommandError(kFailed, Printable(files.back()) + ": no calculation of the library's is in the log" + Until(asked) +
+                                    ". The host must log the library's messages of severity 8; Docs/log.md tells how");
+  LoggedCalculation calculation = CalculationOf(*found);
+  const std::string file = Printable(files[calculation.file]);
+  const std::string began = calculation.began ? ToText(*calculation.began) : "";
+  shown.source = (calculation.hasBeginning ? "The calculation" : "The end of a calculation") +
+                 (began.empty() ? "" : " of " + began) + " (" + file + ", line " + std::to_string(calculation.line) + ")";
+  shown.sourceMembers["log"] = {{"file", file}, {"line", calculation.line}};
   if (!began.empty()) shown.sourceMembers["log"]["time"] = began;
   if (found->wasSkipped)
     shown.notes.emplace_back("A later calculation breaks off in the log before it has decided, and is not shown.");
-  return *std::move(calculation);
+  return calculation;
 }
 
 Shown OfLog(const SupportOptions& asked) {
@@ -163,9 +174,6 @@ Shown OfLog(const SupportOptions& asked) {
       shown.locations.back().caveats.emplace_back(
           "The set has no location that could be this one, or several; it is explained without its criteria.");
   }
-  if (name && shown.locations.empty())
-    throw CommandError(kNoSuchLocation, "the calculation tests no location \"" + Printable(*name) + "\"; it tests " +
-                                            NamesOf(calculation));
   if (calculation.hasFailed)
     shown.notes.emplace_back("The library found no adapter that is up, and so no location was tested or current.");
   else if (!calculation.broken.empty())

@@ -94,6 +94,8 @@ std::optional<LoggedCalculation> CalculationReader::OnMessage(const LoggedMessag
   constexpr std::wstring_view kChecking = L"IsCurrentLocation checking location";
   std::optional<LoggedCalculation> ended;
   const std::wstring_view text = message.text;
+  // The rest may be missing; what ends with a full stop is checked to its end, or is of no importance.
+  if (message.mayBeCut && !text.ends_with(L'.')) return ended;
   m_now = message.time;
   if (text == L"Calculating current locations...") {
     if (m_phase != Phase::kNone && !m_isLocationOpen) m_calculation.isComplete = true;
