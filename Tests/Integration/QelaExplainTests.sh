@@ -13,6 +13,7 @@ shows() {
 }
 hides() { [[ $out != *"$1"* ]] || not_answered "not expected: $1"; }
 
+cd "$(mktemp -d)"
 set_dns_suffix eu-office.corp.example
 add_adapter wifi0
 add_adapter wired0
