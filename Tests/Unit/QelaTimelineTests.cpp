@@ -3,73 +3,15 @@
 
 #include <gtest/gtest.h>
 
+#include "Tests/Unit/QelaTimelineLog.h"
 #include "Tools/qela/Text.h"
 #include "Tools/qela/TimelineText.h"
 
 namespace {
 
+using Log = TimelineLog;
 using Cause = LoggedCalculation::Cause;
 using Report = LoggedCalculation::Report;
-
-constexpr std::int64_t kNoon = 1'763'726'400'000;  // 2025-11-21 12:00
-
-AdapterProps Adapter(std::uint32_t index, const wchar_t* description, const wchar_t* gateway) {
-  AdapterProps adapter;
-  adapter.ifIndex = index;
-  adapter.description = description;
-  adapter.gateways = {gateway};
-  return adapter;
-}
-
-const AdapterProps kWired = Adapter(2, L"eth0", L"10.20.0.1");
-const AdapterProps kWireless = Adapter(5, L"wlan0", L"192.168.1.1");
-
-// A log, calculation by calculation. Each takes one second and begins ten after the one before.
-class Log {
- public:
-  Log& At(std::int64_t second) {
-    m_time = kNoon + second * 1000;
-    return *this;
-  }
-  Log& Calculates(const std::vector<AdapterProps>& adapters, Report report = Report::kSkipped) {
-    m_calculations.emplace_back();
-    LoggedCalculation& calculation = Last();
-    calculation.hasBeginning = calculation.isComplete = true;
-    calculation.adapters = adapters;
-    calculation.hasFailed = adapters.empty();
-    calculation.report = report;
-    calculation.began = LogTime{m_time, std::nullopt};
-    calculation.ended = LogTime{m_time + 1000, std::nullopt};
-    calculation.line = 100 * m_calculations.size();
-    m_time += 10'000;
-    return *this;
-  }
-  // The verdict on a location, by the index of the adapter that matches; 0 for none.
-  Log& Decides(const std::wstring& name, std::uint32_t ifIndex) {
-    LoggedLocation& location = Last().locations.emplace_back();
-    location.name = name;
-    location.isCurrent = ifIndex != 0;
-    for (const AdapterProps& adapter : Last().adapters)
-      location.adapters.push_back({adapter.ifIndex, adapter.description, {}, {}, {}, adapter.ifIndex == ifIndex});
-    if (ifIndex != 0) location.id = L"id of " + name;
-    location.began = Last().began;
-    location.ended = LogTime{Last().began->localMs + 500, std::nullopt};
-    return *this;
-  }
-  LoggedCalculation& Last() { return m_calculations.back(); }
-  std::vector<LoggedCalculation>& All() { return m_calculations; }
-
-  Timeline Read(std::optional<LogTime> last = std::nullopt) const {
-    TimelineBuilder builder;
-    for (const LoggedCalculation& calculation : m_calculations) builder.Add(calculation);
-    return builder.Finish(last);
-  }
-
- private:
-  std::int64_t m_time = kNoon;
-  std::vector<LoggedCalculation> m_calculations;
-};
-
 std::string Periods(const Timeline& timeline) {
   std::string words;
   for (const Timeline::Location& location : timeline.locations)
@@ -330,11 +272,7 @@ TEST(QelaTimeline, WithoutTimesTheOrderIsTold) {
   Log log;
   log.Calculates({kWired}).Decides(L"Office", 2);
   log.Calculates({kWired}, Report::kRaised).Decides(L"Office", 0);
-  for (LoggedCalculation& calculation : log.All()) {
-    calculation.began.reset();
-    calculation.ended.reset();
-    for (LoggedLocation& location : calculation.locations) location.began = location.ended = std::nullopt;
-  }
+  log.ForgetTimes();
   const Timeline timeline = log.Read();
   EXPECT_FALSE(timeline.hasTimes);
   EXPECT_EQ(Periods(timeline), "Office from calculation 1 to calculation 2, on adapter 2 (eth0)\n");

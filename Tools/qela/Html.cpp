@@ -22,7 +22,7 @@ h1{font-size:1.6rem;line-height:1.2}h2{font-size:1.2rem;margin:2rem 0 .5rem}
 table{border-collapse:collapse;width:100%}caption{text-align:left;color:var(--soft)}
 th,td{text-align:left;vertical-align:top;padding:.3rem .8rem .3rem 0;border-bottom:1px solid var(--line)}
 thead th{border-bottom-width:2px}tbody tr:nth-child(even){background:var(--zebra)}
-td,th,li,dd,pre,p{unicode-bidi:isolate;overflow-wrap:anywhere}td.time{white-space:nowrap;font-variant-numeric:tabular-nums}
+td,th,li,dd,pre,p,h1{unicode-bidi:isolate;overflow-wrap:break-word}.time{white-space:nowrap;font-variant-numeric:tabular-nums}
 pre{white-space:pre-wrap;font:.85rem/1.4 ui-monospace,Consolas,monospace;background:var(--zebra);padding:.6rem}
 figure{margin:1rem 0}.wide{overflow-x:auto}
 .ok{color:var(--ok)}.warn{color:var(--warn)}.error{color:var(--error)}.soft{color:var(--soft)}
