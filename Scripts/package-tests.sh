@@ -16,7 +16,7 @@ for file in UnitTests.exe WindowsTruthTests.exe ContractTests.exe KitTests.exe Q
 done
 # The parts of the checkout that tests read, where TestFile looks for them.
 cp -R "$kSource/Tests/Data" "$bundle/bin/Tests/"
-cp "$kSource/Docs/"{criteria.md,lint.md,location-set.schema.json,stored-form.md,timeouts.md} "$bundle/bin/Docs/"
+cp "$kSource/Docs/"{criteria.md,lint.md,log.md,location-set.schema.json,stored-form.md,timeouts.md} "$bundle/bin/Docs/"
 cp "$kSource/Docs/windows-truth.md" "$bundle/docs/"
 cp "$kSource/LICENSE" "$kSource/NOTICE" "$bundle/"
 
