@@ -211,7 +211,8 @@ next_event
 expect_event '.event == "silent" and .entered == [] and [.left[].name] == ["Büro 日"] and .current == []'
 join_network wifi0 10.20.0.15/24 10.20.0.1
 next_event
-expect_event 'keys_unsorted == ["schema","event","time","entered","left","current"] and .event == "change"'
+expect_event 'keys_unsorted == ["schema","event","time","entered","left","current","cause","changes"] and .event == "change"'
+expect_event '.cause == "address change" and [.changes[].fields | keys_unsorted[]] == ["ipAddresses","gateways"]'
 expect_event '[.entered[].name] == ["Büro 日"] and .entered[0].adapters[0].description == "wifi0" and .left == []'
 expect_event '.current == .entered'
 leave_network wifi0 10.20.0.15/24

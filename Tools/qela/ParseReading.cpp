@@ -93,8 +93,10 @@ void AddReadingCommands(CommandParser& parser) {
                                         ShowCurrent),
                              "  qela current\n"
                              "  qela current --verbose\n");
-  CLI::App* watch =
-      parser.Add(root, "watch", "Show each change of the current locations as it happens, until Ctrl-C", Watch);
+  CLI::App* watch = parser.Add(
+      root, "watch",
+      "Show each change of the current locations as it happens, and what the library was not told of, until Ctrl-C",
+      Watch);
   watch->add_option("--for", options.seconds, "End after this time")
       ->type_name("SECONDS")
       ->check(CLI::Range(std::uint32_t{0}, std::uint32_t{1'000'000}));
