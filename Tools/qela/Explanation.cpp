@@ -138,8 +138,8 @@ void FindFailure(LocationExplanation& explanation) {
       return kind.outcome == Outcome::kFailed;
     });
     if (failed == kinds.end()) continue;
-    const auto others = static_cast<std::size_t>(
-        std::count_if(kinds.begin(), kinds.end(), [](const LocationExplanation::Kind& kind) {
+    const auto others =
+        static_cast<std::size_t>(std::count_if(kinds.begin(), kinds.end(), [](const LocationExplanation::Kind& kind) {
           return kind.outcome != Outcome::kFailed && kind.outcome != Outcome::kFailsToo;
         }));
     const std::pair candidate(static_cast<std::size_t>(failed - kinds.begin()), others);
@@ -150,8 +150,8 @@ void FindFailure(LocationExplanation& explanation) {
 }
 
 LocationExplanation Explain(const CQeLocation& location, const MachineSnapshot& machine) {
-  LocationExplanation explanation = ExplainBy(
-      location, machine.adapters, [&](std::size_t, LOCATION_CRITERIA_TYPE kind, const std::wstring& text) {
+  LocationExplanation explanation =
+      ExplainBy(location, machine.adapters, [&](std::size_t, LOCATION_CRITERIA_TYPE kind, const std::wstring& text) {
         return Question{text, machine.AnswerTo(kind, text), {}, {}, {}};
       });
   Conclude(explanation, Tense::kPresent);

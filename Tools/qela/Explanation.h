@@ -19,10 +19,10 @@
 struct LocationExplanation {
   enum class Outcome {
     kHeld,
-    kFailed,     // the library stops here
-    kFailsToo,   // it was not reached, and would have failed as well
+    kFailed,    // the library stops here
+    kFailsToo,  // it was not reached, and would have failed as well
     kNotReached,
-    kUnknown,    // nobody has the answer
+    kUnknown,  // nobody has the answer
   };
   // A question to the registry, a web host or the management server.
   struct Question {
@@ -35,9 +35,9 @@ struct LocationExplanation {
   struct Kind {
     LOCATION_CRITERIA_TYPE kind{};
     Outcome outcome = Outcome::kUnknown;
-    std::vector<std::wstring> asked;    // empty when the location itself is not known
-    std::vector<std::wstring> seen;     // of the adapter; empty for what is asked elsewhere
-    std::optional<std::wstring> held;   // the criterion, where it is known
+    std::vector<std::wstring> asked;   // empty when the location itself is not known
+    std::vector<std::wstring> seen;    // of the adapter; empty for what is asked elsewhere
+    std::optional<std::wstring> held;  // the criterion, where it is known
     std::vector<Question> questions;
   };
   struct Adapter {
@@ -69,7 +69,8 @@ struct LocationExplanation {
   std::vector<std::string> caveats;  // what else the reader must know
 };
 
-// Of what a machine shows and has answered. `adapters` and answers are the snapshot's; what it does not know is unknown.
+// Of what a machine shows and has answered. `adapters` and answers are the snapshot's; what it does not know is
+// unknown.
 LocationExplanation Explain(const CQeLocation& location, const MachineSnapshot& machine);
 
 // Of the sentence.

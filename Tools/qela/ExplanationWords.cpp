@@ -47,7 +47,7 @@ std::string InWords(const Question& question) {
 // A word of a command line, quoted where it must be.
 std::string Argument(const std::wstring& text) {
   return !text.empty() && text.find_first_of(L" \t\"") == std::wstring::npos ? Printable(text)
-                                                                           : "\"" + Printable(text) + "\"";
+                                                                             : "\"" + Printable(text) + "\"";
 }
 
 const char* OptionOf(LOCATION_CRITERIA_TYPE kind) {
@@ -79,7 +79,8 @@ std::string FailureInWords(const Kind& kind) {
 std::string Remedy(const LocationExplanation& explanation, const Kind& kind) {
   if (kind.asked.empty()) return {};
   std::string remedy = "It would hold ";
-  if (kind.kind == LCT_REGISTRY_KEY) return remedy + "if the registry of the machine had " + AskedInWords(kind.asked) + ".";
+  if (kind.kind == LCT_REGISTRY_KEY)
+    return remedy + "if the registry of the machine had " + AskedInWords(kind.asked) + ".";
   if (kind.kind == LCT_DOMAIN_REACHABLE) {
     const std::string advice = kind.questions.empty() ? std::string() : kind.questions.back().advice;
     return remedy + "if " + AskedInWords(kind.asked) + " answered over HTTPS with status 200 or 401" +
@@ -106,8 +107,7 @@ std::string NotCurrentByAdapter(const LocationExplanation& explanation, const ch
   std::vector<std::string> others;
   for (const Kind& other : adapter.kinds)
     if (other.outcome == Outcome::kFailsToo) others.emplace_back(TitleOf(other.kind));
-  if (!others.empty())
-    sentence += " Then the " + Join(others, ", the ", " and the ") + " would fail as well.";
+  if (!others.empty()) sentence += " Then the " + Join(others, ", the ", " and the ") + " would fail as well.";
   return sentence;
 }
 
@@ -123,7 +123,8 @@ std::string NotCurrentByLog(const LocationExplanation& explanation) {
   for (const LOCATION_CRITERIA_TYPE kind : best->oneOfFailed) maybe.emplace_back(TitleOf(kind));
   return NameOf(explanation) + " was not current: on " + InWords(*best) + ", " +
          (held.empty() ? "nothing is known to have held" : Join(held, ", ", " and ") + " held") + ", and one of " +
-         Join(maybe, ", ", " and ") + " failed; the log does not say which. With --set and the locations of that time, "
+         Join(maybe, ", ", " and ") +
+         " failed; the log does not say which. With --set and the locations of that time, "
          "it can be told.";
 }
 
@@ -140,7 +141,8 @@ std::string MatchesInWords(const LocationExplanation& explanation, Tense tense) 
                                               " no criteria, and so is current wherever there is an adapter";
   const bool isOne = matching.size() == 1;
   return Join(matching, ", ", " and ") +
-         (tense == Tense::kPast ? (isOne ? " showed" : " each showed") : (isOne ? " shows" : " each show")) + " all that it asks for";
+         (tense == Tense::kPast ? (isOne ? " showed" : " each showed") : (isOne ? " shows" : " each show")) +
+         " all that it asks for";
 }
 
 std::string Unknown(const LocationExplanation& explanation) {
@@ -154,7 +156,8 @@ std::string Unknown(const LocationExplanation& explanation) {
         for (const Question& question : kind.questions)
           if (!question.answer) add(std::string(TitleOf(kind.kind)) + " " + ShownCriterion(question.text));
   if (explanation.managementServer && !explanation.managementServer->answer) add("management server");
-  if (open.empty()) return "It is not known whether " + NameOf(explanation) + " was current: the log breaks off before.";
+  if (open.empty())
+    return "It is not known whether " + NameOf(explanation) + " was current: the log breaks off before.";
   return "Whether " + NameOf(explanation) + " is current depends on what was not asked: " + Join(open, ", ", " and ") +
          ".";
 }
@@ -163,7 +166,8 @@ std::string Sentence(const LocationExplanation& explanation, Tense tense) {
   const char* const is = tense == Tense::kPast ? " was " : " is ";
   const char* const isNot = tense == Tense::kPast ? " was not " : " is not ";
   const std::string name = NameOf(explanation);
-  if (!explanation.isEnabled) return name + isNot + "current: it is disabled (qela location enable " + Argument(explanation.name) + ").";
+  if (!explanation.isEnabled)
+    return name + isNot + "current: it is disabled (qela location enable " + Argument(explanation.name) + ").";
   if (explanation.verdict == Verdict::kUnknown) return Unknown(explanation);
   if (explanation.verdict == Verdict::kCurrent) {
     const std::string matches = MatchesInWords(explanation, tense);
@@ -174,7 +178,8 @@ std::string Sentence(const LocationExplanation& explanation, Tense tense) {
     std::string sentence = name + isNot + "current: the management server was not found";
     if (!explanation.managementServer->details.empty())
       sentence += " (" + Join(explanation.managementServer->details, "; ", "; ") + ")";
-    return sentence + ". It would be current if DNS knew one of the management servers that the management agent names.";
+    return sentence +
+           ". It would be current if DNS knew one of the management servers that the management agent names.";
   }
   if (explanation.adapters.empty()) return name + isNot + "current: the machine shows no adapter that is up.";
   return explanation.failure ? NotCurrentByAdapter(explanation, isNot, tense) : NotCurrentByLog(explanation);
@@ -218,8 +223,8 @@ Row RowOf(const Kind& kind) {
 
 // Of UTF-8, in code points.
 std::size_t WidthOf(const std::string& text) {
-  return static_cast<std::size_t>(
-      std::count_if(text.begin(), text.end(), [](char unit) { return (static_cast<unsigned char>(unit) & 0xC0) != 0x80; }));
+  return static_cast<std::size_t>(std::count_if(
+      text.begin(), text.end(), [](char unit) { return (static_cast<unsigned char>(unit) & 0xC0) != 0x80; }));
 }
 
 std::string TableOf(const std::vector<Row>& rows) {
@@ -246,7 +251,10 @@ std::string TableOf(const std::vector<Row>& rows) {
 
 std::string TextOf(const Adapter& adapter) {
   std::string text = "  " + InWords(adapter) +
-                     (!adapter.matches ? "" : *adapter.matches ? ": matches" : ": does not match") + "\n";
+                     (!adapter.matches   ? ""
+                      : *adapter.matches ? ": matches"
+                                         : ": does not match") +
+                     "\n";
   if (adapter.kinds.empty() && adapter.oneOfFailed.empty()) return text;
   std::vector<Row> rows = {{{{"kind"}, {"asked"}, {"seen"}, {""}}}};
   for (const Kind& kind : adapter.kinds) rows.push_back(RowOf(kind));
@@ -315,8 +323,7 @@ void Conclude(LocationExplanation& explanation, Tense tense) {
 std::string ToText(const LocationExplanation& explanation) {
   std::string text = NameOf(explanation) + ": " + NameOf(explanation.verdict) + "\n";
   for (const Adapter& adapter : explanation.adapters) text += TextOf(adapter);
-  if (explanation.managementServer)
-    text += "  management server: " + InWords(*explanation.managementServer) + "\n";
+  if (explanation.managementServer) text += "  management server: " + InWords(*explanation.managementServer) + "\n";
   text += "  " + explanation.sentence + "\n";
   for (const std::string& caveat : explanation.caveats) text += "  " + caveat + "\n";
   return text;
