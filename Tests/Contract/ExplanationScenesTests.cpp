@@ -39,7 +39,8 @@ const std::map<LOCATION_CRITERIA_TYPE, std::vector<std::string>> kPools = {
      {"HKEY_LOCAL_MACHINE\\SOFTWARE\\Site\\", "HKEY_LOCAL_MACHINE\\SOFTWARE\\Site\\Name=Office",
       "HKEY_LOCAL_MACHINE\\SOFTWARE\\Site\\Name=Home", "HKEY_LOCAL_MACHINE\\SOFTWARE\\Site\\Level=3",
       "HKEY_LOCAL_MACHINE\\SOFTWARE\\Site\\Level=4", "HKEY_LOCAL_MACHINE\\SOFTWARE\\Gone\\",
-      "HKEY_LOCAL_MACHINE\\SOFTWARE\\Site\\Absent=1", "HKLM\\SOFTWARE\\Site\\", "HKEY_LOCAL_MACHINE\\SOFTWARE\\Site\\=default"}},
+      "HKEY_LOCAL_MACHINE\\SOFTWARE\\Site\\Absent=1", "HKLM\\SOFTWARE\\Site\\",
+      "HKEY_LOCAL_MACHINE\\SOFTWARE\\Site\\=default"}},
     {LCT_DOMAIN_REACHABLE, {"up.example", "too.example", "forbidden.example", "cut.example", "down.example"}},
 };
 // What the registry of the scenes holds, where the key is there at all.

@@ -22,9 +22,9 @@ struct SiteAnswers {
   bool hasSite64 = false;  // in the 64-bit view
   std::wstring servers = L"srv1.example|10.0.0.1|443;srv2.example|10.0.0.2|443";
   std::set<std::wstring> knownToDns;
-  std::set<std::wstring> httpsHosts;           // answer with 200
-  std::map<std::wstring, DWORD> httpsStatus;   // answer with this
-  std::map<std::wstring, DWORD> httpsErrors;   // cannot be sent to, for this reason
+  std::set<std::wstring> httpsHosts;          // answer with 200
+  std::map<std::wstring, DWORD> httpsStatus;  // answer with this
+  std::map<std::wstring, DWORD> httpsErrors;  // cannot be sent to, for this reason
 };
 
 // While it lives. One at a time. Has no interactive user, which it finds out without a process.
@@ -69,9 +69,7 @@ class ScriptedSite {
     m_registry.Set(kSiteKey, L"Level", REG_DWORD, &level, sizeof level);
   }
   // Is told each question to DNS and to a web host.
-  void OnQuestion(std::function<void(const std::string& question)> onQuestion) {
-    s_onQuestion = std::move(onQuestion);
-  }
+  void OnQuestion(std::function<void(const std::string& question)> onQuestion) { s_onQuestion = std::move(onQuestion); }
 
  private:
   static void Ask(const std::string& question) {
@@ -97,11 +95,13 @@ class ScriptedSite {
                ? AnyHandle()
                : nullptr;
   }
-  static HINTERNET WINAPI OpenRequest(HINTERNET, const wchar_t*, const wchar_t*, const wchar_t*, const wchar_t*, const wchar_t**,
-                               DWORD) {
+  static HINTERNET WINAPI OpenRequest(HINTERNET, const wchar_t*, const wchar_t*, const wchar_t*, const wchar_t*,
+                                      const wchar_t**, DWORD) {
     return AnyHandle();
   }
-  static WINHTTP_STATUS_CALLBACK WINAPI SetCallback(HINTERNET, WINHTTP_STATUS_CALLBACK, DWORD, DWORD_PTR) { return nullptr; }
+  static WINHTTP_STATUS_CALLBACK WINAPI SetCallback(HINTERNET, WINHTTP_STATUS_CALLBACK, DWORD, DWORD_PTR) {
+    return nullptr;
+  }
   static BOOL WINAPI SetTimeouts(HINTERNET, int, int, int, int) { return TRUE; }
   static BOOL WINAPI SendRequest(HINTERNET, const wchar_t*, DWORD, void*, DWORD, DWORD, DWORD_PTR) {
     const auto error = s_answers.httpsErrors.find(s_askedHost);

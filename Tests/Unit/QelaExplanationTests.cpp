@@ -42,11 +42,12 @@ TEST(QelaExplanation, TheFirstKindThatFailsStopsTheLibraryAndWhatCostsNothingIsT
   EXPECT_EQ(explained.adapters[0].matches, false);
   EXPECT_THAT(OutcomesOf(explained.adapters[0]),
               ElementsAre(Outcome::kHeld, Outcome::kFailed, Outcome::kFailsToo, Outcome::kHeld, Outcome::kNotReached));
-  EXPECT_EQ(explained.sentence,
-            "Office is not current: adapter 2 (eth0) fails at the default gateway: it shows 10.20.0.1, and the location "
-            "asks for 10.0.0.1 or 10.0.0.2. It would hold on an adapter whose default gateway is 10.0.0.1 or 10.0.0.2, or "
-            "if the location asked for what this one shows (qela location set Office --add-gateway 10.20.0.1). Then the "
-            "DHCP server would fail as well.");
+  EXPECT_EQ(
+      explained.sentence,
+      "Office is not current: adapter 2 (eth0) fails at the default gateway: it shows 10.20.0.1, and the location "
+      "asks for 10.0.0.1 or 10.0.0.2. It would hold on an adapter whose default gateway is 10.0.0.1 or 10.0.0.2, or "
+      "if the location asked for what this one shows (qela location set Office --add-gateway 10.20.0.1). Then the "
+      "DHCP server would fail as well.");
   EXPECT_EQ(ToText(explained),
             "Office: not current\n"
             "  adapter 2 (eth0): does not match\n"
@@ -63,9 +64,9 @@ TEST(QelaExplanation, TheFirstKindThatFailsStopsTheLibraryAndWhatCostsNothingIsT
 
 TEST(QelaExplanation, TheNearestAdapterIsTheOneOnWhichMostKindsHeldThenFewestFailThenTheFirst) {
   const auto nearest = [](const std::vector<AdapterProps>& adapters) {
-    const CQeLocation office = Location(L"Office", {{LCT_DNS_SUFFIX, {L"corp.example"}},
-                                                    {LCT_DEFAULT_GATEWAY, {L"10.0.0.1"}},
-                                                    {LCT_DHCP_SERVER, {L"10.0.0.67"}}});
+    const CQeLocation office = Location(
+        L"Office",
+        {{LCT_DNS_SUFFIX, {L"corp.example"}}, {LCT_DEFAULT_GATEWAY, {L"10.0.0.1"}}, {LCT_DHCP_SERVER, {L"10.0.0.67"}}});
     return Explain(office, Machine(adapters)).failure->adapter;
   };
   const AdapterProps none = Adapter(1, L"a");
@@ -88,9 +89,10 @@ TEST(QelaExplanation, WhatNobodyAskedLeavesTheVerdictOpenOnlyWhereItDecides) {
   LocationExplanation explained = Explain(office, machine);
   EXPECT_EQ(explained.verdict, Verdict::kUnknown);
   EXPECT_EQ(explained.adapters[0].matches, std::nullopt);
-  EXPECT_EQ(explained.sentence,
-            "Whether Office is current depends on what was not asked: registry key or value A\\, registry key or value B\\ "
-            "and web host h.");
+  EXPECT_EQ(
+      explained.sentence,
+      "Whether Office is current depends on what was not asked: registry key or value A\\, registry key or value B\\ "
+      "and web host h.");
   machine.registry = {{L"B\\", true}};
   machine.httpsHosts = {{L"h", true}};
   explained = Explain(office, machine);  // A is not known and does not matter
@@ -112,8 +114,9 @@ TEST(QelaExplanation, TheManagementServerDecidesWhereTheAdaptersDo) {
   EXPECT_EQ(Explain(office, machine).verdict, Verdict::kNotCurrent);
   EXPECT_THAT(Explain(office, machine).sentence, HasSubstr("not current: the management server was not found"));
   machine.managementServer = true;
-  EXPECT_EQ(Explain(office, machine).sentence,
-            "Office is current: adapter 2 (eth0) shows all that it asks for, and the management server was found in DNS.");
+  EXPECT_EQ(
+      Explain(office, machine).sentence,
+      "Office is current: adapter 2 (eth0) shows all that it asks for, and the management server was found in DNS.");
   machine.adapters.front().gateways.clear();
   EXPECT_EQ(Explain(office, machine).managementServer, std::nullopt);
 }
@@ -133,13 +136,15 @@ TEST(QelaExplanation, DisabledLocationsMachinesWithoutAdaptersAndMissingCriteria
 }
 
 TEST(QelaExplanation, JsonHoldsWhatIsKnownAndNullWhereItIsNot) {
-  const CQeLocation office = Location(L"Office", {{LCT_DEFAULT_GATEWAY, {L"10.0.0.1"}}, {LCT_DOMAIN_REACHABLE, {L"h"}}});
-  EXPECT_EQ(ToJson(Explain(office, Machine({Adapter(2, L"eth0", {L"10.0.0.1"})}))).dump(),
-            R"({"id":"id-Office","name":"Office","verdict":"unknown","enabled":true,"adapters":[{"index":2,)"
-            R"("description":"eth0","matches":null,"kinds":[{"kind":"gateways","outcome":"held","asked":["10.0.0.1"],)"
-            R"("seen":["10.0.0.1"],"held":"10.0.0.1"},{"kind":"httpsHosts","outcome":"unknown","asked":["h"],)"
-            R"("answers":[{"asked":"h","answer":null}]}]}],"sentence":"Whether Office is current depends on what was not )"
-            R"(asked: web host h."})");
+  const CQeLocation office =
+      Location(L"Office", {{LCT_DEFAULT_GATEWAY, {L"10.0.0.1"}}, {LCT_DOMAIN_REACHABLE, {L"h"}}});
+  EXPECT_EQ(
+      ToJson(Explain(office, Machine({Adapter(2, L"eth0", {L"10.0.0.1"})}))).dump(),
+      R"({"id":"id-Office","name":"Office","verdict":"unknown","enabled":true,"adapters":[{"index":2,)"
+      R"("description":"eth0","matches":null,"kinds":[{"kind":"gateways","outcome":"held","asked":["10.0.0.1"],)"
+      R"("seen":["10.0.0.1"],"held":"10.0.0.1"},{"kind":"httpsHosts","outcome":"unknown","asked":["h"],)"
+      R"("answers":[{"asked":"h","answer":null}]}]}],"sentence":"Whether Office is current depends on what was not )"
+      R"(asked: web host h."})");
   const Json failed = ToJson(Explain(office, Machine({Adapter(2, L"eth0", {L"10.0.0.9"})})));
   EXPECT_EQ(failed["failure"].dump(), R"({"adapter":2,"kind":"gateways"})");
 }
@@ -174,7 +179,8 @@ class Log {
   }
   Log& End(const std::wstring& name, bool isCurrent) {
     if (isCurrent)
-      Say(L"All the criteria's given in location matches adapter index 2 with description eth0. Hence this adapter will "
+      Say(L"All the criteria's given in location matches adapter index 2 with description eth0. Hence this adapter "
+          L"will "
           L"be matching.");
     else
       Say(L"Not all the criteria's given in the location matches the adapter with index 2 and description eth0. Hence "
@@ -186,7 +192,8 @@ class Log {
 
   LoggedCalculation Calculation() const {
     CalculationReader reader;
-    for (const auto& [text, now] : m_messages) EXPECT_FALSE(reader.OnMessage({text, LogTime{now, {}}, 0, 0}).has_value());
+    for (const auto& [text, now] : m_messages)
+      EXPECT_FALSE(reader.OnMessage({text, LogTime{now, {}}, 0, 0}).has_value());
     auto calculation = reader.End();
     EXPECT_TRUE(calculation.has_value());
     EXPECT_EQ(calculation.value().broken, "");
@@ -210,8 +217,7 @@ TEST(QelaExplanation, ALogAloneNamesTheKindsOfWhichOneFailed) {
   const LocationExplanation explained =
       Log().Begin().Location(L"Office").Held(L"DNS server : 10.0.0.53").End(L"Office", false).Alone();
   EXPECT_EQ(explained.verdict, Verdict::kNotCurrent);
-  EXPECT_THAT(explained.adapters[0].oneOfFailed,
-              ElementsAre(LCT_PRIMARY_WINS, LCT_SECONDARY_WINS, LCT_REGISTRY_KEY));
+  EXPECT_THAT(explained.adapters[0].oneOfFailed, ElementsAre(LCT_PRIMARY_WINS, LCT_SECONDARY_WINS, LCT_REGISTRY_KEY));
   EXPECT_EQ(explained.failure.has_value(), false);
   EXPECT_EQ(explained.sentence,
             "Office was not current: on adapter 2 (eth0), DNS server 10.0.0.53 held, and one of primary WINS server, "
@@ -271,7 +277,11 @@ TEST(QelaExplanation, OnlyThreeAttemptsThatAllLeftALineAreNamed) {
 
 TEST(QelaExplanation, TheTwoLinesThatNameAnotherServerAreNotTakenForTheCriterion) {
   Log log;
-  log.Begin().Location(L"Office").Held(L"DHCP server : 10.0.0.67").Held(L"Secondary WINS : 10.0.0.41").End(L"Office", true);
+  log.Begin()
+      .Location(L"Office")
+      .Held(L"DHCP server : 10.0.0.67")
+      .Held(L"Secondary WINS : 10.0.0.41")
+      .End(L"Office", true);
   const LocationExplanation alone = log.Alone();
   EXPECT_EQ(alone.adapters[0].kinds[0].held, std::nullopt);  // either server
   EXPECT_THAT(alone.adapters[0].kinds[0].seen, ElementsAre(L"10.0.0.67", L"fe80::67"));
@@ -294,9 +304,9 @@ TEST(QelaExplanation, ASetThatCannotHaveLedToTheLogIsToldAndNotUsed) {
     return explained.contradictsCriteria;
   };
   EXPECT_FALSE(contradicts({{LCT_DEFAULT_GATEWAY, {L"10.0.0.1"}}, {LCT_DNS_SERVER, {L"10.0.0.53"}}}));
-  EXPECT_TRUE(contradicts({{LCT_DEFAULT_GATEWAY, {L"10.0.0.1"}}}));                                // would be current
-  EXPECT_TRUE(contradicts({{LCT_DEFAULT_GATEWAY, {L"10.0.0.2"}}}));                                // would not hold
-  EXPECT_TRUE(contradicts({{LCT_DNS_SERVER, {L"10.0.0.53"}}}));                                    // would not be asked
+  EXPECT_TRUE(contradicts({{LCT_DEFAULT_GATEWAY, {L"10.0.0.1"}}}));  // would be current
+  EXPECT_TRUE(contradicts({{LCT_DEFAULT_GATEWAY, {L"10.0.0.2"}}}));  // would not hold
+  EXPECT_TRUE(contradicts({{LCT_DNS_SERVER, {L"10.0.0.53"}}}));      // would not be asked
   EXPECT_TRUE(contradicts({{LCT_DEFAULT_GATEWAY, {L"10.0.0.1"}}, {LCT_DOMAIN_REACHABLE, {L"h"}}}));  // would be asked
 }
 
@@ -310,9 +320,9 @@ TEST(QelaExplanation, TheValuesThatTheRegistryHeldAreToldOfTheirCriteria) {
   log.Say(L"Unable to find the string value in the registry for Level.");
   log.Say(L"The registry value Level does NOT match the specified location awareness group value of 3.");
   log.End(L"Office", false);
-  const std::vector<std::wstring> criteria = {
-      L"HKEY_LOCAL_MACHINE\\Software\\Gone\\", L"HKLM\\Software\\Site\\",
-      L"HKEY_LOCAL_MACHINE\\Software\\Site\\Name=Bonn", L"HKEY_LOCAL_MACHINE\\Software\\Site\\Level=4"};
+  const std::vector<std::wstring> criteria = {L"HKEY_LOCAL_MACHINE\\Software\\Gone\\", L"HKLM\\Software\\Site\\",
+                                              L"HKEY_LOCAL_MACHINE\\Software\\Site\\Name=Bonn",
+                                              L"HKEY_LOCAL_MACHINE\\Software\\Site\\Level=4"};
   const LocationExplanation explained = log.With(Location(L"Office", {{LCT_REGISTRY_KEY, criteria}}));
   ASSERT_FALSE(explained.contradictsCriteria);
   const LocationExplanation::Kind& kind = explained.adapters[0].kinds[0];

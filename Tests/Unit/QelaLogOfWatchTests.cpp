@@ -28,11 +28,11 @@ class QelaLogOfWatch : public ::testing::Test {
 };
 
 TEST_F(QelaLogOfWatch, ALookBehindACalculationLeavesItWhole) {
-  const auto calculation = Read({L"Calculating current locations...", kTaken, L"Adapters List :", m_report,
-                                 L"IsCurrentLocation checking location All",
-                                 L"IsCurrentLocation bZeltReachabilityCriteria 0", L"IsCurrentLocation criteria count is 0",
-                                 L"IsCurrentLocation returning matched criterias 1 for location All...", kTaken,
-                                 L"Skipped raising a location changed event...", kTaken, kTaken});
+  const auto calculation = Read(
+      {L"Calculating current locations...", kTaken, L"Adapters List :", m_report,
+       L"IsCurrentLocation checking location All", L"IsCurrentLocation bZeltReachabilityCriteria 0",
+       L"IsCurrentLocation criteria count is 0", L"IsCurrentLocation returning matched criterias 1 for location All...",
+       kTaken, L"Skipped raising a location changed event...", kTaken, kTaken});
   ASSERT_TRUE(calculation);
   EXPECT_EQ(calculation->broken, "");
   EXPECT_TRUE(calculation->IsWhole() && calculation->isComplete);

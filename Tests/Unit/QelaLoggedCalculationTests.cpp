@@ -34,11 +34,11 @@ const std::wstring kMatching2 =
     L"Matching all the location criterias with the properties of adapter with index 2 and description a.";
 const std::wstring kMatching3 =
     L"Matching all the location criterias with the properties of adapter with index 3 and description b.";
-const std::wstring kGateway2 = L"Location: Default gateway : 10.0.0.1 matched for adapter with index 2 and description a.";
+const std::wstring kGateway2 =
+    L"Location: Default gateway : 10.0.0.1 matched for adapter with index 2 and description a.";
 const std::wstring kSuffix2 = L"Location: DNS suffix : x matched for adapter with index 2 and description a.";
 const std::wstring kRegistry2 = L"Location: Registry key matched for adapter with index 2 and description a.";
-const std::wstring kDomain2 =
-    L"Location: Domain reachable test passed for adapter with index 2 and description a.";
+const std::wstring kDomain2 = L"Location: Domain reachable test passed for adapter with index 2 and description a.";
 const std::wstring kAll2 =
     L"All the criteria's given in location matches adapter index 2 with description a. Hence this adapter will be "
     L"matching.";
@@ -180,7 +180,9 @@ TEST(QelaLoggedCalculation, MessagesOfNoCalculationChangeNothing) {
 
 TEST(QelaLoggedCalculation, TimesOfProbesRunFromWhatWasSaidBefore) {
   CalculationReader reader;
-  const auto say = [&](const std::wstring& text, std::int64_t now) { reader.OnMessage({text, LogTime{now, {}}, 0, 0}); };
+  const auto say = [&](const std::wstring& text, std::int64_t now) {
+    reader.OnMessage({text, LogTime{now, {}}, 0, 0});
+  };
   for (const std::wstring& text : kTwoAdapters) say(text, 1000);
   say(kChecking, 1000);
   say(kServer, 1000);
@@ -229,7 +231,8 @@ TEST(QelaLoggedCalculation, WhatIsNotInTheLibrarysOrderEndsTheBelief) {
       {"an unknown answer to it", kTwoAdapters + Messages{kChecking, L"IsCurrentLocation bZeltReachabilityCriteria 2"}},
       {"no criteria, behind adapters", office({kMatching2, L"IsCurrentLocation criteria count is 0"})},
       {"no criteria, but one", office({L"IsCurrentLocation criteria count is 1"})},
-      {"no criteria, twice", office({L"IsCurrentLocation criteria count is 0", L"IsCurrentLocation criteria count is 0"})},
+      {"no criteria, twice",
+       office({L"IsCurrentLocation criteria count is 0", L"IsCurrentLocation criteria count is 0"})},
       {"an adapter behind no criteria", office({L"IsCurrentLocation criteria count is 0", kMatching2})},
       {"an adapter before what it asks for", kTwoAdapters + Messages{kChecking, kMatching2}},
       {"adapters in another order", office({kMatching3})},
@@ -251,8 +254,7 @@ TEST(QelaLoggedCalculation, WhatIsNotInTheLibrarysOrderEndsTheBelief) {
       {"a match though the host did not answer", office({kMatching2, kGateway2, kNotReached, kAll2})},
       {"a failure though all hosts hold", office({kMatching2, kReached, kDomain2, kNotAll2})},
       {"a host without an adapter", office({kReached})},
-      {"another host's request",
-       office({kMatching2, L"Send Request failed for g errorCode 12007", kNotReached})},
+      {"another host's request", office({kMatching2, L"Send Request failed for g errorCode 12007", kNotReached})},
       {"a request that belongs to no host",
        office({kMatching2, L"Send Request failed for h errorCode 12007", kNotAll2})},
       {"the registry without an adapter",
@@ -269,11 +271,9 @@ TEST(QelaLoggedCalculation, WhatIsNotInTheLibrarysOrderEndsTheBelief) {
       {"none matches, where one does", office(kMatch2 + Messages{kMatching3, kNotAll3, kNone})},
       {"none matches, in a test", office({kMatching2, kNone})},
       {"another verdict than the adapters lead to", office(kMatch2 + Messages{kMatching3, kNotAll3, kNotCurrent})},
-      {"a management server that was not asked",
-       kTwoAdapters + Messages{kChecking, kServer} + kMatch2 + end},
-      {"a management server that nobody asks for", office(kMatch2 + Messages{kMatching3, kNotAll3,
-                                                                             L"CheckZeltReachability failed",
-                                                                             kNotCurrent})},
+      {"a management server that was not asked", kTwoAdapters + Messages{kChecking, kServer} + kMatch2 + end},
+      {"a management server that nobody asks for",
+       office(kMatch2 + Messages{kMatching3, kNotAll3, L"CheckZeltReachability failed", kNotCurrent})},
       {"a management server in a test",
        kTwoAdapters + Messages{kChecking, kServer, kMatching2, L"CheckZeltReachability failed"}},
       {"a management server twice",
@@ -285,8 +285,7 @@ TEST(QelaLoggedCalculation, WhatIsNotInTheLibrarysOrderEndsTheBelief) {
       {"an ID in a test", office({kMatching2, kId})},
       {"an ID before a location", kTwoAdapters + Messages{kId}},
       {"an ID twice", kTwoAdapters + kOffice + Messages{kId}},
-      {"an ID of what is not current",
-       office({kMatching2, kNotAll2, kMatching3, kNotAll3, kNone, kNotCurrent, kId})},
+      {"an ID of what is not current", office({kMatching2, kNotAll2, kMatching3, kNotAll3, kNone, kNotCurrent, kId})},
   };
   for (const auto& [what, messages] : cases) {
     const LoggedCalculation calculation = ReadOne(messages + kOffice);
@@ -303,7 +302,9 @@ TEST(QelaLoggedCalculation, WhatIsNotInTheLibrarysOrderEndsTheBelief) {
   }
   // Those that the cases are made of are in order.
   EXPECT_EQ(ReadOne(office({kMatching2, kNotAll2, kMatching3, kNotAll3, kNone, kNotCurrent})).broken, "");
-  EXPECT_EQ(ReadOne(office(Messages{kMatching2, kSuffix2, kGateway2, kNotReached, kReached, kDomain2, kAll2} + end)).broken, "");
+  EXPECT_EQ(
+      ReadOne(office(Messages{kMatching2, kSuffix2, kGateway2, kNotReached, kReached, kDomain2, kAll2} + end)).broken,
+      "");
   EXPECT_EQ(ReadOne(office({L"IsCurrentLocation criteria count is 0", kCurrent})).broken, "");
 }
 

@@ -19,9 +19,9 @@ constexpr const char* kAnotherAccount =
 // What a command has to show, whatever it comes from.
 struct Shown {
   std::vector<LocationExplanation> locations;
-  std::string source;                    // a line in front
-  Json sourceMembers = Json::object();   // of JSON
-  std::vector<std::string> notes;        // lines behind
+  std::string source;                   // a line in front
+  Json sourceMembers = Json::object();  // of JSON
+  std::vector<std::string> notes;       // lines behind
   std::vector<std::string> differences;
 };
 
@@ -107,7 +107,9 @@ std::string NamesOf(const LoggedCalculation& calculation) {
   return names.empty() ? "none" : names + "\"" + (calculation.locations.size() > kNamed ? " and others" : "");
 }
 
-std::string Until(const SupportOptions& asked) { return asked.at.empty() ? "" : " that began by " + Printable(asked.at); }
+std::string Until(const SupportOptions& asked) {
+  return asked.at.empty() ? "" : " that began by " + Printable(asked.at);
+}
 
 LoggedCalculation CalculationOf(const FoundCalculation& found) {
   CalculationReader reader;
@@ -126,8 +128,9 @@ LoggedCalculation FindIn(const std::vector<std::wstring>& files, const SupportOp
   if (!asked.at.empty()) {
     query.at = ParseLogTime(ToUtf8(asked.at));
     if (!query.at)
-      throw CommandError(kWrongUsage, "--at: " + Printable(asked.at) +
-                                          " is no time; write one such as \"2025-11-21 14:30\", as the log's clock has it");
+      throw CommandError(kWrongUsage,
+                         "--at: " + Printable(asked.at) +
+                             " is no time; write one such as \"2025-11-21 14:30\", as the log's clock has it");
   }
   std::optional<FoundCalculation> found = FindCalculation(files, query);
   if (!found && name) {
@@ -138,13 +141,15 @@ LoggedCalculation FindIn(const std::vector<std::wstring>& files, const SupportOp
                                               NamesOf(CalculationOf(*other)));
   }
   if (!found)
-    throw CommandError(kFailed, Printable(files.back()) + ": no calculation of the library's is in the log" + Until(asked) +
+    throw CommandError(kFailed, Printable(files.back()) + ": no calculation of the library's is in the log" +
+                                    Until(asked) +
                                     ". The host must log the library's messages of severity 8; Docs/log.md tells how");
   LoggedCalculation calculation = CalculationOf(*found);
   const std::string file = Printable(files[calculation.file]);
   const std::string began = calculation.began ? ToText(*calculation.began) : "";
   shown.source = (calculation.hasBeginning ? "The calculation" : "The end of a calculation") +
-                 (began.empty() ? "" : " of " + began) + " (" + file + ", line " + std::to_string(calculation.line) + ")";
+                 (began.empty() ? "" : " of " + began) + " (" + file + ", line " + std::to_string(calculation.line) +
+                 ")";
   shown.sourceMembers["log"] = {{"file", file}, {"line", calculation.line}};
   if (!began.empty()) shown.sourceMembers["log"]["time"] = began;
   if (found->wasSkipped)
@@ -188,6 +193,8 @@ Shown OfLog(const SupportOptions& asked) {
 
 ExitCode ExplainLocations(const Options& options) {
   const SupportOptions& asked = options.support;
-  return Show(!asked.logs.empty() ? OfLog(asked) : !asked.machine.empty() ? OfMachineFile(asked) : OfThisMachine(asked),
+  return Show(!asked.logs.empty()      ? OfLog(asked)
+              : !asked.machine.empty() ? OfMachineFile(asked)
+                                       : OfThisMachine(asked),
               options.json);
 }

@@ -74,19 +74,19 @@ ThisMachine ExplainByService() {
   const std::vector<const CQeLocation*> records = RecordsOf(calculation, set);
   for (const CQeLocation& location : set) {
     const auto record = std::find(records.begin(), records.end(), &location);
-    machine.locations.push_back(
-        record == records.end()
-            ? Explain(location, adaptersOnly)
-            : Explain(location, calculation,
-                      calculation.locations[static_cast<std::size_t>(record - records.begin())], Tense::kPresent));
+    machine.locations.push_back(record == records.end()
+                                    ? Explain(location, adaptersOnly)
+                                    : Explain(location, calculation,
+                                              calculation.locations[static_cast<std::size_t>(record - records.begin())],
+                                              Tense::kPresent));
     const LocationExplanation& explanation = machine.locations.back();
     const bool isCurrent = std::find(decided.begin(), decided.end(), location.Id()) != decided.end();
     if (explanation.contradictsCriteria || isCurrent != (explanation.verdict == Verdict::kCurrent))
-      machine.differences.push_back("the library says that " + Quoted(location) + " is " +
-                                    (isCurrent ? "current" : "not current") +
-                                    ", which does not follow from what is stored: the set was changed meanwhile, or the "
-                                    "library or qela is wrong. Run the command again; if it stays so, please report it "
-                                    "with the output of qela report");
+      machine.differences.push_back(
+          "the library says that " + Quoted(location) + " is " + (isCurrent ? "current" : "not current") +
+          ", which does not follow from what is stored: the set was changed meanwhile, or the "
+          "library or qela is wrong. Run the command again; if it stays so, please report it "
+          "with the output of qela report");
   }
   return machine;
 }

@@ -13,8 +13,8 @@ struct ThisMachine {
   std::vector<std::string> differences;
 };
 
-// The stored locations, as the library decides on them: it calculates once, with probes, and its log is explained. Loads
-// the library; see Service.
+// The stored locations, as the library decides on them: it calculates once, with probes, and its log is explained.
+// Loads the library; see Service.
 ThisMachine ExplainByService();
 
 // These locations as the adapters are now. With `probes`, what they ask for is asked, all of it and by this program;

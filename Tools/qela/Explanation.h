@@ -65,7 +65,7 @@ struct LocationExplanation {
   std::optional<Failure> failure;
   // What was logged cannot come from the location's criteria, as they were given: it is explained without them.
   bool contradictsCriteria = false;
-  std::string sentence;             // the verdict, where it fails, and what would make it hold
+  std::string sentence;              // the verdict, where it fails, and what would make it hold
   std::vector<std::string> caveats;  // what else the reader must know
 };
 

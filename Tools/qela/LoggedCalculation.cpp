@@ -185,9 +185,9 @@ bool CalculationReader::TakeOfLocation(std::wstring_view text, const LoggedMessa
   if (Skip(text, L"checking location")) {
     Skip(text, L" ");
     const bool isExpected =
-        !m_isLocationOpen && (m_phase == Phase::kLocations ||
-                              (m_phase == Phase::kAdapters &&
-                               m_calculation.adapters.size() + m_calculation.unreadableAdapters != 0));
+        !m_isLocationOpen &&
+        (m_phase == Phase::kLocations ||
+         (m_phase == Phase::kAdapters && m_calculation.adapters.size() + m_calculation.unreadableAdapters != 0));
     if (!isExpected) {
       Break("a location is tested where none is expected");
       return true;
@@ -266,11 +266,11 @@ bool CalculationReader::TakeOfAdapterTest(std::wstring_view text) {
   const bool all = Skip(text, L"All the criteria's given in location matches adapter index ");
   if (all || Skip(text, L"Not all the criteria's given in the location matches the adapter with index ")) {
     const std::wstring expected =
-        test == nullptr ? std::wstring()
-                        : std::to_wstring(static_cast<std::int32_t>(test->ifIndex)) +
-                              (all ? L" with description " : L" and description ") + test->description +
-                              (all ? L". Hence this adapter will be matching."
-                                   : L". Hence this adapter will be non-matching.");
+        test == nullptr
+            ? std::wstring()
+            : std::to_wstring(static_cast<std::int32_t>(test->ifIndex)) +
+                  (all ? L" with description " : L" and description ") + test->description +
+                  (all ? L". Hence this adapter will be matching." : L". Hence this adapter will be non-matching.");
     if (test == nullptr || text != expected)
       Break("an adapter's test ends that is not the one which began");
     else
@@ -304,8 +304,8 @@ void CalculationReader::BeginAdapterTest(std::wstring_view text) {
   const std::vector<AdapterProps>& adapters = m_calculation.adapters;
   const bool areKnown = m_calculation.hasBeginning && m_calculation.unreadableAdapters == 0;
   if (location.hasNoTextCriteria || !location.asksForManagementServer || location.managementServer ||
-      (areKnown && (position >= adapters.size() || adapters[position].ifIndex != index ||
-                    adapters[position].description != text)))
+      (areKnown &&
+       (position >= adapters.size() || adapters[position].ifIndex != index || adapters[position].description != text)))
     return Break(kUnexpected);
   LoggedAdapterTest& test = location.adapters.emplace_back();
   test.ifIndex = index;
@@ -369,8 +369,7 @@ bool CalculationReader::TakeOfRegistry(std::wstring_view text) {
     return false;
   }
   LoggedAdapterTest* const test = OpenTest();
-  if (test == nullptr || !test->hosts.empty() ||
-      (!test->held.empty() && test->held.back().kind >= LCT_REGISTRY_KEY))
+  if (test == nullptr || !test->hosts.empty() || (!test->held.empty() && test->held.back().kind >= LCT_REGISTRY_KEY))
     Break("the registry is asked where it is not expected");
   else
     test->registry.push_back(std::move(fact));

@@ -15,7 +15,8 @@
 
 // One question to a web host.
 struct LoggedHostProbe {
-  // What a request came to. The log does not say whether it was the direct one, the one by auto-discovery or the user's.
+  // What a request came to. The log does not say whether it was the direct one, the one by auto-discovery or the
+  // user's.
   struct Request {
     bool wasSent = false;  // then `code` is the HTTP status, and otherwise the error
     std::uint32_t code = 0;
@@ -133,9 +134,9 @@ class CalculationReader {
   LoggedCalculation m_calculation;
   Phase m_phase = Phase::kNone;
   bool m_isLocationOpen = false;
-  LoggedHostProbe m_host;             // under way
-  LoggedManagementServer m_server;    // under way
+  LoggedHostProbe m_host;           // under way
+  LoggedManagementServer m_server;  // under way
   std::optional<LogTime> m_now;
   std::optional<LogTime> m_probeBegan;
-  bool m_addressesChanged = false;    // said since the last calculation began
+  bool m_addressesChanged = false;  // said since the last calculation began
 };

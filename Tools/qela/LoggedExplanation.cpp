@@ -86,8 +86,8 @@ class LoggedAnswers {
  public:
   LoggedAnswers(const CQeLocation& location, const LoggedLocation& logged) : m_logged(logged) {
     for (const LoggedAdapterTest& test : logged.adapters)
-      m_registry.push_back(WalkRegistry(location.Criterias().Texts(LCT_REGISTRY_KEY), test.registry,
-                                        Held(test, LCT_REGISTRY_KEY)));
+      m_registry.push_back(
+          WalkRegistry(location.Criterias().Texts(LCT_REGISTRY_KEY), test.registry, Held(test, LCT_REGISTRY_KEY)));
   }
 
   Question Answer(std::size_t adapter, LOCATION_CRITERIA_TYPE kind, const std::wstring& text) const {
@@ -154,7 +154,8 @@ bool Agrees(const LocationExplanation::Adapter& explained, const AdapterProps& a
   return held == test.held.end() && hosts == test.hosts.size() && (isRegistryReached || test.registry.empty());
 }
 
-bool Agrees(const LocationExplanation& explanation, const LoggedCalculation& calculation, const LoggedLocation& logged) {
+bool Agrees(const LocationExplanation& explanation, const LoggedCalculation& calculation,
+            const LoggedLocation& logged) {
   if (explanation.name != logged.name || explanation.asksForManagementServer != logged.asksForManagementServer ||
       explanation.managementServer.has_value() != logged.managementServer.has_value() ||
       (explanation.verdict == Verdict::kCurrent) != logged.isCurrent.value_or(false) ||
@@ -324,19 +325,17 @@ LocationExplanation Explain(const LoggedCalculation& calculation, const LoggedLo
 
 LocationExplanation Explain(const CQeLocation& location, const LoggedCalculation& calculation,
                             const LoggedLocation& logged, Tense tense) {
-  const bool canTell =
-      calculation.hasBeginning && calculation.unreadableAdapters == 0 && logged.isCurrent.has_value();
+  const bool canTell = calculation.hasBeginning && calculation.unreadableAdapters == 0 && logged.isCurrent.has_value();
   if (canTell) {
     // It was tested, and so was enabled, whatever the set says now.
     CQeLocation tested = location;
     constexpr bool kEnabled = true;
     tested.SetEnabled(&kEnabled);
     const LoggedAnswers answers(tested, logged);
-    LocationExplanation explanation =
-        ExplainBy(tested, calculation.adapters,
-                  [&](std::size_t adapter, LOCATION_CRITERIA_TYPE kind, const std::wstring& text) {
-                    return answers.Answer(adapter, kind, text);
-                  });
+    LocationExplanation explanation = ExplainBy(
+        tested, calculation.adapters, [&](std::size_t adapter, LOCATION_CRITERIA_TYPE kind, const std::wstring& text) {
+          return answers.Answer(adapter, kind, text);
+        });
     if (Agrees(explanation, calculation, logged)) {
       for (std::size_t i = 0; i < logged.adapters.size(); ++i)
         if (!answers.IsRegistryKnown(i)) ForgetCriterion(explanation.adapters[i], logged.adapters[i]);

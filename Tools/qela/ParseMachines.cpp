@@ -17,7 +17,8 @@ void AddMachineCommands(CommandParser& parser) {
   CLI::Option* probes = record->add_flag("--probes", machines.probes,
                                          "Ask for everything that the locations name: registry keys, web hosts, the "
                                          "management server. Each host that is silent takes about 20 seconds");
-  CommandParser::AddFile(record, "--set", machines.set, "The locations whose probes are asked; without it, the stored", "FILE")
+  CommandParser::AddFile(record, "--set", machines.set, "The locations whose probes are asked; without it, the stored",
+                         "FILE")
       ->needs(probes);
   CommandParser::SetExamples(record,
                              "  qela snapshot office-pc.json\n"
@@ -39,9 +40,9 @@ void AddMachineCommands(CommandParser& parser) {
       ->type_name("SNAPSHOT")
       ->required();
   CommandParser::AddFile(test, "--expect", machines.expect,
-          "What is expected: CSV with the header \"machine,locations\"; names or IDs of locations are "
-          "separated by \";\"",
-          "FILE.csv");
+                         "What is expected: CSV with the header \"machine,locations\"; names or IDs of locations are "
+                         "separated by \";\"",
+                         "FILE.csv");
   CommandParser::AddFile(test, "--junit", machines.junit, "Write the results for a build server", "FILE");
   CommandParser::SetExamples(test,
                              "  qela test --set new-locations.json --machines machines\n"

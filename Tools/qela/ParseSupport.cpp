@@ -24,18 +24,20 @@ void AddExplain(CommandParser& parser) {
       explain->add_flag("--no-probes", support.noProbes,
                         "Ask no registry key, web host and management server; what depends on them is unknown");
   CLI::Option* logs = AddLogs(explain, support)->excludes(noProbes);
-  CommandParser::AddFile(explain, "--at", support.at, "The last calculation that began by this time of the log's clock, such as "
-                                       "\"2025-11-21 14:30\"; otherwise the last in the log",
-          "TIME")
+  CommandParser::AddFile(explain, "--at", support.at,
+                         "The last calculation that began by this time of the log's clock, such as "
+                         "\"2025-11-21 14:30\"; otherwise the last in the log",
+                         "TIME")
       ->needs(logs);
   CommandParser::AddFile(explain, "--machine", support.machine,
-                                 "A recorded machine: what snapshot or report has written", "FILE")
-                             ->excludes(logs)
-                             ->excludes(noProbes);
-  CommandParser::AddFile(explain, "--set", support.set,
-          "The locations that the machine had, as export writes them; otherwise the stored ones, and with --from-log "
-          "none: then only what the log proves is told",
-          "FILE");
+                         "A recorded machine: what snapshot or report has written", "FILE")
+      ->excludes(logs)
+      ->excludes(noProbes);
+  CommandParser::AddFile(
+      explain, "--set", support.set,
+      "The locations that the machine had, as export writes them; otherwise the stored ones, and with --from-log "
+      "none: then only what the log proves is told",
+      "FILE");
   CommandParser::SetExamples(explain,
                              "  qela explain Office\n"
                              "  qela explain --all --no-probes\n"
@@ -86,7 +88,8 @@ void AddReport(CommandParser& parser) {
           "addresses (names), or nothing (none)")
       ->type_name("full|names|none")
       ->check(CLI::IsMember({"full", "names", "none"}));
-  CommandParser::SetExamples(report, "  qela report case.html\n  qela report case.html --redact names --log service.log");
+  CommandParser::SetExamples(report,
+                             "  qela report case.html\n  qela report case.html --redact names --log service.log");
 }
 
 }  // namespace
