@@ -216,7 +216,6 @@ TEST(QelaLoggedCalculation, WhatIsNotInTheLibrarysOrderEndsTheBelief) {
     const char* what;
     Messages messages;
   } cases[] = {
-      {"a second snapshot", kTwoAdapters + Messages{kSnapshot}},
       {"a second list", kTwoAdapters + Messages{kList}},
       {"an adapter behind the locations", kTwoAdapters + kOffice + Messages{Properties(4, L"c")}},
       {"an adapter before the list", {kBegin, Properties(2, L"a")}},
