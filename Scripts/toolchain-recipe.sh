@@ -4,7 +4,7 @@
 # and holds what every other stands on; the versions of all of them stand in toolchain.lock.
 
 readonly kSuite=trixie
-readonly kLayers=(demo test check package debug)
+readonly kLayers=(demo test check package debug browser)
 
 # Installed.
 readonly -A kPackages=(
@@ -19,6 +19,8 @@ readonly -A kPackages=(
   [package]="llvm-19 clang-19 lld-19 golang-go"
   # The debugger, and its other half in Wine; what one misses in a shell.
   [debug]="gdb-mingw-w64 gdb-mingw-w64-target git less nano"
+  # What opens the pages that qela writes: the smallest that has a shell for scripts and needs no display.
+  [browser]="chromium-headless-shell"
 )
 # Unpacked in /opt/deps, not installed: only their headers are wanted, and their dependencies (Boost, the native
 # libraries) would add hundreds of megabytes.

@@ -14,7 +14,7 @@ cp -r "$source/dev" "$source/Scripts" "$work/checkout/"
 # shellcheck disable=SC1091
 key=$(kSource=$work/checkout && . "$work/checkout/Scripts/toolchain.sh" && toolchain_key)
 mkdir -p "$work/cache/root-$key"
-touch "$work/cache/root-$key"/.{ready,layer-test,layer-check,layer-package,layer-debug}
+touch "$work/cache/root-$key"/.{ready,layer-test,layer-check,layer-package,layer-debug,layer-browser}
 printf '#!/bin/bash\necho entered\n' >"$work/tools/unshare"
 chmod +x "$work/tools/unshare"
 

@@ -285,7 +285,7 @@ class Picture {
   }
 
   std::string Ticks() const {
-    std::string text = "<line class=\"line\"" + Attribute("x1", kLeft) + Attribute("x2", kRight) +
+    std::string text = "<line class=\"axis line\"" + Attribute("x1", kLeft) + Attribute("x2", kRight) +
                        Attribute("y1", m_y) + Attribute("y2", m_y) + "/>\n<text class=\"note\" x=\"2\"" +
                        Attribute("y", m_y + 18) + ">" + m_axis.Name() + "</text>\n";
     for (const Axis::Tick& tick : m_axis.Ticks()) {
