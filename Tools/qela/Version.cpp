@@ -12,7 +12,9 @@ namespace {
 
 constexpr wchar_t kLibrary[] = L"QeLaLib.dll";
 
-// Of a path of any length.
+}  // namespace
+
+// The path may have any length.
 std::wstring FolderOfThisProgram() {
   std::wstring path(MAX_PATH, L'\0');
   for (;;) {
@@ -25,7 +27,6 @@ std::wstring FolderOfThisProgram() {
   }
 }
 
-// Empty when the file is not there or has no version.
 std::string FileVersion(const std::wstring& path) {
   std::vector<std::uint8_t> resource(::GetFileVersionInfoSizeW(path.c_str(), nullptr));
   void* found = nullptr;
@@ -38,8 +39,6 @@ std::string FileVersion(const std::wstring& path) {
   return std::to_string(HIWORD(info->dwFileVersionMS)) + "." + std::to_string(LOWORD(info->dwFileVersionMS)) + "." +
          std::to_string(HIWORD(info->dwFileVersionLS));
 }
-
-}  // namespace
 
 std::string VersionText() {
   const std::wstring path = FolderOfThisProgram() + kLibrary;
