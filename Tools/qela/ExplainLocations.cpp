@@ -5,8 +5,10 @@
 #include "CommandError.h"
 #include "Commands.h"
 #include "ExplainMachine.h"
+#include "FileBytes.h"
 #include "LogFile.h"
 #include "Output.h"
+#include "ReportFile.h"
 #include "StoredSet.h"
 #include "TestSet.h"
 #include "Text.h"
@@ -89,8 +91,12 @@ Shown OfThisMachine(const SupportOptions& asked) {
 
 Shown OfMachineFile(const SupportOptions& asked) {
   Shown shown;
-  const MachineSnapshot machine = ReadMachine(asked.machine);
-  LocationSet set = asked.set.empty() ? ReadLocations() : ReadSetToTest(asked.set);
+  const std::string bytes = ReadFileBytes(asked.machine);
+  const bool isReport = IsReport(bytes);
+  const MachineSnapshot machine = isReport ? MachineInReport(bytes, asked.machine) : ParseMachine(bytes, asked.machine);
+  LocationSet set = !asked.set.empty() ? ReadSetToTest(asked.set)
+                    : isReport         ? SetInReport(bytes, asked.machine)
+                                       : ReadLocations();
   const LocationSet all = set;
   KeepAskedFor(set, all, asked);
   for (const CQeLocation& location : set) shown.locations.push_back(Explain(location, machine));
