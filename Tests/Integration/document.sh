@@ -88,13 +88,20 @@ line_agrees() {
   [ -z "$rest" ]
 }
 
-# run_document FILE
+# run_document FILE [PATTERN]: with a pattern only the sections whose heading ("## …") agrees, and what stands before the
+# first.
 run_document() {
   document=${1##*/}
-  local line fence='' file='' shown='' command='' number=0
+  local line fence='' file='' shown='' command='' number=0 left_out=''
   cd "$(mktemp -d)" || return
   while IFS= read -r line || [ -n "$line" ]; do
-    if [ -z "$fence" ]; then
+    # shellcheck disable=SC2053 # a pattern
+    if [[ -z $fence && $line = '## '* ]]; then
+      if [[ ${line#\#\# } = ${2:-*} ]]; then left_out=''; else left_out=1; fi
+    fi
+    if [ -n "$left_out" ]; then
+      continue
+    elif [ -z "$fence" ]; then
       case $line in
         '<!-- lab: '*' -->') line=${line#<!-- lab: } && eval "${line% -->}" ;;
         '<!-- file: '*' -->') file=${line#<!-- file: } file=${file% -->} ;;
