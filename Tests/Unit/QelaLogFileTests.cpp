@@ -20,6 +20,7 @@
 
 #include "FwClient/Common/Utilities/UniqueHandle.h"
 #include "FwClient/Service/QeLaLib/AdapterProps.h"
+#include "ScriptedWindows/ImportTable/HeapWatch.h"
 #include "ScriptedWindows/UniqueName.h"
 #include "Tests/Support/CommandFailure.h"
 #include "Tools/qela/LogMessages.h"
@@ -485,6 +486,47 @@ TEST(QelaLogFile, ReadsLinesOfAMegabyteAndPassesOverEndlessOnes) {
   EXPECT_EQ(messages[1].line, 4u);
 }
 
+// Writes to the pipe what the reader takes.
+class PipeWriter {
+ public:
+  explicit PipeWriter(const std::vector<std::string>& parts)
+      : m_pipe(::CreateNamedPipeW(m_path.c_str(), PIPE_ACCESS_OUTBOUND, PIPE_TYPE_BYTE, 1, 1 << 20, 0, 0, nullptr)),
+        m_thread([this, parts] {
+          ::ConnectNamedPipe(m_pipe.get(), nullptr);
+          for (const std::string& part : parts) {
+            DWORD written = 0;
+            if (!::WriteFile(m_pipe.get(), part.data(), static_cast<DWORD>(part.size()), &written, nullptr)) break;
+          }
+          ::FlushFileBuffers(m_pipe.get());
+          m_pipe.reset();
+        }) {}
+  ~PipeWriter() { m_thread.join(); }
+  PipeWriter(const PipeWriter&) = delete;
+  PipeWriter& operator=(const PipeWriter&) = delete;
+
+  const std::wstring& Path() const { return m_path; }
+
+ private:
+  std::wstring m_path = LR"(\\.\pipe\qela-log-)" + UniqueName();
+  UniqueKernelHandle m_pipe;
+  std::thread m_thread;
+};
+
+TEST(QelaLogFile, HoldsNoMoreThanAFewMegabytesHoweverMuchItReads) {
+  constexpr std::size_t kMost = 8 << 20;
+  std::vector<std::string> parts(64, std::string(1 << 20, 'x'));  // a line that does not end
+  parts.emplace_back("\n");
+  std::string messages;
+  while (messages.size() < 1 << 20) messages += ToUtf8(LogOf(Hosts().front(), Calculation()));
+  parts.insert(parts.end(), 16, messages);
+  const PipeWriter writer(parts);
+  std::size_t count = 0;
+  const HeapWatch heap(::GetModuleHandleW(nullptr));
+  ReadLog({writer.Path()}, [&](const LoggedMessage& message) { count += message.line > 1 ? 1 : 0; });
+  EXPECT_GT(count, 50'000u);
+  EXPECT_LT(heap.BytesAskedFor(), kMost) << "all that was asked for, given back or not";
+}
+
 TEST(QelaLogFile, ReadsTheSameAcrossTheBordersOfItsBlocks) {
   const LogFolder folder;
   const Texts expected = Calculation(L"\u65e5\u672c \U0001f600");
@@ -672,6 +714,22 @@ TEST(QelaFindCalculation, FollowsACalculationIntoTheNextFile) {
   EXPECT_EQ(found->messages.front().file, 0u);
   EXPECT_EQ(found->messages.back().file, 1u);
   EXPECT_EQ(found->messages.back().line, 2u);
+}
+
+TEST(QelaFindCalculation, CutsACalculationThatIsTooLarge) {
+  const LogFolder folder;
+  const std::string line = "IsCurrentLocation checking location " + std::string(1 << 20, 'x') + "\n";
+  std::string log = "Calculating current locations...\n";
+  for (int i = 0; i < 70; ++i) log += line;
+  log += "Calculating current locations...\nIsCurrentLocation checking location A\n";
+  const auto found = FindCalculation({folder.Write(L"a", log)}, {});
+  ASSERT_TRUE(found);
+  EXPECT_EQ(found->calculations, 2u);
+  log.erase(log.rfind("Calculating"));
+  const auto cut = FindCalculation({folder.Write(L"a", log)}, {});
+  ASSERT_TRUE(cut);
+  EXPECT_GT(cut->messages.size(), 60u);
+  EXPECT_LT(cut->messages.size(), 67u);
 }
 
 TEST(QelaFindCalculation, DoesNotTakeAnotherMessageForABeginning) {

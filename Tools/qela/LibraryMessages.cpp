@@ -113,18 +113,31 @@ constexpr auto kFirst = [] {
 }();
 static_assert(kMessages.size() < 256);
 
+// Whether a message may begin with these two letters.
+constexpr std::size_t PairSlot(char first, char second) {
+  return (static_cast<unsigned char>(first) * 8U + static_cast<unsigned char>(second)) % 256U;
+}
+constexpr auto kPairs = [] {
+  std::array<bool, 256> pairs{};
+  for (const std::string_view format : kFormats) pairs[PairSlot(format[0], format[1])] = true;
+  return pairs;
+}();
+
 }  // namespace
 
 std::span<const LibraryMessage> LibraryMessages() { return kMessages; }
 
 const LibraryMessage* LibraryMessageAt(std::string_view text) {
-  if (text.size() < kLeastBeginning) return nullptr;
+  if (text.size() < kLeastBeginning || !kPairs[PairSlot(text[0], text[1])]) return nullptr;
   const auto letter = static_cast<unsigned char>(text.front());
   const LibraryMessage* found = nullptr;
   for (std::size_t i = kFirst[letter]; i < kFirst[letter + 1U]; ++i) {
     const LibraryMessage& message = kMessages[i];
-    if (message.format[1] != text[1] || (found != nullptr && found->beginning >= message.beginning)) continue;
-    if (text.starts_with(message.format.substr(0, message.beginning))) found = &message;
+    const std::size_t last = message.beginning - 1;
+    if (last >= text.size() || text[last] != message.format[last] || text[1] != message.format[1]) continue;
+    if ((found == nullptr || found->beginning < message.beginning) &&
+        text.starts_with(message.format.substr(0, message.beginning)))
+      found = &message;
   }
   return found;
 }

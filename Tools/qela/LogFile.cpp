@@ -9,7 +9,7 @@
 
 #include "CommandError.h"
 #include "FileBytes.h"
-#include "FwClient/Common/Utilities/UniqueHandle.h"
+#include "FileSearch.h"
 #include "LogBlocks.h"
 #include "LogMessages.h"
 #include "LogScan.h"
@@ -28,9 +28,9 @@ constexpr std::wstring_view kWideDecision = L"IsCurrentLocation returning matche
 
 // Lines of a file that stand together.
 struct Piece {
-  std::size_t file;
-  std::uint64_t linesBefore;
-  bool isUtf8;
+  std::size_t file = 0;
+  std::uint64_t linesBefore = 0;
+  bool isUtf8 = false;
   std::string bytes;
 };
 
@@ -159,8 +159,6 @@ class CalculationSearch {
   void Begin(std::string_view before, bool isUtf8) {
     m_hasCurrent = true;
     ++m_count;
-    m_current.pieces.clear();
-    m_current.size = 0;
     std::string joined;
     if (before.size() < kCauseReach) before = joined.append(m_before).append(before);
     const std::size_t from = before.size() - std::min(before.size(), kCauseReach);
@@ -168,7 +166,13 @@ class CalculationSearch {
     std::string_view lines;
     if (cause != kNone && before.find(kBegins, from + cause) == kNone)
       lines = before.substr(LogScan::LineStart(before, from + cause));
-    m_current.pieces.push_back({m_file, m_lines - LogScan::CountLineEnds(lines), isUtf8, std::string(lines)});
+    m_current.size = 0;
+    m_current.pieces.resize(1);  // whose memory is used again
+    Piece& piece = m_current.pieces.front();
+    piece.file = m_file;
+    piece.linesBefore = m_lines - LogScan::CountLineEnds(lines);
+    piece.isUtf8 = isUtf8;
+    piece.bytes = lines;
   }
 
   void EndCalculation(bool isFollowed) {
@@ -250,12 +254,6 @@ class CalculationSearch {
   std::uint64_t m_count = 0;
 };
 
-struct FindTraits {
-  using Handle = HANDLE;
-  static Handle Invalid() noexcept { return INVALID_HANDLE_VALUE; }
-  static void Close(Handle handle) noexcept { ::FindClose(handle); }
-};
-
 // The number behind the last point; none for anything else.
 std::optional<std::uint64_t> AgeOf(std::wstring_view name) {
   constexpr std::size_t kMostDigits = 9;
@@ -275,7 +273,7 @@ std::vector<std::wstring> WithRotated(const std::wstring& path) {
   const std::size_t nameAt = path.find_last_of(L"\\/:") + 1;
   std::vector<std::pair<std::uint64_t, std::wstring>> rotated;
   WIN32_FIND_DATAW found{};
-  const UniqueHandle<FindTraits> search(
+  const UniqueFileSearch search(
       ::FindFirstFileExW((path + L".*").c_str(), FindExInfoBasic, &found, FindExSearchNameMatch, nullptr, 0));
   for (bool more = static_cast<bool>(search); more; more = ::FindNextFileW(search.get(), &found) != FALSE) {
     const std::wstring_view name = found.cFileName;

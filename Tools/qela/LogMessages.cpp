@@ -221,7 +221,8 @@ void LogMessages::TakeMessage(std::string_view line, const MessagePlace& place, 
     const std::size_t behind = m_text.find_first_not_of(L'-', m_text.find(L'-'));
     const std::size_t dashes = std::min(behind, m_text.size()) - m_text.find(L'-');
     if (isCut || dashes != message.beginning - 2) return;
-    m_text = Widen(message.format);
+    m_text.resize(message.format.size());
+    std::ranges::copy(message.format, m_text.begin());
   } else if (message.isFixed) {
     TakeFixed(message, isCut);
   } else if (message.format.starts_with(kReportBegins)) {
@@ -349,11 +350,8 @@ void LogMessages::TakeTailOff(std::wstring& text, bool isCut) const {
 
 // UTF-8, or the system's code page where it is not. Where the text is cut, the first half of a letter is left out.
 void LogMessages::Decode(std::string_view bytes, std::wstring& text, bool isCut) const {
-  const auto isPlain = [](char letter) { return static_cast<unsigned char>(letter) < 0x80; };
-  if (std::ranges::all_of(bytes, isPlain)) {
-    text.assign(bytes.begin(), bytes.end());
-    return;
-  }
+  text.resize(bytes.size());
+  if (LogScan::WidenAscii(bytes, text.data())) return;
   if (isCut) {
     std::size_t follow = 0;  // how many of the last bytes go on with a letter
     while (follow < 3 && follow + 1 < bytes.size() && (bytes[bytes.size() - 1 - follow] & 0xc0) == 0x80) ++follow;
@@ -361,7 +359,6 @@ void LogMessages::Decode(std::string_view bytes, std::wstring& text, bool isCut)
     const std::size_t length = lead >= 0xf0 ? 4 : lead >= 0xe0 ? 3 : lead >= 0xc0 ? 2 : 1;
     if (follow + 1 < length) bytes.remove_suffix(follow + 1);
   }
-  text.resize(bytes.size());
   const auto convert = [&](UINT codePage, DWORD flags) {
     const int size = static_cast<int>(bytes.size());
     return static_cast<std::size_t>(::MultiByteToWideChar(codePage, flags, bytes.data(), size, text.data(), size));

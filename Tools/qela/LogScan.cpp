@@ -28,6 +28,22 @@ std::size_t CountLineEnds(std::string_view text) {
   return count;
 }
 
+bool WidenAscii(std::string_view text, wchar_t* to) {
+  std::size_t at = 0;
+  for (; at + kStep <= text.size(); at += kStep) {
+    const __m128i bytes = Load(text.data() + at);
+    if (MaskOf(bytes) != 0) return false;
+    auto* const units = reinterpret_cast<__m128i*>(to + at);
+    _mm_storeu_si128(units, _mm_unpacklo_epi8(bytes, _mm_setzero_si128()));
+    _mm_storeu_si128(units + 1, _mm_unpackhi_epi8(bytes, _mm_setzero_si128()));
+  }
+  for (; at < text.size(); ++at) {
+    if (static_cast<unsigned char>(text[at]) >= 0x80) return false;
+    to[at] = static_cast<wchar_t>(text[at]);
+  }
+  return true;
+}
+
 std::size_t Find(std::string_view text, std::string_view what, std::size_t from) {
   if (text.size() < what.size()) return std::string_view::npos;
   const std::size_t last = text.size() - what.size();

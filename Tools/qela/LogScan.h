@@ -41,6 +41,9 @@ inline std::size_t LineStart(std::string_view text, std::size_t at) {
 // "\n", "\r\n" and "\r" are one each.
 std::size_t CountLineEnds(std::string_view text);
 
+// False when there are other letters; `to` has room for as many.
+bool WidenAscii(std::string_view text, wchar_t* to);
+
 // As string_view::find, for a text of two letters or more.
 std::size_t Find(std::string_view text, std::string_view what, std::size_t from = 0);
 

@@ -10,6 +10,7 @@
 #include "Commands.h"
 #include "CriterionWords.h"
 #include "ExpectationFile.h"
+#include "FileSearch.h"
 #include "InOrder.h"
 #include "Json.h"
 #include "JunitFile.h"
@@ -20,19 +21,13 @@
 
 namespace {
 
-struct FindTraits {
-  using Handle = HANDLE;
-  static Handle Invalid() noexcept { return INVALID_HANDLE_VALUE; }
-  static void Close(Handle handle) noexcept { ::FindClose(handle); }
-};
-
 // The files that fit a pattern, by name. Throws CommandError when there are none: nothing would be tested, and would
 // look as if all were well.
 std::vector<std::wstring> FilesLike(const std::wstring& pattern, bool snapshotsOnly) {
   const std::wstring folder = pattern.substr(0, pattern.find_last_of(L"\\/:") + 1);
   std::vector<std::wstring> files;
   WIN32_FIND_DATAW found{};
-  const UniqueHandle<FindTraits> search(
+  const UniqueFileSearch search(
       ::FindFirstFileExW(pattern.c_str(), FindExInfoBasic, &found, FindExSearchNameMatch, nullptr, 0));
   DWORD error = search ? ERROR_SUCCESS : ::GetLastError();
   for (bool more = error == ERROR_SUCCESS; more;) {
