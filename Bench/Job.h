@@ -85,6 +85,7 @@ void AddAddressJobs(Jobs& jobs);
 void AddNetworkJobs(Jobs& jobs);
 void AddModuleJobs(Jobs& jobs);
 void AddLogJobs(Jobs& jobs);
+void AddLogFileJobs(Jobs& jobs);
 void AddGrowthJobs(Jobs& jobs);
 
 template <typename Own, typename Floor>

@@ -5,23 +5,10 @@
 
 #include "Bench/Job.h"
 #include "Bench/Machine.h"
+#include "Bench/TemporaryFile.h"
 #include "Tests/Support/TestFile.h"
 
 namespace {
-
-// Gone with the object.
-struct TemporaryFile {
-  TemporaryFile() {
-    wchar_t folder[MAX_PATH] = {};
-    ::GetTempPathW(MAX_PATH, folder);
-    ::GetTempFileNameW(folder, L"qlb", 0, path);
-  }
-  ~TemporaryFile() { ::DeleteFileW(path); }
-  TemporaryFile(const TemporaryFile&) = delete;
-  TemporaryFile& operator=(const TemporaryFile&) = delete;
-
-  wchar_t path[MAX_PATH] = {};
-};
 
 // The library once more, under another name: it reads where to write to but once.
 class LogLibrary {

@@ -27,6 +27,7 @@ Jobs AllJobs() {
   AddAddressJobs(jobs);
   AddNetworkJobs(jobs);
   AddLogJobs(jobs);
+  AddLogFileJobs(jobs);
   AddGrowthJobs(jobs);
   return jobs;
 }

@@ -1,6 +1,7 @@
 #include "Bench/MeasuredService.h"
 
 #include <format>
+#include <utility>
 #include <vector>
 
 #include "Bench/FloorPacking.h"
@@ -41,6 +42,14 @@ MeasuredService::MeasuredService(const AdapterList* adapters, const PlainSet& se
 
 MeasuredService::~MeasuredService() {
   if (m_autoSaving != nullptr) m_autoSaving->Release();
+}
+
+std::vector<std::wstring> MeasuredService::LogOfCalculation() {
+  m_log.reset();
+  std::vector<std::wstring> texts;
+  for (LoggedEvent& event : TraceOf([this] { Calculate(); }).log) texts.push_back(std::move(event.text));
+  m_log.emplace(Module());
+  return texts;
 }
 
 std::string MeasuredService::Difference(const std::function<void()>& own, const std::function<void()>& floor) {

@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "Bench/FloorCalculation.h"
 #include "Bench/Machine.h"
@@ -30,6 +31,7 @@ class MeasuredService {
 
   // A calculation: a load that finds nothing leaves the set as it is and calculates.
   void Calculate() { m_api->Load(); }
+  std::vector<std::wstring> LogOfCalculation();
 
   // Runs both sides once and compares what they log and which Windows calls they make. Empty when they agree; otherwise
   // the first difference.
