@@ -64,6 +64,10 @@ explains 0 Home --no-probes
 it "explains the locations of a file as if they were stored"
 qela export set.json >/dev/null
 jq '.locations[1].criteria.httpsHosts = []' set.json >other.json
+explains 5 Office --set set.json
+shows 'web host never.test: no, 0.' ' s: error 12007 (DNS does not know the name)' 'Asked as '
+explains 5 'Branch "B"' --set set.json
+shows 'the value Name is "Berlin"'
 explains 0 Office --set other.json
 shows 'Office is current: adapter 2 (wifi0) shows all that it asks for.'
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <mutex>
 #include <utility>
 
 #include "AdapterView.h"
@@ -18,6 +19,7 @@ class Listener {
   void OnEvent(std::wstring_view text) {
     using std::chrono::milliseconds;
     const auto now = std::chrono::duration_cast<milliseconds>(std::chrono::steady_clock::now().time_since_epoch());
+    const std::lock_guard lock(m_mutex);
     if (auto ended = m_reader.OnMessage({text, LogTime{now.count(), {}}, 0, 0})) m_calculation = std::move(ended);
   }
 
@@ -28,6 +30,7 @@ class Listener {
   }
 
  private:
+  std::mutex m_mutex;  // a request's worker speaks, too
   CalculationReader m_reader;
   std::optional<LoggedCalculation> m_calculation;
 };

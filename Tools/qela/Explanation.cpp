@@ -150,10 +150,16 @@ void FindFailure(LocationExplanation& explanation) {
 }
 
 LocationExplanation Explain(const CQeLocation& location, const MachineSnapshot& machine) {
-  LocationExplanation explanation =
-      ExplainBy(location, machine.adapters, [&](std::size_t, LOCATION_CRITERIA_TYPE kind, const std::wstring& text) {
-        return Question{text, machine.AnswerTo(kind, text), {}, {}, {}};
-      });
+  const auto answer = [&](std::size_t, LOCATION_CRITERIA_TYPE kind, const std::wstring& text) {
+    Question question{text, machine.AnswerTo(kind, text), {}, {}, {}};
+    if (const auto note = machine.notes.find({kind, text}); note != machine.notes.end()) {
+      question.took = note->second.took;
+      question.details = note->second.details;
+      question.advice = note->second.advice;
+    }
+    return question;
+  };
+  LocationExplanation explanation = ExplainBy(location, machine.adapters, answer);
   Conclude(explanation, Tense::kPresent);
   return explanation;
 }

@@ -16,6 +16,15 @@ using KnownAnswer = std::function<LocationExplanation::Question(std::size_t adap
 LocationExplanation ExplainBy(const CQeLocation& location, const std::vector<AdapterProps>& adapters,
                               const KnownAnswer& answer);
 
+// What the log tells of an answer.
+LocationExplanation::Question QuestionOf(const LoggedHostProbe& probe);
+LocationExplanation::Question QuestionOf(const LoggedManagementServer& server);
+// What became of each registry criterion up to the one that held: the lines come in the order of the criteria, and which
+// belong to one follows from what it names. Nothing when they do not fit.
+std::optional<std::vector<LocationExplanation::Question>> QuestionsOf(const std::vector<std::wstring>& criteria,
+                                                                      const std::vector<LoggedRegistryFact>& facts,
+                                                                      bool hasHeld);
+
 // The adapter that came nearest: that held most kinds before one failed, then the one on which fewest fail, then the
 // first.
 void FindFailure(LocationExplanation& explanation);

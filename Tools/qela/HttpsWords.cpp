@@ -75,8 +75,14 @@ std::vector<std::string> InWords(const LoggedHostProbe& probe) {
   std::vector<std::string> words;
   const bool areAllThere =
       probe.requests.size() == std::size(kAttempts) && Attempts(probe.requests) == std::size(kAttempts);
-  for (std::size_t i = 0; i < probe.requests.size(); ++i)
-    words.push_back((areAllThere ? kAttempts[i] : "") + InWords(probe.requests[i]));
+  for (std::size_t i = 0; i < probe.requests.size(); ++i) {
+    const std::string request = InWords(probe.requests[i]);
+    // Where attempts cannot be told apart, as many as ended in the same way are one.
+    std::size_t same = 1;
+    while (!areAllThere && i + 1 < probe.requests.size() && InWords(probe.requests[i + 1]) == request) ++i, ++same;
+    words.push_back((areAllThere ? kAttempts[i] : "") + request +
+                    (same == 1 ? "" : ", " + std::to_string(same) + " times"));
+  }
   for (const std::uint32_t flags : probe.certificateErrors) {
     std::string meanings;
     for (const auto& [flag, meaning] : kCertificateFlags)

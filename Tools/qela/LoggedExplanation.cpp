@@ -15,22 +15,6 @@ using Outcome = LocationExplanation::Outcome;
 using Question = LocationExplanation::Question;
 using What = LoggedRegistryFact::What;
 
-Question QuestionOf(const LoggedHostProbe& probe) {
-  return {probe.host, probe.answer, probe.took, InWords(probe),
-          probe.requests.empty() ? std::string() : AdviceFor(probe.requests.back())};
-}
-
-Question QuestionOf(const LoggedManagementServer& server) {
-  Question question{{}, server.answer, server.took, {}, {}};
-  std::string names;
-  for (const std::wstring& name : server.names) names += (names.empty() ? "" : ", ") + Printable(name);
-  if (names.empty())
-    question.details.emplace_back("the list of management servers in the registry is missing or empty");
-  else
-    question.details.push_back((server.answer ? "asked DNS for " : "DNS knows none of ") + names);
-  return question;
-}
-
 bool Held(const LoggedAdapterTest& test, LOCATION_CRITERIA_TYPE kind) {
   return std::any_of(test.held.begin(), test.held.end(),
                      [&](const LoggedAdapterTest::Held& held) { return held.kind == kind; });
@@ -41,53 +25,13 @@ std::string ValueInWords(const LoggedRegistryFact& fact) {
          Printable(fact.data) + "\"";
 }
 
-// What became of each registry criterion: the lines come in the order of the criteria, and which belong to one follows
-// from what it names. Nothing when they do not fit.
-std::optional<std::vector<Question>> WalkRegistry(const std::vector<std::wstring>& criteria,
-                                                  const std::vector<LoggedRegistryFact>& facts, bool hasHeld) {
-  std::vector<Question> questions;
-  auto fact = facts.begin();
-  const auto take = [&](What what, const std::wstring& name) {
-    if (fact == facts.end() || fact->what != what || fact->name != name) return false;
-    ++fact;
-    return true;
-  };
-  bool holds = false;
-  for (const std::wstring& criterion : criteria) {
-    Question question{criterion, false, {}, {}, {}};
-    const std::optional<RegistryKeyCriterion> parsed = ParseRegistryKeyCriterion(criterion);
-    if (!parsed) {
-      question.details.emplace_back("it is not of the form of a registry criterion, and never holds");
-    } else if (take(What::kKeyMissing, parsed->subkey) && take(What::kKeyMissing64, parsed->subkey)) {
-      question.details.emplace_back("the key does not exist");
-    } else if (parsed->IsExistenceOnly()) {
-      if (!take(What::kKeyExists, {})) return std::nullopt;
-      question.answer = holds = true;
-    } else if (take(What::kNoText, parsed->valueName) && take(What::kNoNumber, parsed->valueName)) {
-      question.details.emplace_back("the value does not exist, or is neither a text nor a 32-bit number");
-    } else {
-      if (fact == facts.end() || fact->name != parsed->valueName) return std::nullopt;
-      question.details.push_back(ValueInWords(*fact));
-      const bool agrees = fact->what == What::kValueAgrees;
-      // The data is the number's digits, or the text's.
-      if ((!agrees && fact->what != What::kValueDiffers) || agrees != (fact->data == parsed->data)) return std::nullopt;
-      question.answer = holds = agrees;
-      ++fact;
-    }
-    questions.push_back(std::move(question));
-    if (holds) break;
-  }
-  if (fact != facts.end() || holds != hasHeld) return std::nullopt;
-  return questions;
-}
-
 // Answers of one location's test, adapter by adapter.
 class LoggedAnswers {
  public:
   LoggedAnswers(const CQeLocation& location, const LoggedLocation& logged) : m_logged(logged) {
     for (const LoggedAdapterTest& test : logged.adapters)
       m_registry.push_back(
-          WalkRegistry(location.Criterias().Texts(LCT_REGISTRY_KEY), test.registry, Held(test, LCT_REGISTRY_KEY)));
+          QuestionsOf(location.Criterias().Texts(LCT_REGISTRY_KEY), test.registry, Held(test, LCT_REGISTRY_KEY)));
   }
 
   Question Answer(std::size_t adapter, LOCATION_CRITERIA_TYPE kind, const std::wstring& text) const {
@@ -302,6 +246,60 @@ void AddCaveats(LocationExplanation& explanation, const LoggedCalculation& calcu
 }
 
 }  // namespace
+
+Question QuestionOf(const LoggedHostProbe& probe) {
+  return {probe.host, probe.answer, probe.took, InWords(probe),
+          probe.requests.empty() ? std::string() : AdviceFor(probe.requests.back())};
+}
+
+Question QuestionOf(const LoggedManagementServer& server) {
+  Question question{{}, server.answer, server.took, {}, {}};
+  std::string names;
+  for (const std::wstring& name : server.names) names += (names.empty() ? "" : ", ") + Printable(name);
+  if (names.empty())
+    question.details.emplace_back("the list of management servers in the registry is missing or empty");
+  else
+    question.details.push_back((server.answer ? "asked DNS for " : "DNS knows none of ") + names);
+  return question;
+}
+
+std::optional<std::vector<Question>> QuestionsOf(const std::vector<std::wstring>& criteria,
+                                                  const std::vector<LoggedRegistryFact>& facts, bool hasHeld) {
+  std::vector<Question> questions;
+  auto fact = facts.begin();
+  const auto take = [&](What what, const std::wstring& name) {
+    if (fact == facts.end() || fact->what != what || fact->name != name) return false;
+    ++fact;
+    return true;
+  };
+  bool holds = false;
+  for (const std::wstring& criterion : criteria) {
+    Question question{criterion, false, {}, {}, {}};
+    const std::optional<RegistryKeyCriterion> parsed = ParseRegistryKeyCriterion(criterion);
+    if (!parsed) {
+      question.details.emplace_back("it is not of the form of a registry criterion, and never holds");
+    } else if (take(What::kKeyMissing, parsed->subkey) && take(What::kKeyMissing64, parsed->subkey)) {
+      question.details.emplace_back("the key does not exist");
+    } else if (parsed->IsExistenceOnly()) {
+      if (!take(What::kKeyExists, {})) return std::nullopt;
+      question.answer = holds = true;
+    } else if (take(What::kNoText, parsed->valueName) && take(What::kNoNumber, parsed->valueName)) {
+      question.details.emplace_back("the value does not exist, or is neither a text nor a 32-bit number");
+    } else {
+      if (fact == facts.end() || fact->name != parsed->valueName) return std::nullopt;
+      question.details.push_back(ValueInWords(*fact));
+      const bool agrees = fact->what == What::kValueAgrees;
+      // The data is the number's digits, or the text's.
+      if ((!agrees && fact->what != What::kValueDiffers) || agrees != (fact->data == parsed->data)) return std::nullopt;
+      question.answer = holds = agrees;
+      ++fact;
+    }
+    questions.push_back(std::move(question));
+    if (holds) break;
+  }
+  if (fact != facts.end() || holds != hasHeld) return std::nullopt;
+  return questions;
+}
 
 LocationExplanation Explain(const LoggedCalculation& calculation, const LoggedLocation& logged, Tense tense) {
   LocationExplanation explanation;

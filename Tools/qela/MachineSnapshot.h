@@ -4,15 +4,24 @@
 
 #include <QeLaCriteria.h>
 
+#include <chrono>
 #include <functional>
 #include <map>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "FwClient/Service/QeLaLib/AdapterProps.h"
 #include "FwClient/Service/QeLaLib/LocationMatcher.h"
 #include "LocationSet.h"
+
+// What is known of an answer besides, for people.
+struct ProbeNote {
+  std::optional<std::chrono::milliseconds> took;
+  std::vector<std::string> details;
+  std::string advice;  // what would make it a yes
+};
 
 struct MachineSnapshot {
   using Answers = std::map<std::wstring, bool>;  // by criterion, exactly as the location has it
@@ -23,6 +32,8 @@ struct MachineSnapshot {
   Answers registry;
   Answers httpsHosts;
   std::optional<bool> managementServer;
+  // Of who has just asked; no file holds them.
+  std::map<std::pair<LOCATION_CRITERIA_TYPE, std::wstring>, ProbeNote> notes;
 
   // Whether the name of a file ends as theirs do.
   static bool IsSnapshotFile(const std::wstring& path);

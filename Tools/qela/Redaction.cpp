@@ -212,6 +212,15 @@ Redaction::Redaction(Level level, const LocationSet& set, const MachineSnapshot&
   };
   m_machine.registry = answers(machine.registry, [this](const std::wstring& text) { return Registry(text); });
   m_machine.httpsHosts = answers(machine.httpsHosts, [this](const std::wstring& text) { return Host(text); });
+  // What is known of a host's answer names nothing; of the others it names values and servers.
+  m_machine.notes.clear();
+  for (const auto& [asked, note] : machine.notes) {
+    const auto& [kind, text] = asked;
+    if (kind == LCT_DOMAIN_REACHABLE)
+      m_machine.notes[{kind, Host(text)}] = note;
+    else
+      m_machine.notes[{kind, kind == LCT_REGISTRY_KEY ? Registry(text) : text}] = {note.took, {}, {}};
+  }
   m_machine.machine = Replace(Secret::kMachine, machine.machine);
 
   Replace(Secret::kMachine, identity.machine);
