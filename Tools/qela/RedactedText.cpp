@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "LibraryMessages.h"
 #include "Text.h"
 
 namespace {
@@ -126,6 +127,8 @@ using Names = Phrase::Names;
 constexpr Phrase kPhrases[] = {
     {L"checking location ", {}, Names::kSecret, Secret::kLocation},
     {L"Adding current location ID ", {}, Names::kSecret, Secret::kId},
+    {L" for location ", L"...", Names::kSecret, Secret::kLocation},
+    {L" with description ", L". Hence this adapter", Names::kSecret, Secret::kAdapter},
     {L" and description ", L". Hence this adapter", Names::kSecret, Secret::kAdapter},
     {L" and description ", {}, Names::kSecret, Secret::kAdapter},
     {L"The Adapter ", L" has Media Type", Names::kSecret, Secret::kAdapter},
@@ -156,19 +159,16 @@ constexpr Phrase kPhrases[] = {
 // Words of the messages tell nobody anything, even where a location has one as its name.
 bool IsOfMessages(const std::wstring& text) {
   static const std::unordered_set<std::wstring> kWords = [] {
-    std::unordered_set<std::wstring> words = {L"com",  L"locations", L"properties", L"enabled", L"status",
-                                              L"http", L"interface", L"count",      L"list",    L"current",
-                                              L"none", L"criteria",  L"network",    L"matches", L"succeeded"};
-    for (const Phrase& phrase : kPhrases)
-      for (const std::wstring_view part : {phrase.before, phrase.after}) {
-        std::wstring word;
-        for (const wchar_t unit : InLowerCase(part) + L" ") {
-          if (IsWord(unit))
-            word += unit;
-          else if (!word.empty())
-            words.insert(std::exchange(word, {}));
-        }
+    std::unordered_set<std::wstring> words;
+    for (const LibraryMessage& message : LibraryMessages()) {
+      std::wstring word;
+      for (const wchar_t unit : InLowerCase(ToWide(message.format)) + L" ") {
+        if (IsWord(unit))
+          word += unit;
+        else if (!word.empty())
+          words.insert(std::exchange(word, {}));
       }
+    }
     return words;
   }();
   return kWords.contains(text);
@@ -224,7 +224,8 @@ class FreeText {
   // In what is left of the line; 0 for none.
   std::size_t SizeOfArgument(const std::wstring& rest, const Phrase& phrase) const {
     if (!phrase.after.empty()) {
-      const std::size_t end = rest.find(phrase.after);
+      // What is named may hold the text that follows it; but a blank may come again.
+      const std::size_t end = phrase.after == L" " ? rest.find(phrase.after) : rest.rfind(phrase.after);
       return end == kNowhere ? 0 : end;
     }
     // A host may write something behind the message.
