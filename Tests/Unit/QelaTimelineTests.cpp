@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "Tests/Unit/QelaTimelineLog.h"
 #include "Tools/qela/Text.h"
 #include "Tools/qela/TimelineText.h"
@@ -323,6 +325,153 @@ TEST(QelaTimeline, ALogWithoutACalculationHasNothing) {
   EXPECT_EQ(timeline.calculations, 0U);
   EXPECT_FALSE(timeline.hasTimes);
   EXPECT_TRUE(timeline.locations.empty() && timeline.changes.empty() && timeline.gaps.empty());
+}
+
+TEST(QelaTimeline, WhereAnIdIsMissingTheListsAreNotCompared) {
+  Log log;
+  log.Calculates({kWired}).Decides(L"Office", 2);
+  log.Calculates({kWired}).Decides(L"Office", 2);
+  log.Last().locations[0].id.clear();
+  log.Calculates({kWired}).Decides(L"Office", 2);
+  EXPECT_EQ(log.Read().changes.size(), 1U);
+}
+
+// The messages of a whole log, as the library writes them: a machine that goes from one network to another and back.
+class Messages {
+ public:
+  struct Truth {
+    std::size_t begin;  // of the calculation's messages
+    std::vector<std::wstring> current;
+    std::optional<bool> wasReported;
+  };
+
+  Messages() {
+    Calculate({kWired}, 2, 0, L"Skipped raising a location changed event...");
+    Calculate({kWired, kWireless}, 2, 5, L"Raising a location changed event...");
+    Calculate({kWireless}, 0, 5, L"Raising a location changed event...");
+    Calculate({}, 0, 0, L"Raising a location changed event...");
+    Calculate({kWireless}, 0, 5, L"");
+    Calculate({kWired}, 2, 0, L"Raising a location changed event...");
+    m_truth[4].wasReported = false;
+  }
+
+  // Of the messages from `begin` to before `end`, without the one at `hole`.
+  Timeline Read(std::size_t begin, std::size_t end, std::size_t hole) const {
+    TimelineBuilder builder;
+    CalculationReader reader;
+    for (std::size_t i = begin; i < end; ++i) {
+      if (i == hole) continue;
+      if (const auto calculation = reader.OnMessage({m_texts[i], std::nullopt, 0, i})) builder.Add(*calculation);
+    }
+    if (const auto calculation = reader.End()) builder.Add(*calculation);
+    return builder.Finish(std::nullopt);
+  }
+
+  std::size_t Count() const { return m_texts.size(); }
+
+  // The calculation to which the message at this line belongs.
+  std::size_t CalculationAt(std::uint64_t line) const {
+    std::size_t calculation = 0;
+    while (calculation + 1 < m_truth.size() && m_truth[calculation + 1].begin <= line) ++calculation;
+    return calculation;
+  }
+  bool IsCurrent(const std::wstring& name, std::size_t calculation) const {
+    const auto& current = m_truth[calculation].current;
+    return std::find(current.begin(), current.end(), name) != current.end();
+  }
+  std::optional<bool> WasReported(std::size_t calculation) const { return m_truth[calculation].wasReported; }
+
+ private:
+  void Calculate(const std::vector<AdapterProps>& adapters, std::uint32_t office, std::uint32_t home,
+                 const std::wstring& report) {
+    m_texts.emplace_back(L"The location discovery thread received an address change notification");
+    m_truth.push_back({m_texts.size(), {}, report.starts_with(L"Raising")});
+    m_texts.insert(m_texts.end(), {L"Calculating current locations...",
+                                   L"GetAdaptersAddresses succeeds, the return value is : 0", L"Adapters List :"});
+    for (const AdapterProps& adapter : adapters) {
+      m_texts.push_back(L"Adapter properties:\n" + RenderAdapterProps(adapter));
+      m_texts.emplace_back(L"//---------------------------------------------\n");
+    }
+    if (adapters.empty()) {
+      m_texts.emplace_back(L"CalculateCurrentAdapterProps failed.");
+    } else {
+      Decide(L"Office", adapters, office);
+      Decide(L"Home", adapters, home);
+    }
+    if (!report.empty()) m_texts.push_back(report);
+  }
+
+  void Decide(const std::wstring& name, const std::vector<AdapterProps>& adapters, std::uint32_t matching) {
+    m_texts.push_back(L"IsCurrentLocation checking location " + name);
+    m_texts.emplace_back(L"IsCurrentLocation bZeltReachabilityCriteria 0");
+    for (const AdapterProps& adapter : adapters) {
+      const std::wstring index = std::to_wstring(adapter.ifIndex);
+      const std::wstring both = index + L" and description " + adapter.description + L".";
+      m_texts.push_back(L"Matching all the location criterias with the properties of adapter with index " + both);
+      if (adapter.ifIndex == matching) {
+        m_texts.push_back(L"Location: Default gateway : " + adapter.gateways[0] + L" matched for adapter with index " +
+                          both);
+        m_texts.push_back(L"All the criteria's given in location matches adapter index " + index +
+                          L" with description " + adapter.description + L". Hence this adapter will be matching.");
+      } else {
+        m_texts.push_back(L"Not all the criteria's given in the location matches the adapter with index " + both +
+                          L" Hence this adapter will be non-matching.");
+      }
+    }
+    if (matching == 0)
+      m_texts.emplace_back(
+          L"None of the available network adapter properties matches all the criteria's given in the location");
+    m_texts.push_back(L"IsCurrentLocation returning matched criterias " + std::wstring(matching != 0 ? L"1" : L"0") +
+                      L" for location " + name + L"...");
+    if (matching == 0) return;
+    m_texts.push_back(L"Adding current location ID id of " + name);
+    m_truth.back().current.push_back(name);
+  }
+
+  std::vector<std::wstring> m_texts;
+  std::vector<Truth> m_truth;
+};
+
+// Every claim about which location was current at which calculation, up to that of the last message.
+void ExpectTrue(const Messages& log, const Timeline& timeline, std::size_t last) {
+  using End = Timeline::Period::End;
+  for (const Timeline::Location& location : timeline.locations)
+    for (const Timeline::Period& period : location.periods) {
+      const std::string name = ToUtf8(location.name);
+      const std::size_t to = log.CalculationAt(period.end == End::kOpen ? last : period.to.line);
+      for (std::size_t calculation = log.CalculationAt(period.from.line); calculation < to; ++calculation)
+        EXPECT_TRUE(log.IsCurrent(location.name, calculation)) << name << " at " << calculation;
+      if (period.end == End::kNotCurrent || period.end == End::kOpen) {
+        EXPECT_EQ(log.IsCurrent(location.name, to), period.end == End::kOpen) << name << " at " << to;
+      }
+    }
+}
+
+TEST(QelaTimeline, WhatItTellsOfALogThatIsCutAnywhereIsTrueOfTheWholeOne) {
+  const Messages log;
+  std::size_t periods = 0;
+  for (std::size_t begin = 0; begin < log.Count(); ++begin)
+    for (std::size_t end = begin + 1; end <= log.Count(); ++end) {
+      SCOPED_TRACE(std::to_string(begin) + " to " + std::to_string(end));
+      const Timeline timeline = log.Read(begin, end, end);
+      ExpectTrue(log, timeline, end - 1);
+      for (const Timeline::Change& change : timeline.changes) {
+        if (!change.wasReported) continue;
+        EXPECT_EQ(change.wasReported, log.WasReported(log.CalculationAt(change.at.line)));
+      }
+      for (const Timeline::Location& location : timeline.locations) periods += location.periods.size();
+      if (testing::Test::HasFailure()) return;
+    }
+  EXPECT_GT(periods, 5000U);
+  EXPECT_EQ(log.Read(0, log.Count(), log.Count()).locations.size(), 2U);
+}
+
+TEST(QelaTimeline, AMessageThatIsMissingMakesNothingWrong) {
+  const Messages log;
+  for (std::size_t hole = 0; hole < log.Count(); ++hole) {
+    SCOPED_TRACE(hole);
+    ExpectTrue(log, log.Read(0, log.Count(), hole), log.Count() - 1);
+  }
 }
 
 }  // namespace

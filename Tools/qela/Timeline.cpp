@@ -71,7 +71,8 @@ struct Decision {
 struct Decisions {
   std::map<std::wstring, Decision> byName;
   std::vector<std::wstring> order;  // of the names
-  std::vector<std::wstring> list;   // what the library compares
+  // What the library compares; none where the log misses one.
+  std::optional<std::vector<std::wstring>> ids = std::vector<std::wstring>();
 };
 
 Decisions DecisionsOf(const LoggedCalculation& calculation, const Place& at) {
@@ -93,7 +94,10 @@ Decisions DecisionsOf(const LoggedCalculation& calculation, const Place& at) {
     for (Timeline::Adapter& adapter : MatchingAdapters(calculation, location))
       if (std::find(adapters.begin(), adapters.end(), adapter) == adapters.end())
         adapters.push_back(std::move(adapter));
-    decisions.list.push_back(location.id.empty() ? location.name : location.id);
+    if (location.id.empty())
+      decisions.ids.reset();
+    else if (decisions.ids)
+      decisions.ids->push_back(location.id);
   }
   return decisions;
 }
@@ -198,12 +202,12 @@ void TimelineBuilder::TakeVerdicts(const LoggedCalculation& calculation, const P
       row.periods.push_back({decision.at, {}, End::kOpen, decision.current.id, decision.current.adapters});
   }
 
-  if (isWhole && m_isKnown && decisions.list != m_list) {
+  if (isWhole && m_isKnown && m_ids && decisions.ids && *decisions.ids != *m_ids) {
     change.isOtherList = true;
     m_awaitsReport = calculation.report == LoggedCalculation::Report::kNone;
     if (!m_awaitsReport) change.wasReported = calculation.report == LoggedCalculation::Report::kRaised;
   }
-  m_list = std::move(decisions.list);
+  m_ids = std::move(decisions.ids);
 }
 
 void TimelineBuilder::TakeDuration(const LoggedCalculation& calculation, const Place& at) {

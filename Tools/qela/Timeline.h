@@ -117,7 +117,7 @@ class TimelineBuilder {
   std::map<std::wstring, std::size_t> m_rows;  // of m_timeline.locations
   bool m_isKnown = false;                      // whether all that is current is known
   bool m_hasFailed = false;
-  std::vector<std::wstring> m_list;                     // what the library compared last
+  std::optional<std::vector<std::wstring>> m_ids;       // what the library compared last
   bool m_awaitsReport = false;                          // of the last change
   std::optional<std::vector<AdapterProps>> m_adapters;  // when they were last seen
   std::optional<LogTime> m_lastTime;
