@@ -105,6 +105,9 @@ answer qela timeline --from-log none.log; expect_code 1; expect_err none.log
 printf 'nothing of it\n' >other.log
 answer qela timeline --from-log other.log; expect_code 1; expect_err "other.log: no calculation of the library's is in the log"
 answer qela timeline --from-log moved.log --html no/page.html; expect_code 1; expect_err 'cannot be written'
+sum=$(sha256sum moved.log)
+answer qela timeline --from-log moved.log --html ../"${folder##*/}"/moved.log; expect_code 1; expect_err 'this is the log itself'
+expect "$(sha256sum moved.log)" "$sum"
 answer qela timeline; expect_code 2; expect_err --from-log
 answer qela timeline --from-log moved.log --html ''; expect_code 2; expect_err '--html: the file must have a name'
 

@@ -104,9 +104,10 @@ std::vector<AdapterChange> ChangesBetween(const std::vector<AdapterProps>& befor
   const auto successor = Pair(before, after);
   std::vector<AdapterChange> changes;
   for (std::size_t i = 0; i < before.size(); ++i) {
-    AdapterChange change = successor[i] ? Compare(AdapterChange::What::kChanged, before[i], after[*successor[i]])
-                                        : Compare(AdapterChange::What::kGone, before[i], kNoAdapter);
-    if (!successor[i] || !change.fields.empty()) changes.push_back(std::move(change));
+    const std::optional<std::size_t>& j = successor[i];
+    AdapterChange change = j ? Compare(AdapterChange::What::kChanged, before[i], after[*j])
+                             : Compare(AdapterChange::What::kGone, before[i], kNoAdapter);
+    if (!j || !change.fields.empty()) changes.push_back(std::move(change));
   }
   for (std::size_t j = 0; j < after.size(); ++j)
     if (std::find(successor.begin(), successor.end(), j) == successor.end())

@@ -1,4 +1,6 @@
 #include <algorithm>
+#include <filesystem>
+#include <system_error>
 
 #include "CommandError.h"
 #include "Commands.h"
@@ -19,6 +21,15 @@ std::vector<std::wstring> FilesOf(const std::vector<std::wstring>& logs) {
     for (std::wstring& file : WithRotated(log))
       if (std::find(files.begin(), files.end(), file) == files.end()) files.push_back(std::move(file));
   return files;
+}
+
+// A page is never written over what it tells of.
+void RefuseToOverwrite(const std::vector<std::wstring>& logs, const std::wstring& page) {
+  for (const std::wstring& log : logs) {
+    std::error_code error;
+    if (std::filesystem::equivalent(log, page, error))
+      throw CommandError(kFailed, ShownFileName(page) + ": this is the log itself; name another file for the page");
+  }
 }
 
 Timeline Read(const std::vector<std::wstring>& files) {
@@ -142,6 +153,7 @@ Json AsJson(const Timeline& timeline, const FileNames& files) {
 
 ExitCode ShowTimeline(const Options& options) {
   const std::vector<std::wstring> logs = FilesOf(options.support.logs);
+  RefuseToOverwrite(logs, options.support.html);
   FileNames files;
   for (const std::wstring& log : logs) files.push_back(Printable(log));
   const Timeline timeline = Read(logs);

@@ -59,7 +59,9 @@ class Axis {
   };
 
   explicit Axis(const Timeline& timeline) : m_timeline(timeline) {
-    if (timeline.hasTimes) m_totalMs = LogTime::MillisecondsBetween(*timeline.begin.time, *timeline.end.time);
+    if (!timeline.hasTimes || !timeline.begin.time || !timeline.end.time) return;
+    m_begin = *timeline.begin.time;
+    m_totalMs = LogTime::MillisecondsBetween(m_begin, *timeline.end.time);
     m_isOfTime = m_totalMs > 0;
   }
 
@@ -78,8 +80,7 @@ class Axis {
 
   std::string Name() const {
     if (!m_isOfTime) return "calculation";
-    const auto offset = m_timeline.begin.time->offsetMinutes;
-    return offset ? "UTC" + ToText(*m_timeline.begin.time).substr(kZoneAt) : "time";
+    return m_begin.offsetMinutes ? "UTC" + ToText(m_begin).substr(kZoneAt) : "time";
   }
 
  private:
@@ -88,7 +89,7 @@ class Axis {
   static constexpr std::size_t kZoneAt = 23;
 
   std::int64_t Since(const Place& place) const {
-    return place.time ? LogTime::MillisecondsBetween(*m_timeline.begin.time, *place.time) : 0;
+    return place.time ? LogTime::MillisecondsBetween(m_begin, *place.time) : 0;
   }
 
   std::vector<Tick> TicksOfTime() const {
@@ -132,7 +133,7 @@ class Axis {
     while (m_totalMs / step > kMostTicks) step *= 2;
 
     std::vector<Tick> ticks;
-    const std::int64_t begin = m_timeline.begin.time->localMs;
+    const std::int64_t begin = m_begin.localMs;
     std::string day;
     for (std::int64_t ms = (begin + step - 1) / step * step; ms <= begin + m_totalMs; ms += step) {
       const std::string time = ToText(LogTime{ms, std::nullopt});
@@ -166,6 +167,7 @@ class Axis {
   }
 
   const Timeline& m_timeline;
+  LogTime m_begin;
   std::int64_t m_totalMs = 0;
   bool m_isOfTime = false;
 };
