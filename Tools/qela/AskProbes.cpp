@@ -17,7 +17,7 @@
 namespace {
 
 // Hears what the probes say to the log while they work, and reads it as that of a location which asks for one thing.
-class Listener {
+class ProbeListener {
  public:
   // Forgets what was said before.
   void Begin(LOCATION_CRITERIA_TYPE kind) {
@@ -63,7 +63,7 @@ class Listener {
 
 void AskProbes(MachineSnapshot& machine, const LocationSet& set) {
   const ComBracket com;  // as around a calculation of the library's
-  Listener listener;
+  ProbeListener listener;
   const auto listened = [&](LOCATION_CRITERIA_TYPE kind, const std::wstring& text, const auto& probe) {
     listener.Begin(kind);
     const bool answer = probe();

@@ -14,7 +14,7 @@
 namespace {
 
 // The library's log while it calculates. The times are this process's: what counts is how long things take.
-class Listener {
+class CalculationListener {
  public:
   void OnEvent(std::wstring_view text) {
     using std::chrono::milliseconds;
@@ -63,7 +63,7 @@ std::vector<const CQeLocation*> RecordsOf(const LoggedCalculation& calculation, 
 }
 
 ThisMachine ExplainByService() {
-  Listener listener;
+  CalculationListener listener;
   const LocationSet set = ReadLocations();
   const Service service({}, [&](std::wstring_view text) { listener.OnEvent(text); });
   const LoggedCalculation calculation = listener.Calculation();
