@@ -31,30 +31,37 @@ end_watch
 it "the timeline tells what the host was told, and what it was not"
 answer qela timeline --from-log host.log --json
 expect_code 0
-expect_json '.files == ["host.log"] and .calculations == 5 and .hasTimes and .unknown == [] and .slow == [] and .clockSetBack == []'
+expect_json '.files == ["host.log"] and .calculations >= 5 and .hasTimes and .unknown == [] and .slow == [] and .clockSetBack == []'
 expect_json '[.locations[].name] == ["Office", "Home"]'
-expect_json '[.changes[] | [(.entered | map(.name)), .left, .reported]] == [[["Office"], [], null], [[], ["Office"], false],
-  [["Home"], [], true], [["Office"], [], true], [[], ["Home"], true]]'
-expect_json '[.changes[].cause] == [null, "address change", "address change", "address change", "address change"]'
 expect_json '.locations[0].periods | length == 2 and .[0].endedBy == "not current" and .[1].endedBy == "log" and .[1].to == null and
   .[1].adapters == [{"index": $lan, "description": "lan0"}]' --argjson lan "$(index_of lan0)"
-expect_json '.changes[2].changes[0] | .index == $wifi and .what == "changed" and .fields.gateways == {"before": [], "after": ["192.168.2.1"]}' \
-  --argjson wifi "$(index_of wifi0)"
+# Windows may wake the library more often than something changes for a location.
+edges=$(jq -c '[.changes[] | select(.entered + .left != [])]' <<<"$out")
+expect "$(jq -c '[.[] | [(.entered | map(.name)), .left, .reported]]' <<<"$edges")" \
+  '[[["Office"],[],null],[[],["Office"],false],[["Home"],[],true],[["Office"],[],true],[[],["Home"],true]]'
+expect "$(jq -c '[.[].cause]' <<<"$edges")" '[null,"address change","address change","address change","address change"]'
+expect "$(jq -c '.[2].changes[0] | [.index, .what, .fields.gateways]' <<<"$edges")" \
+  "[$(index_of wifi0),\"changed\",{\"before\":[],\"after\":[\"192.168.2.1\"]}]"
 # Where it says that a calculation begins, one does.
-for line in $(jq '.changes[].at.line' <<<"$out"); do
+lines=$(jq -r '[.[].at.line] | join(" ")' <<<"$edges")
+for line in $lines; do
   expect "$(sed -n "${line}p" host.log | cut -f6 | tr -d '\r')" "Calculating current locations..."
 done
 
-# The same log at times that are easily reckoned with: calculations at 12:00, 12:10, 12:30, 12:45 and 13:00, of which the
-# third takes four seconds, and the last message at 13:20.
-awk -F '\t' -v OFS='\t' '
-  BEGIN { split("12:00 12:10 12:30 12:45 13:00", at, " ") }
-  /Calculating current locations/ { calculation++; second = 0 }
+# These five calculations at times that are easily reckoned with: at 12:00, 12:10, 12:30, 12:45 and 13:00. The third takes
+# four seconds, and the last message comes at 13:20.
+awk -F '\t' -v OFS='\t' -v lines="$lines" '
+  BEGIN { split("12:00 12:10 12:30 12:45 13:00", at, " "); split(lines, edges, " ") }
+  /Calculating current locations/ {
+    isLeftOut = FNR != edges[calculation + 1]
+    if (!isLeftOut) { calculation++; second = 0 }
+  }
+  /received an address change notification|thread stopping/ { isLeftOut = 0 }
   calculation == 3 && /returning matched criterias/ { second = 4 }
   calculation { $1 = "2025-11-21T" at[calculation] ":0" second ".000+01:00" }
   calculation == 5 && /Raising a location changed event/ { isLast = 1 }
   isLast { $1 = "2025-11-21T13:20:00.000+01:00" }
-  { print }' host.log >moved.log
+  !isLeftOut { print }' host.log >moved.log
 
 it "the timeline tells people the same"
 answer qela timeline --from-log moved.log

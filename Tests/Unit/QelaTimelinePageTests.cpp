@@ -55,7 +55,8 @@ TEST(QelaTimelinePage, EachPeriodHasABarWithItsWordsAndEachFactALine) {
       std::string::npos);
   for (const char* fact :
        {"<td>Home</td>", "adapter 2 (eth0) is gone: default gateway 10.20.0.1", "the host was not called for it",
-        "<td>messages are missing</td>", "5.5 s, and no question to a server took long", "<td>the end of the log</td>"})
+        "<td>the lines do not fit together: messages are missing</td>", "5.5 s, and no question to a server took long",
+        "<td>the end of the log</td>"})
     EXPECT_NE(page.find(fact), std::string::npos) << fact;
 }
 
@@ -146,15 +147,49 @@ TEST(QelaTimelinePage, ALogOfOneMomentHasAPicture) {
   EXPECT_EQ(Count(PageOf(log), "<rect class=\"bar\""), 1U);
 }
 
-TEST(QelaTimelinePage, OfVeryManyChangesTheFirstAreShownAndThatIsTold) {
+TEST(QelaTimelinePage, WhatStandsTooCloseIsDrawnAsOne) {
   Log log;
-  for (int i = 0; i < 6000; ++i) log.Calculates({kWired}, Report::kRaised).Decides(L"Office", i % 2 == 0 ? 2 : 0);
-  for (int i = 0; i < 300; ++i) log.Last().locations.push_back(log.All()[0].locations[0]);
-  for (int i = 0; i < 300; ++i) log.Last().locations[static_cast<std::size_t>(i)].name = std::to_wstring(i);
+  for (int i = 0; i < 6000; ++i) {
+    log.Calculates({i % 2 == 0 ? kWired : kWireless}, Report::kSkipped).Decides(L"Office", i % 2 == 0 ? 2 : 0);
+    log.Last().locations[0].ended->localMs += 3000;
+    log.Last().ended->localMs += 3000;
+  }
+  log.At(120'000).Calculates({kWired}).Decides(L"Office", 2);
+  log.At(180'000).Calculates({kWired}).Decides(L"Office", 0);
   const std::string page = PageOf(log);
-  EXPECT_NE(page.find("The picture shows the first ones only."), std::string::npos);
+  EXPECT_EQ(Count(page, "<rect class=\"bar many\""), 1U);
+  EXPECT_EQ(Count(page, "<rect class=\"bar\""), 1U);
+  EXPECT_NE(page.find("A pale one stands for several"), std::string::npos);
+  EXPECT_NE(page.find("(and 2999 more there)</title></rect>"), std::string::npos);
+  for (const char* name : {"change", "unreported", "slow"}) {
+    EXPECT_GT(Count(page, std::string(" class=\"") + name + "\""), 20U) << name;
+    EXPECT_LT(Count(page, std::string(" class=\"") + name + "\""), 400U) << name;
+  }
   EXPECT_NE(page.find("qela timeline --json tells all"), std::string::npos);
   EXPECT_LT(page.size(), 4U << 20);
+}
+
+TEST(QelaTimelinePage, BarsThatCanBeToldApartStayApart) {
+  Log log;
+  for (int i = 0; i < 100; ++i) log.Calculates({kWired}, Report::kRaised).Decides(L"Office", i % 2 == 0 ? 2 : 0);
+  EXPECT_EQ(Count(PageOf(log), "<rect class=\"bar\""), 50U);
+  EXPECT_EQ(PageOf(log).find("pale"), std::string::npos);
+  Log apart;
+  for (int i = 0; i < 5; ++i)
+    apart.At(36'000 * i).Calculates({kWired}).Decides(L"Office", 2).Calculates({kWired}).Decides(L"Office", 0);
+  EXPECT_EQ(Count(PageOf(apart), "<rect class=\"bar\""), 5U);
+  Log moving;
+  for (int i = 0; i < 100; ++i) moving.Calculates({kWired, kWireless}).Decides(L"Office", i % 2 == 0 ? 2 : 5);
+  EXPECT_EQ(Count(PageOf(moving), "<rect class=\"bar\""), 100U);
+}
+
+TEST(QelaTimelinePage, OfVeryManyLocationsThePictureShowsTheFirst) {
+  Log log;
+  log.Calculates({kWired});
+  for (int i = 0; i < 300; ++i) log.Decides(std::to_wstring(i), 2);
+  const std::string page = PageOf(log);
+  EXPECT_EQ(Count(page, "<rect class=\"bar\""), 200U);
+  EXPECT_NE(page.find("The picture shows the first 200 locations only."), std::string::npos);
 }
 
 }  // namespace

@@ -139,7 +139,8 @@ TEST(QelaTimeline, ACalculationThatIsBrokenEndsWhatIsKnown) {
             "Office from 2025-11-21T12:00:00.500 to 2025-11-21T12:00:10.000 at least, 9.5 s, on adapter 2 (eth0)\n"
             "Office from 2025-11-21T12:00:20.500 to the end of the log, 500 ms, on adapter 2 (eth0)\n");
   EXPECT_EQ(Gaps(timeline),
-            "from 2025-11-21T12:00:10.000 to 2025-11-21T12:00:20.000: messages of two calculations are mixed\n");
+            "from 2025-11-21T12:00:10.000 to 2025-11-21T12:00:20.000: the lines do not fit together: messages of two "
+            "calculations are mixed\n");
   // It may have been current all the time, so it did not enter, and whether the host was told is not known.
   EXPECT_EQ(Changes(timeline), "1 | current: Office on adapter 2 (eth0)\n3 | current: Office on adapter 2 (eth0)\n");
   EXPECT_EQ(timeline.changes[1].wasReported, std::nullopt);

@@ -28,7 +28,7 @@ Trust TrustIn(const LoggedCalculation& calculation) {
 }
 
 std::string WhyNotAll(const LoggedCalculation& calculation) {
-  if (!calculation.broken.empty()) return calculation.broken;
+  if (!calculation.broken.empty()) return "the lines do not fit together: " + calculation.broken;
   if (!calculation.hasBeginning) return "the log begins in the middle of a calculation";
   return HasAllVerdicts(calculation) ? "the log ends in a calculation or right behind it"
                                      : "the calculation breaks off";

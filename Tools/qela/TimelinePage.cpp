@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
-#include <functional>
 #include <iterator>
 #include <limits>
 
@@ -16,7 +15,6 @@ using Place = Timeline::Place;
 
 // What a browser still shows at once.
 constexpr std::size_t kMostRows = 200;
-constexpr std::size_t kMostMarks = 5000;
 constexpr std::size_t kMostLines = 5000;
 
 // The picture's own units; it is scaled to the page's width.
@@ -32,7 +30,7 @@ constexpr double kLeastBar = 2;  // a moment is seen, too
 constexpr const char* kPictureStyle =
     "<style>.picture{display:block;width:100%;min-width:40rem;font:13px system-ui,\"Segoe UI\",sans-serif}"
     ".picture text{fill:var(--text)}.picture .note{fill:var(--soft);font-size:12px}.picture .bar{fill:var(--bar)}"
-    ".picture .in-bar{fill:var(--on-bar);font-size:12px}.picture .gap{fill:url(#hatch)}"
+    ".picture .many{opacity:.6}.picture .in-bar{fill:var(--on-bar);font-size:12px}.picture .gap{fill:url(#hatch)}"
     ".picture .hatch{stroke:var(--unknown);stroke-width:2}.picture .line{stroke:var(--line)}"
     ".picture .change{fill:var(--bar)}.picture .slow{fill:var(--warn)}.picture .unreported{fill:var(--error)}"
     "@media print{.picture{min-width:0}}</style>\n";
@@ -185,7 +183,6 @@ class Picture {
       DrawLocation(location);
     }
     if (m_timeline.locations.empty()) Row("no location current", "No location is current in the log");
-    m_isCut = m_isCut || m_timeline.locations.size() > kMostRows;
     const std::string behind = Gaps(locations) + Ticks();
     std::string picture = "<svg class=\"picture\" viewBox=\"0 0 " + Number(kWidth) + " " + Number(m_y + kAxisHeight) +
                           "\" role=\"img\" aria-labelledby=\"picture-title picture-text\">\n"
@@ -197,8 +194,6 @@ class Picture {
     return picture + behind + m_front + "</svg>\n";
   }
 
-  bool IsCut() const { return m_isCut; }
-
  private:
   // A label with the room of the first column, cut off where it is longer. Returns the row's middle.
   double Row(const std::string& label, const std::string& title) {
@@ -209,25 +204,32 @@ class Picture {
     return m_y - kRowHeight / 2;
   }
 
-  bool MayMark() {
-    m_isCut = m_isCut || m_marks >= kMostMarks;
-    return m_marks++ < kMostMarks;
+  // Marks, and bars too narrow to be seen, that stand so close that they could not be told apart are drawn as one. So a
+  // row has a few hundred at most, and its end is shown like its beginning.
+  struct Mark {
+    double x;
+    double end;
+    std::string title;
+    std::size_t count = 1;
+  };
+  static void AddMark(std::vector<Mark>& marks, Mark mark, double room) {
+    if (marks.empty() || mark.x - marks.back().x >= room) {
+      marks.push_back(std::move(mark));
+    } else {
+      ++marks.back().count;
+      marks.back().end = std::max(marks.back().end, mark.end);
+    }
   }
+  static std::string TitleOf(const Mark& mark) {
+    return TitleElement(mark.title +
+                        (mark.count > 1 ? " (and " + std::to_string(mark.count - 1) + " more there)" : ""));
+  }
+
+  std::string At(const Place& place) const { return InWords(place) + " (" + LineInWords(place, m_files) + "): "; }
 
   // Three rows for what is no location; those that have nothing to show are left out.
   void DrawMarks() {
-    const auto at = [&](const Place& place) { return InWords(place) + " (" + LineInWords(place, m_files) + "): "; };
-    const auto row = [&](const char* label, const std::function<bool(const Timeline::Change&)>& isShown,
-                         const std::function<std::string(const Timeline::Change&)>& words, const char* shape,
-                         const char* name) {
-      if (std::none_of(m_timeline.changes.begin(), m_timeline.changes.end(), isShown)) return;
-      const double y = Row(label, label);
-      for (const Timeline::Change& change : m_timeline.changes)
-        if (isShown(change) && MayMark())
-          m_front += std::string("<path class=\"") + name + "\" d=\"M" + Number(m_axis.X(change.at)) + " " + Number(y) +
-                     shape + "\">" + TitleElement(at(change.at) + words(change)) + "</path>\n";
-    };
-    row(
+    DrawMarkedChanges(
         "adapters changed", [](const auto& change) { return !change.adapters.empty() || change.hasFailed; },
         [](const auto& change) {
           std::string words;
@@ -235,54 +237,94 @@ class Picture {
           return change.hasFailed ? std::string("no adapter was found") : words;
         },
         "m0-7l7 7-7 7-7-7z", "change");
-    row(
+    DrawMarkedChanges(
         "host not called", [](const auto& change) { return change.wasReported == false; },
         [](const auto&) { return std::string("the list of current locations changed, and the host was not called"); },
         "m-2-7h4v9h-4zm0 11h4v3h-4z", "unreported");
     if (m_timeline.slow.empty()) return;
     const double y = Row("slow calculation", "Calculations that took more than 2 s");
-    for (const Timeline::Slow& slow : m_timeline.slow)
-      if (MayMark()) Bar("slow", m_axis.X(slow.at), m_axis.Length(slow.took), y, at(slow.at) + InWords(slow));
+    std::vector<Mark> marks;
+    for (const Timeline::Slow& slow : m_timeline.slow) {
+      const double x = m_axis.X(slow.at);
+      AddMark(marks, {x, x + m_axis.Length(slow.took), At(slow.at) + InWords(slow)}, kLeastBar);
+    }
+    for (const Mark& mark : marks) Bar("slow", mark, y);
   }
 
-  void Bar(const char* name, double x, double length, double y, const std::string& title) {
-    m_front += std::string("<rect class=\"") + name + "\" rx=\"2\"" + Attribute("x", x) +
-               Attribute("y", y - kBarHeight / 2) + Attribute("width", std::clamp(length, kLeastBar, kWidth - x)) +
-               Attribute("height", kBarHeight) + ">" + TitleElement(title) + "</rect>\n";
+  void DrawMarkedChanges(const char* label, bool (*isShown)(const Timeline::Change&),
+                         std::string (*words)(const Timeline::Change&), const char* shape, const char* name) {
+    constexpr double kRoom = 5;
+    std::vector<Mark> marks;
+    for (const Timeline::Change& change : m_timeline.changes) {
+      if (!isShown(change)) continue;
+      const double x = m_axis.X(change.at);
+      AddMark(marks, {x, x, At(change.at) + words(change)}, kRoom);
+    }
+    if (marks.empty()) return;
+    const double y = Row(label, label);
+    for (const Mark& mark : marks)
+      m_front += std::string("<path class=\"") + name + "\" d=\"M" + Number(mark.x) + " " + Number(y) + shape + "\">" +
+                 TitleOf(mark) + "</path>\n";
+  }
+
+  void Bar(const char* name, const Mark& mark, double y) {
+    m_front += std::string("<rect class=\"") + name + "\" rx=\"2\"" + Attribute("x", mark.x) +
+               Attribute("y", y - kBarHeight / 2) +
+               Attribute("width", std::clamp(mark.end - mark.x, kLeastBar, kWidth - mark.x)) +
+               Attribute("height", kBarHeight) + ">" + TitleOf(mark) + "</rect>\n";
   }
 
   void DrawLocation(const Timeline::Location& location) {
-    constexpr double kLeastForText = 40;
+    constexpr std::size_t kMostLetters = 26;
     const std::string name = Printable(location.name);
-    const double y = Row(name, name);
-    for (const Timeline::Period& period : location.periods) {
-      if (!MayMark()) break;
-      const double x = m_axis.X(period.from);
-      const double length = m_axis.X(period.to) - x;
-      const std::string words = name + " " + InWords(period);
-      Bar("bar", x, length, y, words);
-      if (period.end == Timeline::Period::End::kOpen)
-        m_front += "<path class=\"bar-end change\" d=\"M" + Number(x + std::max(length, kLeastBar)) + " " + Number(y) +
-                   "m0-9l9 9-9 9z\">" + TitleElement(words) + "</path>\n";
-      if (length < kLeastForText) continue;
-      std::string adapters;
-      for (const Timeline::Adapter& adapter : period.adapters)
-        adapters +=
-            (adapters.empty() ? "" : ", ") + std::to_string(adapter.ifIndex) + " " + Printable(adapter.description);
-      m_front += "<svg" + Attribute("x", x) + Attribute("y", y - kBarHeight / 2) + Attribute("width", length - 4) +
-                 Attribute("height", kBarHeight) + "><text class=\"in-bar\" x=\"5\" y=\"13\">" + EscapeHtml(adapters) +
-                 TitleElement(words) + "</text></svg>\n";
+    const double y = Row(
+        location.name.size() > kMostLetters ? Printable(location.name.substr(0, kMostLetters - 1)) + "\u2026" : name,
+        name);
+    for (std::size_t i = 0; i < location.periods.size();) {
+      const Timeline::Period& first = location.periods[i];
+      Mark mark{m_axis.X(first.from), m_axis.X(first.to), name + " " + InWords(first)};
+      const bool isNarrow = mark.end - mark.x < kLeastBar;
+      std::size_t next = i + 1;
+      for (; next < location.periods.size() && isNarrow; ++next) {
+        const double end = m_axis.X(location.periods[next].to);
+        const double begin = m_axis.X(location.periods[next].from);
+        if (begin - mark.end >= kLeastBar || end - begin >= kLeastBar) break;
+        mark.end = end;
+      }
+      mark.count = next - i;
+      i = next;
+      const Timeline::Period& last = location.periods[next - 1];
+      Bar(mark.count > 1 ? "bar many" : "bar", mark, y);
+      if (last.end == Timeline::Period::End::kOpen)
+        m_front += "<path class=\"bar-end change\" d=\"M" + Number(std::max(mark.end, mark.x + kLeastBar)) + " " +
+                   Number(y) + "m0-9l9 9-9 9z\">" + TitleElement(name + " " + InWords(last)) + "</path>\n";
+      if (mark.count == 1) NameAdapters(first, mark, y);
     }
   }
 
+  void NameAdapters(const Timeline::Period& period, const Mark& mark, double y) {
+    constexpr double kLeastForText = 40;
+    const double length = mark.end - mark.x;
+    if (length < kLeastForText) return;
+    std::string adapters;
+    for (const Timeline::Adapter& adapter : period.adapters)
+      adapters +=
+          (adapters.empty() ? "" : ", ") + std::to_string(adapter.ifIndex) + " " + Printable(adapter.description);
+    m_front += "<svg" + Attribute("x", mark.x) + Attribute("y", y - kBarHeight / 2) + Attribute("width", length - 4) +
+               Attribute("height", kBarHeight) + "><text class=\"in-bar\" x=\"5\" y=\"13\">" + EscapeHtml(adapters) +
+               TitleOf(mark) + "</text></svg>\n";
+  }
+
   std::string Gaps(double top) {
-    std::string gaps;
+    std::vector<Mark> marks;
     for (const Timeline::Gap& gap : m_timeline.gaps)
-      if (MayMark())
-        gaps += "<rect class=\"gap\"" + Attribute("x", m_axis.X(gap.from)) + Attribute("y", top) +
-                Attribute("width", std::max(m_axis.X(gap.to) - m_axis.X(gap.from), kLeastBar)) +
-                Attribute("height", m_y - top) + ">" +
-                TitleElement("not known, what else was current, " + InWords(gap)) + "</rect>\n";
+      AddMark(marks, {m_axis.X(gap.from), m_axis.X(gap.to), "not known, what else was current, " + InWords(gap)},
+              kLeastBar);
+    std::string gaps;
+    for (const Mark& mark : marks)
+      gaps += "<rect class=\"gap\"" + Attribute("x", mark.x) + Attribute("y", top) +
+              Attribute("width", std::max(mark.end - mark.x, kLeastBar)) + Attribute("height", m_y - top) + ">" +
+              TitleOf(mark) + "</rect>\n";
     return gaps;
   }
 
@@ -322,15 +364,17 @@ class Picture {
   const Axis m_axis;
   std::string m_front;
   double m_y = kTop;
-  std::size_t m_marks = 0;
-  bool m_isCut = false;
 };
 
-std::string LegendOf(const Timeline& timeline) {
+std::string LegendOf(const Timeline& timeline, const std::string& picture) {
   std::string legend =
       "Each bar is a time in which the location was current, with its adapters; an arrow ends those of the "
       "log's end.";
   if (!timeline.gaps.empty()) legend += " Where it is hatched, the log does not tell what else was current.";
+  if (picture.find("\"bar many\"") != std::string::npos)
+    legend += " A pale one stands for several that are too narrow to be drawn apart.";
+  if (timeline.locations.size() > kMostRows)
+    legend += " The picture shows the first " + std::to_string(kMostRows) + " locations only.";
   return legend;
 }
 
@@ -387,7 +431,7 @@ std::string Tables(const Timeline& timeline, const FileNames& files) {
         if (!table.Add(
                 {EscapeHtml(Printable(location.name)), TimeCell(period.from),
                  isOpen ? "the end of the log" : TimeCell(period.to) + kEnds[static_cast<std::size_t>(period.end)],
-                 TimeBetween(period.from, period.to), EscapeHtml(InWords(period.adapters))}))
+                 Unbroken(TimeBetween(period.from, period.to)), EscapeHtml(InWords(period.adapters))}))
           break;
       }
     html += table.End();
@@ -424,11 +468,9 @@ std::string Tables(const Timeline& timeline, const FileNames& files) {
 }  // namespace
 
 std::string TimelinePage(const Timeline& timeline, const FileNames& files) {
-  Picture picture(timeline, files);
-  const std::string drawn = picture.Draw();
+  const std::string picture = Picture(timeline, files).Draw();
   return HtmlBeginning("Timeline of " + files.back()) + "<p>" + EscapeHtml(Summary(timeline, files)) +
-         "</p>\n<figure>\n<div class=\"wide\" role=\"region\" aria-label=\"Picture\" tabindex=\"0\">\n" + drawn +
-         "</div>\n<figcaption class=\"soft\">" + LegendOf(timeline) +
-         (picture.IsCut() ? " The picture shows the first ones only." : "") + "</figcaption>\n</figure>\n" +
+         "</p>\n<figure>\n<div class=\"wide\" role=\"region\" aria-label=\"Picture\" tabindex=\"0\">\n" + picture +
+         "</div>\n<figcaption class=\"soft\">" + LegendOf(timeline, picture) + "</figcaption>\n</figure>\n" +
          Tables(timeline, files) + std::string(HtmlEnd());
 }

@@ -6,5 +6,5 @@
 #include "Timeline.h"
 #include "TimelineText.h"
 
-// Of a log with very many changes the page shows the first ones, and says so.
+// Of very many lines the tables show the first ones, and say so.
 std::string TimelinePage(const Timeline& timeline, const FileNames& files);
