@@ -127,6 +127,10 @@ expect "$requests" http://elsewhere.test/a.png
 it "the page needs nothing but itself, and a browser has nothing to complain of"
 answer qela timeline --from-log moved.log --html page.html
 expect_answer 0 "Wrote the timeline of 5 calculations to page.html." ""
+page=$(<page.html)
+answer qela timeline --from-log moved.log --html page.html --json
+expect_json '.calculations == 5'
+expect "$(<page.html)" "$page"
 open_page page.html
 expect "$complaints" ""
 expect "$requests" ""
