@@ -137,7 +137,7 @@ end_watch
 title "13. Support asks why it is not at headquarters any more"
 why=$(qela explain Headquarters) || [ $? -eq 5 ] || { note "FAILED: $why"; exit 1; }
 printf '  $ qela explain Headquarters\n'
-sed 's/^/    /' <<<"$why"
+printf '%s\n' "$why" | sed 's/^/    /'
 [[ $why = *"Headquarters is not current: adapter "*" fails at the web host: ok.lab.test: error 12029 "* ]] ||
   { note "FAILED: this is not the reason"; exit 1; }
 

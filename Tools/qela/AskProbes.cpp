@@ -25,8 +25,9 @@ class ProbeListener {
     Say(L"IsCurrentLocation checking location ");
     const bool isServer = kind == LCT_ZELT_REACHABLE;
     Say(isServer ? L"IsCurrentLocation bZeltReachabilityCriteria 1" : L"IsCurrentLocation bZeltReachabilityCriteria 0");
-    Say(isServer ? L"IsCurrentLocation criteria count is 1"
-                 : L"Matching all the location criterias with the properties of adapter with index 0 and description .");
+    Say(isServer
+            ? L"IsCurrentLocation criteria count is 1"
+            : L"Matching all the location criterias with the properties of adapter with index 0 and description .");
   }
 
   ProbeNote End(LOCATION_CRITERIA_TYPE kind, const std::wstring& text, bool answer) {
@@ -70,14 +71,14 @@ void AskProbes(MachineSnapshot& machine, const LocationSet& set) {
     machine.notes[{kind, text}] = listener.End(kind, text, answer);
     return answer;
   };
-  const LocationProbes probes{
-      [&](const std::wstring& text) {
-        return listened(LCT_REGISTRY_KEY, text, [&] { return IsRegistryKeyCriterionMet(text) != 0; });
-      },
-      [&](const std::wstring& host) {
-        return listened(LCT_DOMAIN_REACHABLE, host, [&] { return IsDomainReachable(host); });
-      },
-      [&] { return listened(LCT_ZELT_REACHABLE, {}, &CheckZeltReachability); }};
+  const LocationProbes probes{[&](const std::wstring& text) {
+                                return listened(LCT_REGISTRY_KEY, text,
+                                                [&] { return IsRegistryKeyCriterionMet(text) != 0; });
+                              },
+                              [&](const std::wstring& host) {
+                                return listened(LCT_DOMAIN_REACHABLE, host, [&] { return IsDomainReachable(host); });
+                              },
+                              [&] { return listened(LCT_ZELT_REACHABLE, {}, &CheckZeltReachability); }};
   // A host that is silent takes its time, and who waits should see for what.
   const bool isWatched = IsTerminal(STD_ERROR_HANDLE);
   RecordAnswers(machine, set, probes, [&](LOCATION_CRITERIA_TYPE kind, const std::wstring& text) {

@@ -19,8 +19,8 @@ LocationExplanation ExplainBy(const CQeLocation& location, const std::vector<Ada
 // What the log tells of an answer.
 LocationExplanation::Question QuestionOf(const LoggedHostProbe& probe);
 LocationExplanation::Question QuestionOf(const LoggedManagementServer& server);
-// What became of each registry criterion up to the one that held: the lines come in the order of the criteria, and which
-// belong to one follows from what it names. Nothing when they do not fit.
+// What became of each registry criterion up to the one that held: the lines come in the order of the criteria, and
+// which belong to one follows from what it names. Nothing when they do not fit.
 std::optional<std::vector<LocationExplanation::Question>> QuestionsOf(const std::vector<std::wstring>& criteria,
                                                                       const std::vector<LoggedRegistryFact>& facts,
                                                                       bool hasHeld);

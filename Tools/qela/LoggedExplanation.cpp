@@ -264,7 +264,7 @@ Question QuestionOf(const LoggedManagementServer& server) {
 }
 
 std::optional<std::vector<Question>> QuestionsOf(const std::vector<std::wstring>& criteria,
-                                                  const std::vector<LoggedRegistryFact>& facts, bool hasHeld) {
+                                                 const std::vector<LoggedRegistryFact>& facts, bool hasHeld) {
   std::vector<Question> questions;
   auto fact = facts.begin();
   const auto take = [&](What what, const std::wstring& name) {
