@@ -528,14 +528,29 @@ TEST(QelaLogFile, HoldsNoMoreThanAFewMegabytesHoweverMuchItReads) {
 }
 
 TEST(QelaLogFile, ReadsTheSameAcrossTheBordersOfItsBlocks) {
+  constexpr std::size_t kBorder = (4 << 10) + (256 << 10);
   const LogFolder folder;
-  const Texts expected = Calculation(L"\u65e5\u672c \U0001f600");
-  const std::string log = ToUtf8(LogOf(Hosts()[4], expected, L"\r\n"));
-  for (std::size_t shift = 0; shift < log.size(); shift += 7) {
-    const std::string bytes = std::string((256 << 10) - shift, '-') + "\r\n" + log;
-    const std::vector<ReadMessage> messages = Read({folder.Write(L"a.log", bytes)});
-    ASSERT_EQ(TextsOf(messages), expected) << shift;
-    ASSERT_EQ(messages.front().line, 2u);
+  const std::string log = ToUtf8(LogOf(Hosts()[4], Calculation(L"\u65e5\u672c \U0001f600"), L"\r\n"));
+  const std::vector<ReadMessage> expected = Read({folder.Write(L"a.log", "\r\n" + log)});
+  // The border moves through what makes a line end, a letter and a line in the middle of a report.
+  const std::size_t middle = log.find("Count");
+  for (std::size_t before = middle; before < middle + 250; ++before) {
+    const std::vector<ReadMessage> messages =
+        Read({folder.Write(L"a.log", std::string(kBorder - 2 - before, '-') + "\r\n" + log)});
+    ASSERT_EQ(messages.size(), expected.size()) << before;
+    for (std::size_t i = 0; i < messages.size(); ++i) {
+      ASSERT_EQ(messages[i].text, expected[i].text) << before;
+      ASSERT_EQ(messages[i].line, expected[i].line) << before;
+    }
+  }
+  const std::size_t beginning = log.find("Calculating");
+  for (std::size_t before = beginning - 100; before < beginning + 40; ++before) {
+    const auto found =
+        FindCalculation({folder.Write(L"a.log", std::string(kBorder - 2 - before, '-') + "\r\n" + log)}, {});
+    ASSERT_TRUE(found);
+    ASSERT_EQ(found->messages.size(), expected.size()) << before;
+    ASSERT_EQ(found->messages.front().line, 2u) << before;
+    ASSERT_EQ(found->messages.back().line, expected.back().line) << before;
   }
 }
 
@@ -702,6 +717,13 @@ TEST(QelaFindCalculation, PassesOverOneThatBreaksOffInTheMiddle) {
   const auto at = ParseLogTime("2026-01-01 00:00");
   EXPECT_TRUE(FindCalculation({folder.Write(L"a", whole + cut)}, {at, {}})->wasSkipped);
   EXPECT_FALSE(FindCalculation({folder.Write(L"b", whole + cut + "\n" + whole)}, {at, {}})->wasSkipped);
+
+  std::string log = ToUtf8(LogOfCalculations(Hosts().front(), {L"A", L"B", L"C"}));
+  const std::size_t decision = log.find("IsCurrentLocation returning matched criterias 0 for location B");
+  log.erase(decision, log.find('\n', decision) - decision);
+  const auto found = FindCalculation({folder.Write(L"c", log)}, {ParseLogTime("2025-11-21 02:44:02.5+01:00"), {}});
+  EXPECT_EQ(FoundTexts(found)[8], L"IsCurrentLocation checking location A");
+  EXPECT_TRUE(found->wasSkipped);
 }
 
 TEST(QelaFindCalculation, FollowsACalculationIntoTheNextFile) {

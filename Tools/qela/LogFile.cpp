@@ -100,9 +100,10 @@ class CalculationSearch {
  public:
   explicit CalculationSearch(const LogQuery& query)
       : m_query(query),
-        m_plainName(query.location ? PlainPart(*query.location) : std::string()),
+        m_location(query.location.value_or(std::wstring())),
+        m_plainName(PlainPart(m_location)),
         m_decision([this](const LoggedMessage& message) {
-          m_isDecided = m_isDecided || DecidesOn(message.text, *m_query.location);
+          m_isDecided = m_isDecided || DecidesOn(message.text, m_location);
         }) {}
 
   void BeginFile(std::size_t file) {
@@ -122,7 +123,7 @@ class CalculationSearch {
       const std::size_t begins = LogScan::LineStart(lines, hit);
       const std::string_view line = LineAt(lines, hit);
       const std::optional<MessagePlace> place = FindMessage(line);
-      if (place->at != hit - begins) continue;  // a part of another message
+      if (!place || place->at != hit - begins) continue;  // a part of another message
       if (m_hasCurrent) m_current.Append({m_file, m_lines, isUtf8, {}}, lines.substr(taken, begins - taken));
       taken = begins;
       EndCalculation(true);
@@ -238,7 +239,8 @@ class CalculationSearch {
   }
 
   const LogQuery& m_query;
-  const std::string m_plainName;
+  const std::wstring m_location;
+  const std::string m_plainName;  // a part of it
   LogMessages m_decision;
   bool m_isDecided = false;
   std::size_t m_file = 0;

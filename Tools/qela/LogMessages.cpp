@@ -182,9 +182,7 @@ void LogMessages::Take(std::string_view lines) {
   }
 }
 
-void LogMessages::End() {
-  if (m_report) EndReport(true);
-}
+void LogMessages::End() { EndReport(true); }
 
 void LogMessages::LearnFrom(const LogMessages& other) {
   m_escapes = other.m_escapes;
@@ -196,12 +194,12 @@ void LogMessages::LearnFrom(const LogMessages& other) {
 
 void LogMessages::TakeLine(std::string_view line, bool isCut) {
   const std::optional<MessagePlace> place = FindMessage(line);
-  if (m_report && TakeOfReport(line, place ? place->at : line.size(), isCut)) return;
+  if (m_report && TakeOfReport(*m_report, line, place ? place->at : line.size(), isCut)) return;
   if (place) TakeMessage(line, *place, isCut);
 }
 
 void LogMessages::TakeMessage(std::string_view line, const MessagePlace& place, bool isCut) {
-  if (m_report) EndReport(false);
+  EndReport(false);
   const LibraryMessage& message = *place.message;
   std::string_view rest = line.substr(place.at);
   const bool isJson = m_isJsonEscaped && IsInJsonText(line, place.at);
@@ -276,8 +274,7 @@ void LogMessages::TakeReport(const LibraryMessage& message, std::string_view lin
 }
 
 // Whether the line goes on with the report: what does so stands before `limit`. Others may stand between its lines.
-bool LogMessages::TakeOfReport(std::string_view line, std::size_t limit, bool isCut) {
-  Report& report = *m_report;
+bool LogMessages::TakeOfReport(Report& report, std::string_view line, std::size_t limit, bool isCut) {
   const std::string_view allowed = line.substr(0, limit);
   if (report.expectsCount) {
     constexpr std::string_view kCount = "Count (";
@@ -293,7 +290,7 @@ bool LogMessages::TakeOfReport(std::string_view line, std::size_t limit, bool is
       }
       report.entries = 0;
     }
-  } else if (report.entries > 0 && limit == line.size() && TakeEntry(line, isCut)) {
+  } else if (report.entries > 0 && limit == line.size() && TakeEntry(report, line, isCut)) {
     return true;
   }
   if (report.field == kReportFields.size()) return false;
@@ -304,14 +301,19 @@ bool LogMessages::TakeOfReport(std::string_view line, std::size_t limit, bool is
   report.expectsCount = field.isList;
   report.entries = 0;
   ++report.field;
-  if (!field.isList) AppendValue(line.substr(at + field.label.size()), isCut);
+  if (!field.isList) {
+    std::wstring value;
+    Decode(line.substr(at + field.label.size()), value, isCut);
+    TakeTailOff(value, isCut);
+    report.text += value;
+  }
   if (report.field == kReportFields.size() || report.text.size() > kMostReportUnits) EndReport(isCut);
   return true;
 }
 
 // An address behind the last blank. So that it is not another line's, such as one that ends with a time, it must be
 // indented, or begin where the count began in a log that indents nothing.
-bool LogMessages::TakeEntry(std::string_view line, bool isCut) {
+bool LogMessages::TakeEntry(Report& report, std::string_view line, bool isCut) const {
   constexpr std::size_t kIndent = 3;
   std::wstring text;
   Decode(line, text, isCut);
@@ -320,23 +322,15 @@ bool LogMessages::TakeEntry(std::string_view line, bool isCut) {
   const std::size_t indentBegins = text.find_last_not_of(L" \t", begins == 0 ? 0 : begins - 1) + 1;
   const bool isIndented = begins >= kIndent && begins - std::min(indentBegins, begins) >= kIndent;
   text.erase(0, begins);
-  if (!IsAddress(text) || !(isIndented || begins == m_report->countColumn)) return false;
-  m_report->text += L"\n\t\t\t" + text;
-  --m_report->entries;
+  if (!IsAddress(text) || !(isIndented || begins == report.countColumn)) return false;
+  report.text += L"\n\t\t\t" + text;
+  --report.entries;
   return true;
 }
 
-void LogMessages::AppendValue(std::string_view value, bool isCut) {
-  std::wstring text;
-  Decode(value, text, isCut);
-  TakeTailOff(text, isCut);
-  m_report->text += text;
-}
-
 void LogMessages::EndReport(bool isCut) {
-  const Report report = std::move(*m_report);
-  m_report.reset();
-  m_onMessage({report.text, report.time, report.file, report.line, isCut});
+  if (const std::optional<Report> report = std::exchange(m_report, std::nullopt))
+    m_onMessage({report->text, report->time, report->file, report->line, isCut});
 }
 
 // Where the text is cut, so may be what stands behind it.

@@ -58,9 +58,8 @@ class LogMessages {
   void TakeMessage(std::string_view line, const MessagePlace& place, bool isCut);
   void TakeFixed(const LibraryMessage& message, bool isCut);
   void TakeReport(const LibraryMessage& message, std::string_view line, const MessagePlace& place, bool isCut);
-  bool TakeOfReport(std::string_view line, std::size_t limit, bool isCut);
-  bool TakeEntry(std::string_view line, bool isCut);
-  void AppendValue(std::string_view value, bool isCut);
+  bool TakeOfReport(Report& report, std::string_view line, std::size_t limit, bool isCut);
+  bool TakeEntry(Report& report, std::string_view line, bool isCut) const;
   void EndReport(bool isCut);
   void TakeTailOff(std::wstring& text, bool isCut) const;
   void Decode(std::string_view bytes, std::wstring& text, bool isCut) const;

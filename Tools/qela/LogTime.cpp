@@ -174,7 +174,7 @@ class TimeReader {
   Form m_form;
 };
 
-std::int64_t UniversalMs(const LogTime& time) { return time.localMs - *time.offsetMinutes * kMsPerMinute; }
+std::int64_t UniversalMs(const LogTime& time) { return time.localMs - time.offsetMinutes.value_or(0) * kMsPerMinute; }
 
 }  // namespace
 
