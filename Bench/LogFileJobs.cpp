@@ -133,5 +133,5 @@ void AddLogFileJobs(Jobs& jobs) {
   };
   add("log of 1 GB, the last calculation", 4, [](const LargeLog& log) { return Find(log, {}); });
   add("log of 1 GB, the last of a location", 4, [](const LargeLog& log) { return Find(log, {{}, log.LastName()}); });
-  add("log of 1 GB, every message", 12, ReadAll);
+  add("log of 1 GB, every message", 6, ReadAll);
 }

@@ -761,6 +761,23 @@ TEST(QelaFindCalculation, DoesNotTakeAnotherMessageForABeginning) {
   EXPECT_EQ(FoundTexts(found), Calculation(name));
 }
 
+// One look at each line, not at each of the texts in it.
+TEST(QelaFindCalculation, IsQuickWhereALineHoldsWhatIsLookedForAgainAndAgain) {
+  const LogFolder folder;
+  const auto line = [](const std::string& beginning, const std::string& text) {
+    std::string bytes = beginning;
+    while (bytes.size() < (4 << 20) - 200) bytes += text;
+    return bytes + "\n";
+  };
+  const std::string whole = ToUtf8(LogOfCalculations(Hosts().front(), {L"A"}));
+  const std::string decision = "IsCurrentLocation returning matched criterias 0 for location A.. ";
+  const std::wstring path =
+      folder.Write(L"a", whole + line("IsCurrentLocation checking location ", "Calculating current locations...") +
+                             line("", decision));
+  EXPECT_EQ(FindCalculation({path}, {{}, L"A"})->calculations, 1u);
+  EXPECT_FALSE(FindCalculation({path}, {{}, L"A.."}));
+}
+
 // ---- Searches
 
 TEST(QelaLogScan, CountsAndFindsAsOneLetterAfterTheOther) {

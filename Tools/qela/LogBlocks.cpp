@@ -57,7 +57,7 @@ LogBlocks::LogBlocks(const std::wstring& path, LogProgress& progress)
 
 bool LogBlocks::Next(std::string_view& lines) {
   for (;;) {
-    std::memmove(m_buffer.get(), m_buffer.get() + m_begin, m_end - m_begin);
+    if (m_begin != 0) std::memmove(m_buffer.get(), m_buffer.get() + m_begin, m_end - m_begin);
     m_end -= std::exchange(m_begin, 0);
     const std::size_t before = m_end;
     if (!Fill()) {

@@ -119,9 +119,11 @@ class CalculationSearch {
       m_lines += LogScan::CountLineEnds(lines.substr(counted, to - counted));
       counted = to;
     };
-    for (std::size_t hit = LogScan::Find(lines, kBegins); hit != kNone; hit = LogScan::Find(lines, kBegins, hit + 1)) {
+    std::size_t next = 0;  // line by line: one may hold the text a hundred thousand times
+    for (std::size_t hit = 0; (hit = LogScan::Find(lines, kBegins, next)) != kNone;) {
       const std::size_t begins = LogScan::LineStart(lines, hit);
       const std::string_view line = LineAt(lines, hit);
+      next = begins + line.size();
       const std::optional<MessagePlace> place = FindMessage(line);
       if (!place || place->at != hit - begins) continue;  // a part of another message
       if (m_hasCurrent) m_current.Append({m_file, m_lines, isUtf8, {}}, lines.substr(taken, begins - taken));
@@ -133,8 +135,9 @@ class CalculationSearch {
     }
     if (m_hasCurrent) m_current.Append({m_file, m_lines, isUtf8, {}}, lines.substr(taken));
     count(lines.size());
-    const std::size_t kept = std::min(lines.size(), kCauseReach);
-    m_before = lines.substr(LogScan::LineStart(lines, lines.size() - kept));
+    const std::size_t reach = std::min(lines.size(), kCauseReach);
+    m_before = lines.substr(lines.size() - reach);
+    if (reach < lines.size()) m_before.erase(0, LogScan::BehindLineEnd(m_before, LogScan::FindLineEnd(m_before, 0)));
   }
 
   std::optional<FoundCalculation> End() {
@@ -231,9 +234,11 @@ class CalculationSearch {
         if (const std::size_t at = LogScan::Find(text, kReport); at != kNone) takeLine(at);
         if (const std::size_t at = LogScan::Find(text, kBegins); at != kNone) takeLine(at);
       }
-      for (std::size_t at = LogScan::Find(text, kDecision); at != kNone && !m_isDecided;
-           at = LogScan::Find(text, kDecision, at + kDecision.size()))
-        if (m_plainName.empty() || LineAt(text, at).find(m_plainName) != kNone) takeLine(at);
+      for (std::size_t at = 0; !m_isDecided && (at = LogScan::Find(text, kDecision, at)) != kNone;) {
+        const std::string_view line = LineAt(text, at);
+        if (m_plainName.empty() || line.find(m_plainName) != kNone) TakePiece(m_decision, piece, line);
+        at = static_cast<std::size_t>(line.data() - text.data()) + line.size();
+      }
     }
     return m_isDecided;
   }
