@@ -791,8 +791,10 @@ TEST(QelaLogScan, CountsAndFindsAsOneLetterAfterTheOther) {
     ASSERT_EQ(LogScan::CountLineEnds(text), lines);
     const std::size_t from = text.empty() ? 0 : random() % text.size();
     ASSERT_EQ(LogScan::FindLineEnd(text, from), std::min(text.find_first_of("\r\n", from), text.size()));
-    for (const char* what : {"ab", "abba\nb", "abbabaabbabaabbaba"})
+    for (const char* what : {"ab", "abba\nb", "abbabaabbabaabbaba"}) {
       ASSERT_EQ(LogScan::Find(text, what, from), text.find(what, from));
+      ASSERT_EQ(LogScan::FindLast(text, what), text.rfind(what));
+    }
   }
 }
 

@@ -127,10 +127,10 @@ class CalculationSearch {
       const std::optional<MessagePlace> place = FindMessage(line);
       if (!place || place->at != hit - begins) continue;  // a part of another message
       if (m_hasCurrent) m_current.Append({m_file, m_lines, isUtf8, {}}, lines.substr(taken, begins - taken));
-      taken = begins;
       EndCalculation(true);
       count(begins);
-      Begin(lines.substr(0, begins), isUtf8);
+      Begin(lines.substr(taken, begins - taken), taken == 0, isUtf8);
+      taken = begins;
       m_current.began = TimeOfLine(line, *place);
     }
     if (m_hasCurrent) m_current.Append({m_file, m_lines, isUtf8, {}}, lines.substr(taken));
@@ -160,16 +160,16 @@ class CalculationSearch {
  private:
   static constexpr std::size_t kCauseReach = 4096;  // how far before a calculation its cause is looked for
 
-  void Begin(std::string_view before, bool isUtf8) {
+  // `before`: the lines since the last beginning, or of this block.
+  void Begin(std::string_view before, bool isFirstOfBlock, bool isUtf8) {
     m_hasCurrent = true;
     ++m_count;
     std::string joined;
-    if (before.size() < kCauseReach) before = joined.append(m_before).append(before);
-    const std::size_t from = before.size() - std::min(before.size(), kCauseReach);
-    const std::size_t cause = before.substr(from).rfind(kCause);
+    if (isFirstOfBlock && before.size() < kCauseReach) before = joined.append(m_before).append(before);
+    const std::size_t cause = LogScan::FindLast(before, kCause);
     std::string_view lines;
-    if (cause != kNone && before.find(kBegins, from + cause) == kNone)
-      lines = before.substr(LogScan::LineStart(before, from + cause));
+    if (cause != kNone) lines = before.substr(LogScan::LineStart(before, cause));
+    if (LogScan::Find(lines, kBegins) != kNone) lines = {};  // an earlier one's
     m_current.size = 0;
     m_current.pieces.resize(1);  // whose memory is used again
     Piece& piece = m_current.pieces.front();
@@ -204,7 +204,7 @@ class CalculationSearch {
   // Whether the last that is said of a location is not what became of it.
   bool BreaksOff() const {
     for (auto piece = m_current.pieces.rbegin(); piece != m_current.pieces.rend(); ++piece) {
-      const std::size_t last = piece->bytes.rfind(kLocation);
+      const std::size_t last = LogScan::FindLast(piece->bytes, kLocation);
       if (last != kNone) return !std::string_view(piece->bytes).substr(last).starts_with(kDecision);
     }
     return false;

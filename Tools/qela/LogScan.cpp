@@ -60,4 +60,14 @@ std::size_t Find(std::string_view text, std::string_view what, std::size_t from)
   return from > last ? std::string_view::npos : text.find(what, from);
 }
 
+std::size_t FindLast(std::string_view text, std::string_view what) {
+  std::size_t last = std::string_view::npos;
+  std::size_t from = text.size();
+  for (std::size_t reach = 1024; from > 0 && last == std::string_view::npos; reach *= 4) {
+    from = text.size() - std::min(text.size(), reach);
+    for (std::size_t at = from; (at = Find(text, what, at)) != std::string_view::npos; ++at) last = at;
+  }
+  return last;
+}
+
 }  // namespace LogScan

@@ -47,4 +47,7 @@ bool WidenAscii(std::string_view text, wchar_t* to);
 // As string_view::find, for a text of two letters or more.
 std::size_t Find(std::string_view text, std::string_view what, std::size_t from = 0);
 
+// As string_view::rfind, the quicker the nearer the end it is.
+std::size_t FindLast(std::string_view text, std::string_view what);
+
 }  // namespace LogScan
