@@ -15,9 +15,11 @@
 #include "FwClient/Common/Utilities/LenientUtf.h"
 #include "Tests/Contract/ScriptedSite.h"
 #include "Tests/Contract/ServiceTest.h"
+#include "Tests/Support/HostLogs.h"
 #include "Tools/qela/CriterionWords.h"
 #include "Tools/qela/Explanation.h"
 #include "Tools/qela/LocationSet.h"
+#include "Tools/qela/LogFile.h"
 #include "Tools/qela/MachineSnapshot.h"
 #include "Tools/qela/TestSet.h"
 
@@ -204,7 +206,26 @@ void ExpectTrueAnswers(const LocationExplanation& explained, const MachineSnapsh
     }
 }
 
+// The calculation as it is found in a log that a host has written.
+LoggedCalculation FoundIn(const std::vector<std::wstring>& files) {
+  CalculationReader reader;
+  const std::optional<FoundCalculation> found = FindCalculation(files, {});
+  if (!found) return {};
+  for (const auto& [text, time, file, line, mayBeCut] : found->messages)
+    if (const auto ended = reader.OnMessage({text, time, file, line, mayBeCut})) return *ended;
+  return reader.End().value_or(LoggedCalculation());
+}
+
+// A host's log tells times, which the calculation of the test has none of.
+Json WithoutTimes(Json json) {
+  if (json.is_object()) json.erase("milliseconds");
+  for (Json& element : json)
+    if (element.is_structured()) element = WithoutTimes(std::move(element));
+  return json;
+}
+
 TEST_F(ExplanationScenes, TheLogWithTheSetTheSnapshotAndTheLibraryAgree) {
+  const LogFolder folder;
   const std::shared_ptr<_IQeLaApiSmart> service = m_library.SmartApi();
   SceneMaker maker(1);
   std::map<LOCATION_CRITERIA_TYPE, int> failures;
@@ -219,6 +240,11 @@ TEST_F(ExplanationScenes, TheLogWithTheSetTheSnapshotAndTheLibraryAgree) {
     const std::vector<Verdict> verdicts = tested.VerdictsOn(machine);
     const std::vector<std::size_t> enabled = Enabled();
     ASSERT_EQ(m_calculation.locations.size(), m_calculation.hasFailed ? 0 : enabled.size());
+    const HostFormat& host = HostFormats()[number % HostFormats().size()];
+    const std::wstring path = folder.Write(L"service.log", LenientUtf::ToUtf8(LogOf(host, m_log.Texts())));
+    const LoggedCalculation written = FoundIn({path});
+    ASSERT_TRUE(written.IsWhole()) << host.name << ": " << written.broken;
+    ASSERT_EQ(written.locations.size(), m_calculation.locations.size()) << host.name;
     for (std::size_t i = 0; i < m_set.size(); ++i) {
       const Verdict decided = IsCurrent(m_set[i]) ? Verdict::kCurrent : Verdict::kNotCurrent;
       ASSERT_EQ(verdicts[i], decided);
@@ -229,6 +255,10 @@ TEST_F(ExplanationScenes, TheLogWithTheSetTheSnapshotAndTheLibraryAgree) {
       const LoggedLocation& logged = m_calculation.locations[static_cast<std::size_t>(position - enabled.begin())];
       const LocationExplanation ofLog = Explain(m_set[i], m_calculation, logged);
       ASSERT_EQ(ofLog.verdict, decided);
+      const auto place = static_cast<std::size_t>(position - enabled.begin());
+      ASSERT_EQ(WithoutTimes(ToJson(Explain(m_set[i], written, written.locations[place]))), ToJson(ofLog)) << host.name;
+      ASSERT_EQ(WithoutTimes(ToJson(Explain(written, written.locations[place]))), ToJson(Explain(m_calculation, logged)))
+          << host.name;
       for (const std::string& caveat : ofLog.caveats) ASSERT_EQ(caveat, "An adapter without IPv4 has the index 0.");
       ASSERT_EQ(ofLog.failure.has_value(), ofMachine.failure.has_value()) << ToText(ofLog);
       if (ofLog.failure) {
@@ -357,6 +387,61 @@ TEST_F(ExplanationScenes, ALogWithLinesMissingTwiceOrElsewhereTellsNoFalseVerdic
     }
   }
   EXPECT_GT(read, 1000);
+}
+
+// Every verdict in what is found in this log must be the true one.
+int ExpectTrueVerdictsIn(const LogFolder& folder, const std::string& bytes, const Verdicts& truth) {
+  const std::wstring path = folder.Write(L"service.log", bytes);
+  std::vector<std::wstring> messages;
+  if (const auto found = FindCalculation({path}, {})) {
+    CalculationReader reader;
+    int verdicts = 0;
+    std::optional<LoggedCalculation> calculation;
+    for (const auto& [text, time, file, line, mayBeCut] : found->messages)
+      if (auto ended = reader.OnMessage({text, time, file, line, mayBeCut})) calculation = std::move(ended);
+    if (!calculation) calculation = reader.End();
+    if (!calculation) return 0;
+    for (const LoggedLocation& location : calculation->locations) {
+      if (!location.isCurrent) continue;
+      const auto expected = truth.find(location.name);
+      if (expected == truth.end() || expected->second != *location.isCurrent)
+        ADD_FAILURE() << LenientUtf::ToUtf8(location.name) << " is said to be " << *location.isCurrent;
+      ++verdicts;
+    }
+    return verdicts;
+  }
+  return 0;
+}
+
+TEST_F(ExplanationScenes, ALogThatIsCutOrDamagedAnywhereTellsNoFalseVerdict) {
+  const std::shared_ptr<_IQeLaApiSmart> service = m_library.SmartApi();
+  const LogFolder folder;
+  SceneMaker maker(5);
+  std::mt19937 random(5);
+  constexpr std::size_t kCuts = 20;
+  int read = 0;
+  for (const HostFormat& host : HostFormats()) {
+    SCOPED_TRACE(host.name);
+    Scene scene = maker.Make();
+    for (std::size_t i = 0; i < scene.set.size(); ++i) scene.set[i].name = "Place " + std::to_string(i);
+    ASSERT_NO_FATAL_FAILURE(Play(*service, scene));
+    Verdicts truth;
+    for (const CQeLocation& location : m_set) truth[location.Name()] = IsCurrent(location);
+    const std::string whole = LenientUtf::ToUtf8(LogOf(host, m_log.Texts()));
+    read += ExpectTrueVerdictsIn(folder, whole, truth);
+    for (std::size_t cut = 0; cut < kCuts; ++cut) {
+      const std::size_t at = random() % whole.size();
+      read += ExpectTrueVerdictsIn(folder, whole.substr(0, at), truth);
+      read += ExpectTrueVerdictsIn(folder, whole.substr(at), truth);
+      read += ExpectTrueVerdictsIn(folder, whole.substr(0, at) + whole.substr(random() % whole.size()), truth);
+      std::string damaged = whole;
+      for (int i = 0; i < 3; ++i) damaged[random() % damaged.size()] = static_cast<char>(random() % 256);
+      read += ExpectTrueVerdictsIn(folder, damaged, truth);
+      damaged.insert(at, std::string(random() % 300, static_cast<char>(random() % 256)));
+      read += ExpectTrueVerdictsIn(folder, damaged, truth);
+    }
+  }
+  EXPECT_GT(read, 300);
 }
 
 TEST_F(ExplanationScenes, TwoCalculationsAtOnceTellNoFalseVerdict) {

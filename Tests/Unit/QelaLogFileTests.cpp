@@ -23,6 +23,7 @@
 #include "ScriptedWindows/ImportTable/HeapWatch.h"
 #include "ScriptedWindows/UniqueName.h"
 #include "Tests/Support/CommandFailure.h"
+#include "Tests/Support/HostLogs.h"
 #include "Tools/qela/LogMessages.h"
 #include "Tools/qela/LogScan.h"
 #include "Tools/qela/Text.h"
@@ -34,29 +35,6 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
 using Texts = std::vector<std::wstring>;
-
-// A folder of its own, gone with the object.
-class LogFolder {
- public:
-  LogFolder() : m_path(std::filesystem::temp_directory_path() / (L"qela-log-" + UniqueName())) {
-    std::filesystem::create_directory(m_path);
-  }
-  ~LogFolder() {
-    std::error_code ignored;
-    std::filesystem::remove_all(m_path, ignored);
-  }
-  LogFolder(const LogFolder&) = delete;
-  LogFolder& operator=(const LogFolder&) = delete;
-
-  std::wstring Path(const std::wstring& name) const { return m_path / name; }
-  std::wstring Write(const std::wstring& name, std::string_view bytes) const {
-    std::ofstream(std::filesystem::path(Path(name)), std::ios::binary).write(bytes.data(), std::ssize(bytes));
-    return Path(name);
-  }
-
- private:
-  std::filesystem::path m_path;
-};
 
 // ---- What the library says
 
@@ -99,129 +77,6 @@ Texts Calculation(const std::wstring& name = L"B\u00fcro \"S\u00fcd\"") {
           L"CheckZeltReachability failed",
           L"IsCurrentLocation returning matched criterias 0 for location " + name + L"...",
           L"Raising a location changed event..."};
-}
-
-// ---- How hosts write it
-
-std::wstring Replaced(std::wstring text, std::wstring_view what, std::wstring_view by) {
-  for (std::size_t at = text.find(what); at != std::wstring::npos; at = text.find(what, at + by.size()))
-    text.replace(at, what.size(), by);
-  return text;
-}
-
-std::wstring Escaped(std::wstring text) {
-  text = Replaced(text, L"\\", L"\\\\");
-  text = Replaced(text, L"\n", L"\\n");
-  text = Replaced(text, L"\r", L"\\r");
-  return Replaced(text, L"\t", L"\\t");
-}
-std::wstring JsonText(const std::wstring& text) {
-  std::wstring json = Replaced(Replaced(Escaped(text), L"\"", L"\\\""), L"/", L"\\/");
-  return Replaced(json, L"\u00fc", L"\\u00fc");
-}
-
-struct Host {
-  const char* name;
-  std::function<std::wstring(const std::wstring& text, int number)> write;  // lines without the last line end
-};
-
-std::wstring Clock(int number, const wchar_t* form = L"2025-11-21{}02:44:{:02}.{:03}", const wchar_t* letter = L"T") {
-  const int seconds = number / 1000;
-  const int milliseconds = number % 1000;
-  return std::vformat(form, std::make_wformat_args(letter, seconds, milliseconds));
-}
-
-// Other components' lines, some of which look like ours.
-constexpr const wchar_t* kOthers[] = {L"Update: checking",
-                                      L"\tDescription of nothing",
-                                      L"",
-                                      L"//----",
-                                      L"//-------------------------------------------------------------",
-                                      L"Calculating",
-                                      L"Count (7)",
-                                      L"Count",
-                                      L"Firewall: Location changed 7"};
-
-const std::vector<Host>& Hosts() {
-  static const std::vector<Host> hosts = {
-      {"our own",
-       [](const std::wstring& text, int number) {
-         return Clock(number) + L"+01:00\t8\tFirewallBL\tFIREWALL\tFwClient/Service/QeLaLib/QeLaLib.cpp:" +
-                std::to_wstring(number) + L"\t" + Escaped(text);
-       }},
-      {"the text alone", [](const std::wstring& text, int) { return text; }},
-      {"the text alone, escaped", [](const std::wstring& text, int) { return Escaped(text); }},
-      {"a prefix",
-       [](const std::wstring& text, int number) {
-         return Clock(number, L"{}21.11.2025 02:44:{:02},{:03}", L"") + L" [4711] INFO  FirewallBL - " + text;
-       }},
-      {"a prefix of each line",
-       [](const std::wstring& text, int number) {
-         const std::wstring prefix =
-             Clock(number, L"2025/11/21{}02:44:{:02}.{:03}", L" ") + L"|INFO|Count|DHCP Server| ";
-         std::wstring trimmed = text;
-         if (trimmed.ends_with(L'\n')) trimmed.pop_back();
-         return prefix + Replaced(trimmed, L"\n", L"\n" + prefix);
-       }},
-      {"a prefix of each line, and others between",
-       [](const std::wstring& text, int number) {
-         const std::wstring prefix = Clock(number, L"2025-11-21{}02:44:{:02}.{:03}", L" ") + L" fw ";
-         const std::wstring other = Clock(number, L"2025-11-21{}02:44:{:02}.{:03}", L" ") + L" up " +
-                                    kOthers[static_cast<std::size_t>(number) % std::size(kOthers)];
-         std::wstring trimmed = text;
-         if (trimmed.ends_with(L'\n')) trimmed.pop_back();
-         return other + L"\n" + prefix + Replaced(trimmed, L"\n", L"\n" + other + L"\n" + prefix);
-       }},
-      {"a prefix and something behind",
-       [](const std::wstring& text, int number) {
-         return Clock(number) + L"Z " + Escaped(text) + L" (FirewallBL) [\"x\"]";
-       }},
-      {"something behind each line",
-       [](const std::wstring& text, int number) {
-         std::wstring trimmed = text;
-         if (trimmed.ends_with(L'\n')) trimmed.pop_back();
-         return Clock(number) + L" " + Replaced(trimmed, L"\n", L" <FirewallBL>\n") + L" <FirewallBL>";
-       }},
-      {"quotes around the lines of a text",
-       [](const std::wstring& text, int number) {
-         return Clock(number, L"\"{}11/21/2025 2:44:{:02}.{:03} AM\"", L"") + L",\"INFO\",\"" + text + L"\"";
-       }},
-      {"JSON",
-       [](const std::wstring& text, int number) {
-         return L"{\"time\":\"" + Clock(number) + L"\",\"msg\":\"" + JsonText(text) + L"\",\"line\":" +
-                std::to_wstring(number) + L"}";
-       }},
-      {"JSON with the time behind and a line break in the text",
-       [](const std::wstring& text, int number) {
-         return L"{\"severity\": 8, \"text\": \"" + JsonText(text + L"\r\n") + L"\", \"at\": \"" + Clock(number) +
-                L"\", \"thread\": " + std::to_wstring(number % 7) + L"}";
-       }},
-      {"JSON around our own",
-       [](const std::wstring& text, int number) {
-         return Clock(number) + L"Z stdout F {\"log\":\"8\\tFirewallBL\\t" + JsonText(Escaped(text)) + L"\\n\",\"n\":" +
-                std::to_wstring(number) + L"}";
-       }},
-      {"names and values",
-       [](const std::wstring& text, int number) {
-         return L"time=\"" + Clock(number) + L"\" level=info msg=\"" + Replaced(Escaped(text), L"\"", L"\\\"") + L"\"";
-       }},
-      {"printed quotes",
-       [](const std::wstring& text, int number) {
-         return L"{ \"at\": \"" + Clock(number) + L"\", \"text\": \"" + text + L"\" }";
-       }},
-      {"blanks for tabs",
-       [](const std::wstring& text, int number) {
-         return Clock(number, L"2025-11-21{}02:44:{:02}.{:03}", L" ") + L" " + Replaced(text, L"\t", L"    ");
-       }},
-  };
-  return hosts;
-}
-
-std::wstring LogOf(const Host& host, const Texts& texts, const std::wstring& lineEnd = L"\n") {
-  std::wstring log;
-  int number = 0;
-  for (const std::wstring& text : texts) log += host.write(text, ++number) + L"\n";
-  return lineEnd == L"\n" ? log : Replaced(log, L"\n", lineEnd);
 }
 
 // ---- Encodings
@@ -301,12 +156,12 @@ Texts TextsIn(std::string_view lines) {
 
 TEST(QelaLogFile, GivesTheSameMessagesWhateverTheHostWritesAroundThem) {
   const Texts expected = Calculation();
-  for (const Host& host : Hosts()) EXPECT_EQ(ReadTexts(ToUtf8(LogOf(host, expected))), expected) << host.name;
+  for (const HostFormat& host : HostFormats()) EXPECT_EQ(ReadTexts(ToUtf8(LogOf(host, expected))), expected) << host.name;
 }
 
 TEST(QelaLogFile, GivesTheSameMessagesInEveryEncodingAndWithEveryLineEnd) {
   const Texts expected = Calculation();
-  for (const Host& host : Hosts())
+  for (const HostFormat& host : HostFormats())
     for (const Encoding& encoding : Encodings())
       for (const wchar_t* lineEnd : {L"\n", L"\r\n", L"\r"})
         EXPECT_EQ(ReadTexts(encoding.encode(LogOf(host, expected, lineEnd))), expected)
@@ -314,7 +169,7 @@ TEST(QelaLogFile, GivesTheSameMessagesInEveryEncodingAndWithEveryLineEnd) {
 }
 
 TEST(QelaLogFile, TellsWhereAndWhenAMessageWasWritten) {
-  for (const Host& host : Hosts()) {
+  for (const HostFormat& host : HostFormats()) {
     if (std::string_view(host.name).starts_with("the text")) continue;
     const LogFolder folder;
     const std::wstring log = LogOf(host, Calculation(), L"\r\n");
@@ -338,7 +193,7 @@ TEST(QelaLogFile, ReadsLettersOfEveryLanguage) {
   const Texts expected = Calculation(L"\u65e5\u672c \U0001f600 \u00e9");
   for (const Encoding& encoding : Encodings()) {
     if (std::string_view(encoding.name) == "the code page") continue;
-    EXPECT_EQ(ReadTexts(encoding.encode(LogOf(Hosts().front(), expected))), expected) << encoding.name;
+    EXPECT_EQ(ReadTexts(encoding.encode(LogOf(HostFormats().front(), expected))), expected) << encoding.name;
   }
 }
 
@@ -363,7 +218,7 @@ TEST(QelaLogFile, TakesNothingOffWhereWhatStandsBehindVaries) {
 }
 
 TEST(QelaLogFile, LearnsFromWhatFollowsHowItsBeginningIsWritten) {
-  for (const Host& host : Hosts()) {
+  for (const HostFormat& host : HostFormats()) {
     const Texts expected = Calculation();
     std::wstring log = LogOf(host, Calculation()) + LogOf(host, Calculation());
     const std::wstring cut = LogOf(host, {expected.begin(), expected.begin() + 8});
@@ -405,7 +260,7 @@ void ExpectBeginningOf(const Texts& texts, const Texts& whole, const std::string
 TEST(QelaLogFile, OfEveryTruncationSaysOnlyTheBeginning) {
   Texts whole = Calculation();
   whole.insert(whole.end(), whole.begin(), whole.end());
-  for (const Host& host : Hosts()) {
+  for (const HostFormat& host : HostFormats()) {
     const std::string log = ToUtf8(LogOf(host, whole));
     for (std::size_t size = 0; size < log.size(); ++size)
       ExpectBeginningOf(TextsIn(std::string_view(log).substr(0, size)), whole,
@@ -418,7 +273,7 @@ TEST(QelaLogFile, OfEveryTruncationAtItsBeginningSaysOnlyTheEnd) {
   const Texts once = Calculation();
   Texts whole = once;
   whole.insert(whole.end(), once.begin(), once.end());
-  for (const Host& host : Hosts()) {
+  for (const HostFormat& host : HostFormats()) {
     const std::string log = ToUtf8(LogOf(host, whole));
     for (std::size_t cut = 0; cut < log.size() / 2; ++cut) {
       Texts texts = TextsIn(std::string_view(log).substr(cut));
@@ -434,19 +289,19 @@ TEST(QelaLogFile, OfUtf16ThatIsCutInALetterSaysOnlyTheBeginning) {
                        L"Adapters List :"};
   const LogFolder folder;
   for (const bool isBigEndian : {false, true}) {
-    const std::string log = Utf16(LogOf(Hosts().front(), whole), isBigEndian);
+    const std::string log = Utf16(LogOf(HostFormats().front(), whole), isBigEndian);
     // An odd number of bytes that begin with a zero is taken for the usual order without its first byte.
     for (std::size_t size = 200; size < log.size(); size += isBigEndian ? 2 : 1)
       ExpectBeginningOf(TextsOf(Read({folder.Write(L"a.log", std::string_view(log).substr(0, size))})), whole,
                         std::to_string(size) + " bytes");
   }
-  const std::string log = Utf16(LogOf(Hosts().front(), whole), false);
+  const std::string log = Utf16(LogOf(HostFormats().front(), whole), false);
   EXPECT_EQ(TextsOf(Read({folder.Write(L"b.log", std::string_view(log).substr(1))})), whole);
 }
 
 TEST(QelaLogFile, SurvivesRandomBytes) {
   std::mt19937 random(4711);
-  const std::string log = ToUtf8(LogOf(Hosts().front(), Calculation()) + LogOf(Hosts()[5], Calculation()));
+  const std::string log = ToUtf8(LogOf(HostFormats().front(), Calculation()) + LogOf(HostFormats()[5], Calculation()));
   for (int round = 0; round < 3000; ++round) {
     std::string bytes = log;
     for (int change = 0; change < 20; ++change) {
@@ -517,7 +372,7 @@ TEST(QelaLogFile, HoldsNoMoreThanAFewMegabytesHoweverMuchItReads) {
   std::vector<std::string> parts(64, std::string(1 << 20, 'x'));  // a line that does not end
   parts.emplace_back("\n");
   std::string messages;
-  while (messages.size() < 1 << 20) messages += ToUtf8(LogOf(Hosts().front(), Calculation()));
+  while (messages.size() < 1 << 20) messages += ToUtf8(LogOf(HostFormats().front(), Calculation()));
   parts.insert(parts.end(), 16, messages);
   const PipeWriter writer(parts);
   std::size_t count = 0;
@@ -530,7 +385,7 @@ TEST(QelaLogFile, HoldsNoMoreThanAFewMegabytesHoweverMuchItReads) {
 TEST(QelaLogFile, ReadsTheSameAcrossTheBordersOfItsBlocks) {
   constexpr std::size_t kBorder = (4 << 10) + (256 << 10);
   const LogFolder folder;
-  const std::string log = ToUtf8(LogOf(Hosts()[4], Calculation(L"\u65e5\u672c \U0001f600"), L"\r\n"));
+  const std::string log = ToUtf8(LogOf(HostFormats()[4], Calculation(L"\u65e5\u672c \U0001f600"), L"\r\n"));
   const std::vector<ReadMessage> expected = Read({folder.Write(L"a.log", "\r\n" + log)});
   // The border moves through what makes a line end, a letter and a line in the middle of a report.
   const std::size_t middle = log.find("Count");
@@ -593,7 +448,7 @@ TEST(QelaLogFile, ReadsRotatedFilesTheOldestFirst) {
 }
 
 TEST(QelaLogFile, GoesOnInTheNextFile) {
-  for (const Host& host : Hosts()) {
+  for (const HostFormat& host : HostFormats()) {
     const LogFolder folder;
     const Texts expected = Calculation();
     const std::wstring first = LogOf(host, {expected.begin(), expected.begin() + 6});
@@ -615,7 +470,7 @@ Texts FoundTexts(const std::optional<FoundCalculation>& found) {
 }
 
 // Each a second later than the one before, the first at 02:44:01; with its own name.
-std::wstring LogOfCalculations(const Host& host, const std::vector<std::wstring>& names) {
+std::wstring LogOfCalculations(const HostFormat& host, const std::vector<std::wstring>& names) {
   std::wstring log;
   int number = 0;
   for (const std::wstring& name : names) {
@@ -626,7 +481,7 @@ std::wstring LogOfCalculations(const Host& host, const std::vector<std::wstring>
 }
 
 TEST(QelaFindCalculation, GivesTheLastAsReadLogDoes) {
-  for (const Host& host : Hosts())
+  for (const HostFormat& host : HostFormats())
     for (const Encoding& encoding : Encodings()) {
       const LogFolder folder;
       const std::wstring path =
@@ -651,7 +506,7 @@ TEST(QelaFindCalculation, GivesTheLastAsReadLogDoes) {
 
 TEST(QelaFindCalculation, GivesTheLastThatBeganByTheTime) {
   const LogFolder folder;
-  const std::wstring path = folder.Write(L"a", ToUtf8(LogOfCalculations(Hosts()[9], {L"A", L"B", L"C"})));
+  const std::wstring path = folder.Write(L"a", ToUtf8(LogOfCalculations(HostFormats()[9], {L"A", L"B", L"C"})));
   const auto at = [&](const char* text) { return FindCalculation({path}, {ParseLogTime(text), {}}); };
   EXPECT_FALSE(at("2025-11-21 02:44:00.999"));
   EXPECT_EQ(FoundTexts(at("2025-11-21 02:44:01"))[1], L"Calculating current locations...");
@@ -663,7 +518,7 @@ TEST(QelaFindCalculation, GivesTheLastThatBeganByTheTime) {
 
 TEST(QelaFindCalculation, SaysSoWhenTheLogTellsNoTime) {
   const LogFolder folder;
-  const std::wstring path = folder.Write(L"a", ToUtf8(LogOfCalculations(Hosts()[1], {L"A"})));
+  const std::wstring path = folder.Write(L"a", ToUtf8(LogOfCalculations(HostFormats()[1], {L"A"})));
   EXPECT_THAT(FailureOf([&] { FindCalculation({path}, {ParseLogTime("2026-01-01 00:00"), {}}); }),
               HasSubstr("tell no time"));
 }
@@ -671,7 +526,7 @@ TEST(QelaFindCalculation, SaysSoWhenTheLogTellsNoTime) {
 TEST(QelaFindCalculation, GivesTheLastInWhichTheLocationWasDecided) {
   const std::vector<std::wstring> names = {
       L"B\u00fcro \"S\u00fcd\" C:\\new/x", L"B", L"B\u00fcro", L"\u65e5", L"B 2", L"None"};
-  for (const Host& host : Hosts()) {
+  for (const HostFormat& host : HostFormats()) {
     const LogFolder folder;
     const std::wstring path = folder.Write(L"a", ToUtf8(LogOfCalculations(host, names)));
     for (const std::wstring& name : names) {
@@ -689,7 +544,7 @@ TEST(QelaFindCalculation, GivesTheLastInWhichTheLocationWasDecided) {
 
 TEST(QelaFindCalculation, PassesOverTheLastWhenItBreaksOff) {
   const LogFolder folder;
-  const std::string log = ToUtf8(LogOfCalculations(Hosts().front(), {L"A", L"B"}));
+  const std::string log = ToUtf8(LogOfCalculations(HostFormats().front(), {L"A", L"B"}));
   const std::string decision = "returning matched criterias 0 for location B";
   const auto upTo = [&](const std::string& end) {
     return FindCalculation({folder.Write(L"a", log.substr(0, log.rfind(end) + end.size()))}, {});
@@ -711,13 +566,13 @@ TEST(QelaFindCalculation, PassesOverTheLastWhenItBreaksOff) {
 
 TEST(QelaFindCalculation, PassesOverOneThatBreaksOffInTheMiddle) {
   const LogFolder folder;
-  const std::string whole = ToUtf8(LogOfCalculations(Hosts().front(), {L"A"}));
+  const std::string whole = ToUtf8(LogOfCalculations(HostFormats().front(), {L"A"}));
   const std::string cut = whole.substr(0, whole.find("CheckZelt"));
   const auto at = ParseLogTime("2026-01-01 00:00");
   EXPECT_TRUE(FindCalculation({folder.Write(L"a", whole + cut)}, {at, {}})->wasSkipped);
   EXPECT_FALSE(FindCalculation({folder.Write(L"b", whole + cut + "\n" + whole)}, {at, {}})->wasSkipped);
 
-  std::string log = ToUtf8(LogOfCalculations(Hosts().front(), {L"A", L"B", L"C"}));
+  std::string log = ToUtf8(LogOfCalculations(HostFormats().front(), {L"A", L"B", L"C"}));
   const std::size_t decision = log.find("IsCurrentLocation returning matched criterias 0 for location B");
   log.erase(decision, log.find('\n', decision) - decision);
   const auto found = FindCalculation({folder.Write(L"c", log)}, {ParseLogTime("2025-11-21 02:44:02.5+01:00"), {}});
@@ -727,7 +582,7 @@ TEST(QelaFindCalculation, PassesOverOneThatBreaksOffInTheMiddle) {
 
 TEST(QelaFindCalculation, FollowsACalculationIntoTheNextFile) {
   const LogFolder folder;
-  const std::string log = ToUtf8(LogOfCalculations(Hosts().front(), {L"A", L"B"}));
+  const std::string log = ToUtf8(LogOfCalculations(HostFormats().front(), {L"A", L"B"}));
   const std::size_t middle = log.find('\n', log.rfind("CheckZelt")) + 1;
   const auto found =
       FindCalculation({folder.Write(L"a", log.substr(0, middle)), folder.Write(L"b", log.substr(middle))}, {{}, L"B"});
@@ -756,7 +611,7 @@ TEST(QelaFindCalculation, CutsACalculationThatIsTooLarge) {
 TEST(QelaFindCalculation, DoesNotTakeAnotherMessageForABeginning) {
   const LogFolder folder;
   const std::wstring name = L"Calculating current locations...";
-  const auto found = FindCalculation({folder.Write(L"a", ToUtf8(LogOfCalculations(Hosts().front(), {name})))}, {});
+  const auto found = FindCalculation({folder.Write(L"a", ToUtf8(LogOfCalculations(HostFormats().front(), {name})))}, {});
   EXPECT_EQ(found->calculations, 1u);
   EXPECT_EQ(FoundTexts(found), Calculation(name));
 }
@@ -769,7 +624,7 @@ TEST(QelaFindCalculation, IsQuickWhereALineHoldsWhatIsLookedForAgainAndAgain) {
     while (bytes.size() < (4 << 20) - 200) bytes += text;
     return bytes + "\n";
   };
-  const std::string whole = ToUtf8(LogOfCalculations(Hosts().front(), {L"A"}));
+  const std::string whole = ToUtf8(LogOfCalculations(HostFormats().front(), {L"A"}));
   const std::string decision = "IsCurrentLocation returning matched criterias 0 for location A.. ";
   const std::wstring path =
       folder.Write(L"a", whole + line("IsCurrentLocation checking location ", "Calculating current locations...") +

@@ -135,6 +135,8 @@ const LibraryMessage* LibraryMessageAt(std::string_view text) {
     const LibraryMessage& message = kMessages[i];
     const std::size_t last = message.beginning - 1;
     if (last >= text.size() || text[last] != message.format[last] || text[1] != message.format[1]) continue;
+    // A longer line of dashes is somebody else's.
+    if (message.format[last] == '-' && last + 1 < text.size() && text[last + 1] == '-') continue;
     if ((found == nullptr || found->beginning < message.beginning) &&
         text.starts_with(message.format.substr(0, message.beginning)))
       found = &message;

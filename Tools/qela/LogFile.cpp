@@ -17,7 +17,7 @@
 
 namespace {
 
-constexpr std::size_t kNone = std::string_view::npos;
+constexpr std::size_t kNowhere = std::string_view::npos;
 constexpr std::size_t kMostCalculationBytes = 64 << 20;
 constexpr std::string_view kBegins = "Calculating current locations...";
 constexpr std::string_view kReport = "Adapter properties:";
@@ -120,7 +120,7 @@ class CalculationSearch {
       counted = to;
     };
     std::size_t next = 0;  // line by line: one may hold the text a hundred thousand times
-    for (std::size_t hit = 0; (hit = LogScan::Find(lines, kBegins, next)) != kNone;) {
+    for (std::size_t hit = 0; (hit = LogScan::Find(lines, kBegins, next)) != kNowhere;) {
       const std::size_t begins = LogScan::LineStart(lines, hit);
       const std::string_view line = LineAt(lines, hit);
       next = begins + line.size();
@@ -168,8 +168,8 @@ class CalculationSearch {
     if (isFirstOfBlock && before.size() < kCauseReach) before = joined.append(m_before).append(before);
     const std::size_t cause = LogScan::FindLast(before, kCause);
     std::string_view lines;
-    if (cause != kNone) lines = before.substr(LogScan::LineStart(before, cause));
-    if (LogScan::Find(lines, kBegins) != kNone) lines = {};  // an earlier one's
+    if (cause != kNowhere) lines = before.substr(LogScan::LineStart(before, cause));
+    if (LogScan::Find(lines, kBegins) != kNowhere) lines = {};  // an earlier one's
     m_current.size = 0;
     m_current.pieces.resize(1);  // whose memory is used again
     Piece& piece = m_current.pieces.front();
@@ -205,7 +205,7 @@ class CalculationSearch {
   bool BreaksOff() const {
     for (auto piece = m_current.pieces.rbegin(); piece != m_current.pieces.rend(); ++piece) {
       const std::size_t last = LogScan::FindLast(piece->bytes, kLocation);
-      if (last != kNone) return !std::string_view(piece->bytes).substr(last).starts_with(kDecision);
+      if (last != kNowhere) return !std::string_view(piece->bytes).substr(last).starts_with(kDecision);
     }
     return false;
   }
@@ -231,12 +231,12 @@ class CalculationSearch {
       const std::string_view text = piece.bytes;
       const auto takeLine = [&](std::size_t at) { TakePiece(m_decision, piece, LineAt(text, at)); };
       if (std::exchange(isFirst, false)) {
-        if (const std::size_t at = LogScan::Find(text, kReport); at != kNone) takeLine(at);
-        if (const std::size_t at = LogScan::Find(text, kBegins); at != kNone) takeLine(at);
+        if (const std::size_t at = LogScan::Find(text, kReport); at != kNowhere) takeLine(at);
+        if (const std::size_t at = LogScan::Find(text, kBegins); at != kNowhere) takeLine(at);
       }
-      for (std::size_t at = 0; !m_isDecided && (at = LogScan::Find(text, kDecision, at)) != kNone;) {
+      for (std::size_t at = 0; !m_isDecided && (at = LogScan::Find(text, kDecision, at)) != kNowhere;) {
         const std::string_view line = LineAt(text, at);
-        if (m_plainName.empty() || line.find(m_plainName) != kNone) TakePiece(m_decision, piece, line);
+        if (m_plainName.empty() || line.find(m_plainName) != kNowhere) TakePiece(m_decision, piece, line);
         at = static_cast<std::size_t>(line.data() - text.data()) + line.size();
       }
     }

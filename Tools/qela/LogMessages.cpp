@@ -129,6 +129,15 @@ std::size_t FindLabel(std::string_view line, std::string_view label) {
   return at;
 }
 
+std::size_t BlanksBefore(std::string_view line, std::size_t at) {
+  std::size_t blanks = 0;
+  while (blanks < at && IsBlank(line[at - blanks - 1])) ++blanks;
+  return blanks;
+}
+
+// Tabs that are kept, or blanks in their place; the host's own separator is one blank.
+constexpr std::size_t kIndentOfLabels = 2;
+
 bool IsAddress(std::wstring_view text) {
   return text.find_first_of(L".:") != std::wstring_view::npos &&
          text.find_first_not_of(L"0123456789abcdefABCDEF.:%") == std::wstring_view::npos;
@@ -279,7 +288,9 @@ bool LogMessages::TakeOfReport(Report& report, std::string_view line, std::size_
   if (report.expectsCount) {
     constexpr std::string_view kCount = "Count (";
     const std::size_t at = FindLabel(allowed, kCount);
-    if (at != kNone) {
+    // It stands further in than a label, unless the log has taken the indents away; another component's does not.
+    const bool isIndented = report.indent >= kIndentOfLabels;
+    if (at != kNone && (!isIndented || BlanksBefore(allowed, at) > report.indent)) {
       const std::string_view digits = line.substr(at + kCount.size());
       const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), report.entries);
       if (error == std::errc() && end != digits.data() + digits.size() && *end == ')') {
@@ -298,6 +309,7 @@ bool LogMessages::TakeOfReport(Report& report, std::string_view line, std::size_
   const std::size_t at = FindLabel(allowed, field.label);
   if (at == kNone) return false;
   report.text += L"\n\t" + Widen(field.label);
+  if (report.field == 0) report.indent = BlanksBefore(allowed, at);
   report.expectsCount = field.isList;
   report.entries = 0;
   ++report.field;
