@@ -290,6 +290,17 @@ TEST_F(QelaCheck, AKeyThatMayNotBeWrittenIsFoundAndNothingIsMade) {
   EXPECT_EQ(facts.readError, 0U);
 }
 
+TEST_F(QelaCheck, AKeyThatIsNotThereAndMayNotBeMadeIsFound) {
+  static decltype(&::RegOpenKeyExW) open;
+  const ImportPatch patch(
+      ThisProgram(), "RegOpenKeyExW",
+      +[](HKEY key, LPCWSTR path, DWORD options, REGSAM access, PHKEY result) -> LSTATUS {
+        return (access & KEY_CREATE_SUB_KEY) != 0 ? ERROR_ACCESS_DENIED : open(key, path, options, access, result);
+      });
+  open = patch.Original<LSTATUS(HKEY, LPCWSTR, DWORD, REGSAM, PHKEY)>();
+  EXPECT_EQ(GatherFacts().writeError, ERROR_ACCESS_DENIED);
+}
+
 TEST_F(QelaCheck, AKeyThatMayNotBeReadIsFound) {
   const ImportPatch patch(
       ThisProgram(), "RegOpenKeyExW",
