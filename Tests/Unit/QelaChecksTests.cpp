@@ -4,6 +4,8 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <fstream>
+#include <iterator>
 #include <string>
 
 #include "ScriptedWindows/ImportTable/ImportPatch.h"
@@ -11,6 +13,7 @@
 #include "ScriptedWindows/Windows/RedirectedMachineHive.h"
 #include "Tests/Support/RunQela.h"
 #include "Tests/Support/StoredSet.h"
+#include "Tests/Support/TestFile.h"
 #include "Tests/Unit/QelaMachines.h"
 #include "Tools/qela/Text.h"
 
@@ -206,6 +209,17 @@ TEST(QelaChecks, JsonHasEachCheckAndTheCounts) {
   EXPECT_EQ(json["checks"][5]["result"], "error");
   EXPECT_EQ(json["errors"], 1);
   EXPECT_EQ(json["warnings"], 1);
+}
+
+TEST(QelaChecks, TheDocumentHasThemInTheirOrder) {
+  std::ifstream file(TestFile("Docs/qela.md"), std::ios::binary);
+  const std::string text(std::istreambuf_iterator<char>(file), {});
+  std::size_t at = text.find("| Check | Warns | Error |");
+  for (const Check& check : Judge(Fine())) {
+    const std::size_t row = text.find("\n| `" + std::string(check.name) + "` |", at);
+    ASSERT_NE(row, std::string::npos) << check.name;
+    at = row;
+  }
 }
 
 // What is gathered, with Windows' answers replaced.

@@ -446,7 +446,7 @@ TEST(QelaRedaction, VerdictsAndWhereTheyFailAreTheSameBeforeItAndAfterIt) {
         const LocationExplanation after = Explain(redaction.Set()[i], redaction.Machine());
         ASSERT_EQ(after.verdict, before.verdict) << scene;
         ASSERT_EQ(after.failure.has_value(), before.failure.has_value()) << scene;
-        if (!before.failure) continue;
+        if (!before.failure || !after.failure) continue;
         ASSERT_EQ(after.failure->adapter, before.failure->adapter) << scene;
         ASSERT_EQ(after.failure->kind, before.failure->kind) << scene;
       }

@@ -430,7 +430,10 @@ class FreeText {
   static std::size_t SizeOfUuid(const std::wstring& text, std::size_t at) {
     std::size_t size = 0;
     for (const std::size_t digits : {8U, 4U, 4U, 4U, 12U}) {
-      if (size != 0 && At(text, at + size++) != L'-') return 0;
+      if (size != 0) {
+        if (At(text, at + size) != L'-') return 0;
+        ++size;
+      }
       for (std::size_t i = 0; i < digits; ++i)
         if (!IsHex(At(text, at + size++))) return 0;
     }

@@ -86,7 +86,9 @@ std::optional<IN_ADDR> ReadDotted(const std::wstring& text) {
       number = number * 10 + (text[at] - L'0');
     if (at == start || number > 255) return std::nullopt;
     bytes[i] = static_cast<unsigned char>(number);
-    if (i < 3 && (at == text.size() || text[at++] != L'.')) return std::nullopt;
+    if (i == 3) break;
+    if (at == text.size() || text[at] != L'.') return std::nullopt;
+    ++at;
   }
   return at == text.size() ? std::optional(address) : std::nullopt;
 }
