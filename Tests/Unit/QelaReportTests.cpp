@@ -277,6 +277,14 @@ TEST_F(QelaReport, ALogThatIsNotThereIsToldAndNothingIsWritten) {
   EXPECT_FALSE(std::filesystem::exists(Path(L"case.html")));
 }
 
+TEST_F(QelaReport, IsNeverWrittenOverALog) {
+  Write(m_folder / L"case.html", "the log\n");
+  const QelaAnswer answer = Report({L"--log", Path(L"case.html")});
+  EXPECT_EQ(answer.code, kFailed);
+  EXPECT_THAT(answer.err, HasSubstr("this is the log itself"));
+  EXPECT_EQ(Page(), "the log\n");
+}
+
 TEST_F(QelaReport, ASetThatCannotBeReadIsReported) {
   m_registry.Put({1, 2, 3});
   const QelaAnswer answer = Report();

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <filesystem>
+#include <system_error>
 
 #include "CommandError.h"
 #include "FwClient/Common/Utilities/UniqueHandle.h"
@@ -94,4 +96,12 @@ void WriteFileBytes(const std::wstring& path, const std::string& bytes) {
   if (error == ERROR_SUCCESS) return;
   ::DeleteFileW(unfinished.c_str());
   FailWriting(path, error);
+}
+
+void RefuseToOverwrite(const std::vector<std::wstring>& logs, const std::wstring& page) {
+  for (const std::wstring& log : logs) {
+    std::error_code error;
+    if (std::filesystem::equivalent(log, page, error))
+      throw CommandError(kFailed, ShownFileName(page) + ": this is the log itself; name another file for the page");
+  }
 }

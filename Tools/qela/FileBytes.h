@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 inline constexpr std::uint64_t kMostFileBytes = 64ULL << 20;
 
@@ -20,3 +21,6 @@ void WriteFileBytes(const std::wstring& path, const std::string& bytes);
 // For who reads or writes a file by other ways. `error` is the system's.
 [[noreturn]] void FailReading(const std::wstring& path, unsigned long error);
 [[noreturn]] void FailWriting(const std::wstring& path, unsigned long error);
+
+// A page is never written over what it tells of: throws CommandError (kFailed) when it is one of the logs.
+void RefuseToOverwrite(const std::vector<std::wstring>& logs, const std::wstring& page);

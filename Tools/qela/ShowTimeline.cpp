@@ -1,6 +1,4 @@
 #include <algorithm>
-#include <filesystem>
-#include <system_error>
 
 #include "CommandError.h"
 #include "Commands.h"
@@ -21,15 +19,6 @@ std::vector<std::wstring> FilesOf(const std::vector<std::wstring>& logs) {
     for (std::wstring& file : WithRotated(log))
       if (std::find(files.begin(), files.end(), file) == files.end()) files.push_back(std::move(file));
   return files;
-}
-
-// A page is never written over what it tells of.
-void RefuseToOverwrite(const std::vector<std::wstring>& logs, const std::wstring& page) {
-  for (const std::wstring& log : logs) {
-    std::error_code error;
-    if (std::filesystem::equivalent(log, page, error))
-      throw CommandError(kFailed, ShownFileName(page) + ": this is the log itself; name another file for the page");
-  }
 }
 
 Timeline Read(const std::vector<std::wstring>& files) {

@@ -81,6 +81,7 @@ const char* NameOf(Redaction::Level level) {
 ExitCode WriteReport(const Options& options) {
   const SupportOptions& asked = options.support;
   // First what can be wrong with what was asked for.
+  RefuseToOverwrite(asked.logs, asked.file);
   std::vector<std::wstring> tails;
   {
     LogProgress progress;
