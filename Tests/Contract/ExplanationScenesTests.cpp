@@ -257,7 +257,8 @@ TEST_F(ExplanationScenes, TheLogWithTheSetTheSnapshotAndTheLibraryAgree) {
       ASSERT_EQ(ofLog.verdict, decided);
       const auto place = static_cast<std::size_t>(position - enabled.begin());
       ASSERT_EQ(WithoutTimes(ToJson(Explain(m_set[i], written, written.locations[place]))), ToJson(ofLog)) << host.name;
-      ASSERT_EQ(WithoutTimes(ToJson(Explain(written, written.locations[place]))), ToJson(Explain(m_calculation, logged)))
+      ASSERT_EQ(WithoutTimes(ToJson(Explain(written, written.locations[place]))),
+                ToJson(Explain(m_calculation, logged)))
           << host.name;
       for (const std::string& caveat : ofLog.caveats) ASSERT_EQ(caveat, "An adapter without IPv4 has the index 0.");
       ASSERT_EQ(ofLog.failure.has_value(), ofMachine.failure.has_value()) << ToText(ofLog);

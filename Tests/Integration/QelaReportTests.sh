@@ -50,6 +50,14 @@ answer qela explain LOCATION-2 --machine case.html
 expect_code 5
 expect_out 'HKEY_LOCAL_MACHINE\KEY-1\KEY-2\VALUE-1=DATA-2 did not hold'
 
+it "a report tells what came of each request to a web host, and not to which"
+qela location add Web --gateway 10.20.0.1 --https-host never.bergbuero.test >/dev/null 2>&1
+answer qela report case.html
+expect_code 0
+grep -q 'web host HOST-1: no, [0-9.]* s: error 12007 (DNS does not know the name)' case.html || failed "$(grep 'web host' case.html)"
+expect "$(grep -ci never case.html || true)" 0
+qela location remove Web >/dev/null
+
 it "a report is written where the set cannot be read, too"
 reg add 'HKLM\SOFTWARE\Corvane\Tessel\Firewall\LA' /v la /t REG_BINARY /d 010203 /f >/dev/null
 answer qela check; expect_code 1; expect_out 'error  set: a location set is stored but cannot be read'

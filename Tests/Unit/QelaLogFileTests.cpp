@@ -156,7 +156,8 @@ Texts TextsIn(std::string_view lines) {
 
 TEST(QelaLogFile, GivesTheSameMessagesWhateverTheHostWritesAroundThem) {
   const Texts expected = Calculation();
-  for (const HostFormat& host : HostFormats()) EXPECT_EQ(ReadTexts(ToUtf8(LogOf(host, expected))), expected) << host.name;
+  for (const HostFormat& host : HostFormats())
+    EXPECT_EQ(ReadTexts(ToUtf8(LogOf(host, expected))), expected) << host.name;
 }
 
 TEST(QelaLogFile, GivesTheSameMessagesInEveryEncodingAndWithEveryLineEnd) {
@@ -611,7 +612,8 @@ TEST(QelaFindCalculation, CutsACalculationThatIsTooLarge) {
 TEST(QelaFindCalculation, DoesNotTakeAnotherMessageForABeginning) {
   const LogFolder folder;
   const std::wstring name = L"Calculating current locations...";
-  const auto found = FindCalculation({folder.Write(L"a", ToUtf8(LogOfCalculations(HostFormats().front(), {name})))}, {});
+  const auto found =
+      FindCalculation({folder.Write(L"a", ToUtf8(LogOfCalculations(HostFormats().front(), {name})))}, {});
   EXPECT_EQ(found->calculations, 1u);
   EXPECT_EQ(FoundTexts(found), Calculation(name));
 }

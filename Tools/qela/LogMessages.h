@@ -52,7 +52,7 @@ class LogMessages {
     bool expectsCount = false;
     std::uint64_t entries = 0;    // that are to come
     std::size_t countColumn = 0;  // where their number stood in its line
-    std::size_t indent = 0;  // blanks in front of the first label
+    std::size_t indent = 0;       // blanks in front of the first label
   };
 
   void TakeLine(std::string_view line, bool isCut);
