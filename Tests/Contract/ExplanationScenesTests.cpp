@@ -392,26 +392,15 @@ TEST_F(ExplanationScenes, ALogWithLinesMissingTwiceOrElsewhereTellsNoFalseVerdic
 
 // Every verdict in what is found in this log must be the true one.
 int ExpectTrueVerdictsIn(const LogFolder& folder, const std::string& bytes, const Verdicts& truth) {
-  const std::wstring path = folder.Write(L"service.log", bytes);
-  std::vector<std::wstring> messages;
-  if (const auto found = FindCalculation({path}, {})) {
-    CalculationReader reader;
-    int verdicts = 0;
-    std::optional<LoggedCalculation> calculation;
-    for (const auto& [text, time, file, line, mayBeCut] : found->messages)
-      if (auto ended = reader.OnMessage({text, time, file, line, mayBeCut})) calculation = std::move(ended);
-    if (!calculation) calculation = reader.End();
-    if (!calculation) return 0;
-    for (const LoggedLocation& location : calculation->locations) {
-      if (!location.isCurrent) continue;
-      const auto expected = truth.find(location.name);
-      if (expected == truth.end() || expected->second != *location.isCurrent)
-        ADD_FAILURE() << LenientUtf::ToUtf8(location.name) << " is said to be " << *location.isCurrent;
-      ++verdicts;
-    }
-    return verdicts;
+  int verdicts = 0;
+  for (const LoggedLocation& location : FoundIn({folder.Write(L"service.log", bytes)}).locations) {
+    if (!location.isCurrent) continue;
+    const auto expected = truth.find(location.name);
+    if (expected == truth.end() || expected->second != *location.isCurrent)
+      ADD_FAILURE() << LenientUtf::ToUtf8(location.name) << " is said to be " << *location.isCurrent;
+    ++verdicts;
   }
-  return 0;
+  return verdicts;
 }
 
 TEST_F(ExplanationScenes, ALogThatIsCutOrDamagedAnywhereTellsNoFalseVerdict) {

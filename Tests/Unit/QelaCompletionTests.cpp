@@ -56,6 +56,12 @@ TEST(QelaCompletion, NamesOfLocationsAreOfferedWhereOneIsTaken) {
   EXPECT_THAT(After({"location", "add", ""}), IsEmpty());
 }
 
+TEST(QelaCompletion, WhatSupportAsksForIsOffered) {
+  EXPECT_THAT(After({"explain", "Of"}), ElementsAre("Office"));
+  EXPECT_THAT(After({"explain", "--from-log", ""}), IsEmpty());
+  EXPECT_THAT(After({"report", "--redact", ""}), ElementsAre("full", "names", "none"));
+}
+
 TEST(QelaCompletion, FilesAreLeftToTheShell) {
   EXPECT_THAT(After({"apply", ""}), IsEmpty());
   EXPECT_THAT(After({"export", ""}), IsEmpty());

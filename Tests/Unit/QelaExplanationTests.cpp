@@ -14,7 +14,6 @@ using Outcome = LocationExplanation::Outcome;
 using std::chrono::milliseconds;
 using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::IsEmpty;
 
 std::vector<Outcome> OutcomesOf(const LocationExplanation::Adapter& adapter) {
   std::vector<Outcome> outcomes;

@@ -156,7 +156,7 @@ LoggedCalculation FindIn(const std::vector<std::wstring>& files, const SupportOp
   shown.source = (calculation.hasBeginning ? "The calculation" : "The end of a calculation") +
                  (began.empty() ? "" : " of " + began) + " (" + file + ", line " + std::to_string(calculation.line) +
                  ")";
-  shown.sourceMembers["log"] = {{"file", file}, {"line", calculation.line}};
+  shown.sourceMembers["log"] = {{"file", ToUtf8(files[calculation.file])}, {"line", calculation.line}};
   if (!began.empty()) shown.sourceMembers["log"]["time"] = began;
   if (found->wasSkipped)
     shown.notes.emplace_back("A later calculation breaks off in the log before it has decided, and is not shown.");

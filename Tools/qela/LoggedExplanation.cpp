@@ -5,6 +5,7 @@
 #include "CriterionWords.h"
 #include "Explanation.h"
 #include "ExplanationParts.h"
+#include "FwClient/Service/QeLaLib/MatchReport.h"
 #include "FwClient/Service/QeLaLib/RegistryKeyCriterion.h"
 #include "HttpsWords.h"
 #include "Text.h"
@@ -112,25 +113,6 @@ bool Agrees(const LocationExplanation& explanation, const LoggedCalculation& cal
   for (std::size_t i = 0; i < logged.adapters.size(); ++i)
     if (!Agrees(explanation.adapters[i], calculation.adapters[i], logged.adapters[i])) return false;
   return true;
-}
-
-std::vector<std::wstring> SeenOf(const AdapterProps& adapter, LOCATION_CRITERIA_TYPE kind) {
-  switch (kind) {
-    case LCT_DNS_SUFFIX:
-      return {adapter.dnsSuffix};
-    case LCT_DEFAULT_GATEWAY:
-      return adapter.gateways;
-    case LCT_DHCP_SERVER:
-      return {adapter.dhcpServer, adapter.dhcpV6Server};
-    case LCT_DNS_SERVER:
-      return adapter.dnsServers;
-    case LCT_PRIMARY_WINS:
-      return {adapter.winsPrimary};
-    case LCT_SECONDARY_WINS:
-      return {adapter.winsSecondary};
-    default:
-      return {};
-  }
 }
 
 // The criterion that held, as far as the line proves it; `adapter` is null where it is not known.

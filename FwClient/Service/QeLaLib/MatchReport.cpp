@@ -2,9 +2,6 @@
 
 #include <utility>
 
-namespace {
-
-// What the adapter has of a kind, as the criteria are compared with it.
 std::vector<std::wstring> SeenOf(const AdapterProps& adapter, LOCATION_CRITERIA_TYPE kind) {
   switch (kind) {
     case LCT_DNS_SUFFIX:
@@ -26,8 +23,6 @@ std::vector<std::wstring> SeenOf(const AdapterProps& adapter, LOCATION_CRITERIA_
   }
   return {};
 }
-
-}  // namespace
 
 void MatchReporter::OnLocation(const LocationCriteria& location) {
   m_report.locations.emplace_back().name = *location.name;

@@ -43,6 +43,9 @@ struct MatchReport {
   std::vector<Location> locations;
 };
 
+// What the adapter shows for a kind; nothing for the kinds that are asked elsewhere.
+std::vector<std::wstring> SeenOf(const AdapterProps& adapter, LOCATION_CRITERIA_TYPE kind);
+
 // Fills a report, which must outlive it.
 class MatchReporter final : public MatchObserver {
  public:
