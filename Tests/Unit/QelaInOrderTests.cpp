@@ -9,12 +9,12 @@
 namespace {
 
 TEST(QelaInOrder, ResultsAreTakenInOrderWhateverTheirWorkTakes) {
-  constexpr std::size_t kCount = 5000;
+  constexpr std::size_t kCount = 1000;
   std::vector<std::size_t> taken;
   InOrder(
       kCount, 4,
       [](std::size_t i) {
-        for (std::size_t turn = i * 7919 % 100; turn-- > 0;) std::this_thread::yield();
+        for (std::size_t turn = i * 7919 % 10; turn-- > 0;) std::this_thread::yield();
         return std::to_string(i);
       },
       [&](std::size_t i, const std::string& result) {
