@@ -224,6 +224,23 @@ TEST(QelaExplanation, ALogAloneNamesTheKindsOfWhichOneFailed) {
             "locations of that time, it can be told.");
 }
 
+TEST(QelaExplanation, TheAdapterThatCameNearestIsTheOneThatHeldMostEvenIfItIsNotKnownWhatFailedThere) {
+  LoggedCalculation calculation;
+  LoggedLocation office;
+  office.name = L"Office";
+  office.asksForManagementServer = false;
+  office.isCurrent = false;
+  office.adapters = {
+      {2, L"a", {{LCT_DNS_SUFFIX, L"x"}}, {{LoggedRegistryFact::What::kKeyMissing64, L"k", L""}}, {}, false},
+      {3, L"b", {{LCT_DNS_SUFFIX, L"x"}, {LCT_DEFAULT_GATEWAY, L"y"}}, {}, {}, false}};
+  EXPECT_THAT(Explain(calculation, office).sentence,
+              HasSubstr("on adapter 3 (b), DNS suffix x and default gateway y held, and one of DHCP server"));
+  std::swap(office.adapters[0].held, office.adapters[1].held);
+  const LocationExplanation known = Explain(calculation, office);
+  EXPECT_THAT(known.sentence, HasSubstr("adapter 2 (a) comes nearest, and failed at the registry key or value"));
+  ASSERT_TRUE(known.failure.has_value());
+}
+
 TEST(QelaExplanation, WhatWasAskedOfAHostIsKnownFromTheLogWithItsTimeAndItsErrors) {
   const LocationExplanation explained = Log()
                                             .Begin()

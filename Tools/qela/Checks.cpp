@@ -178,8 +178,9 @@ Check OfDnsDomain(const MachineFacts& facts) {
 
 Check OfClock(const MachineFacts& facts) {
   constexpr std::uint64_t kSettledSeconds = 300;
+  constexpr std::uint64_t kDayInMinutes = 1440;
   const std::uint64_t minutes = facts.upSeconds / 60;
-  const std::string found = "the machine started " + std::to_string(minutes / (24 * 60)) + " d " +
+  const std::string found = "the machine started " + std::to_string(minutes / kDayInMinutes) + " d " +
                             std::to_string(minutes / 60 % 24) + " h " + std::to_string(minutes % 60) +
                             " min ago; its clock shows " + facts.time;
   if (facts.year < kEarliestYear)

@@ -131,21 +131,23 @@ LocationExplanation ExplainBy(const CQeLocation& location, const std::vector<Ada
 void FindFailure(LocationExplanation& explanation) {
   explanation.failure.reset();
   if (explanation.verdict != Verdict::kNotCurrent || explanation.managementServer) return;
-  std::pair<std::size_t, std::size_t> best;  // kinds that held, and kinds that did not fail
+  std::optional<std::pair<std::size_t, std::size_t>> best;  // kinds that held, and kinds that did not fail
   for (std::size_t i = 0; i < explanation.adapters.size(); ++i) {
     const std::vector<LocationExplanation::Kind>& kinds = explanation.adapters[i].kinds;
     const auto failed = std::find_if(kinds.begin(), kinds.end(), [](const LocationExplanation::Kind& kind) {
       return kind.outcome == Outcome::kFailed;
     });
-    if (failed == kinds.end()) continue;
+    const bool isKnown = failed != kinds.end();
+    if (!isKnown && explanation.adapters[i].oneOfFailed.empty()) continue;
     const auto others =
         static_cast<std::size_t>(std::count_if(kinds.begin(), kinds.end(), [](const LocationExplanation::Kind& kind) {
           return kind.outcome != Outcome::kFailed && kind.outcome != Outcome::kFailsToo;
         }));
     const std::pair candidate(static_cast<std::size_t>(failed - kinds.begin()), others);
-    if (explanation.failure && candidate <= best) continue;
+    if (best && candidate <= *best) continue;
     best = candidate;
-    explanation.failure = {i, failed->kind};
+    explanation.failure.reset();
+    if (isKnown) explanation.failure = {i, failed->kind};
   }
 }
 

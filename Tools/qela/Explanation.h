@@ -57,7 +57,8 @@ struct LocationExplanation {
   bool asksForManagementServer = false;
   std::optional<Question> managementServer;  // when it was asked
 
-  // Of the adapter that came nearest: the position, and the kind that fails there; none when another thing decides.
+  // Of the adapter that came nearest: the position, and the kind that fails there; none when another thing decides, or
+  // the kind is not known.
   struct Failure {
     std::size_t adapter;
     LOCATION_CRITERIA_TYPE kind;

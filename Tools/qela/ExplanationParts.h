@@ -26,7 +26,7 @@ std::optional<std::vector<LocationExplanation::Question>> QuestionsOf(const std:
                                                                       bool hasHeld);
 
 // The adapter that came nearest: that held most kinds before one failed, then the one on which fewest fail, then the
-// first.
+// first. No failure where it is not known which kind failed there.
 void FindFailure(LocationExplanation& explanation);
 
 // Puts the sentence in, from all the rest.

@@ -94,8 +94,8 @@ std::string Remedy(const LocationExplanation& explanation, const Kind& kind) {
   return remedy + ".";
 }
 
-std::string NotCurrentByAdapter(const LocationExplanation& explanation, const char* isNot, Tense tense) {
-  const Adapter& adapter = explanation.adapters[explanation.failure->adapter];
+std::string NotCurrentByAdapter(const LocationExplanation& explanation, const Adapter& adapter, const char* isNot,
+                                Tense tense) {
   const auto kind = std::find_if(adapter.kinds.begin(), adapter.kinds.end(),
                                  [](const Kind& tested) { return tested.outcome == Outcome::kFailed; });
   std::string sentence = NameOf(explanation) + isNot + "current: " + InWords(adapter) +
@@ -113,13 +113,16 @@ std::string NotCurrentByAdapter(const LocationExplanation& explanation, const ch
 
 // Without the criteria: what held, and what may have failed.
 std::string NotCurrentByLog(const LocationExplanation& explanation) {
-  const Adapter* best = &explanation.adapters.front();
+  const Adapter* best = nullptr;
   for (const Adapter& adapter : explanation.adapters)
-    if (adapter.kinds.size() > best->kinds.size()) best = &adapter;
+    if (!adapter.oneOfFailed.empty() && (best == nullptr || adapter.kinds.size() > best->kinds.size())) best = &adapter;
+  if (best == nullptr) return NameOf(explanation) + " was not current; the log does not say why.";
   std::vector<std::string> held;
+  held.reserve(best->kinds.size());
   for (const Kind& kind : best->kinds)
     held.push_back(std::string(TitleOf(kind.kind)) + (kind.held ? " " + ShownCriterion(*kind.held) : ""));
   std::vector<std::string> maybe;
+  maybe.reserve(best->oneOfFailed.size());
   for (const LOCATION_CRITERIA_TYPE kind : best->oneOfFailed) maybe.emplace_back(TitleOf(kind));
   return NameOf(explanation) + " was not current: on " + InWords(*best) + ", " +
          (held.empty() ? "nothing is known to have held" : Join(held, ", ", " and ") + " held") + ", and one of " +
@@ -182,7 +185,8 @@ std::string Sentence(const LocationExplanation& explanation, Tense tense) {
            ". It would be current if DNS knew one of the management servers that the management agent names.";
   }
   if (explanation.adapters.empty()) return name + isNot + "current: the machine shows no adapter that is up.";
-  return explanation.failure ? NotCurrentByAdapter(explanation, isNot, tense) : NotCurrentByLog(explanation);
+  if (!explanation.failure) return NotCurrentByLog(explanation);
+  return NotCurrentByAdapter(explanation, explanation.adapters[explanation.failure->adapter], isNot, tense);
 }
 
 // As many cells below each other as there are values.

@@ -64,7 +64,10 @@ std::string PlainPart(std::wstring_view text) {
   std::string longest;
   std::string part;
   for (const wchar_t unit : text) {
-    part = isPlain(unit) ? part + static_cast<char>(unit) : std::string();
+    if (isPlain(unit))
+      part += static_cast<char>(unit);
+    else
+      part.clear();
     if (part.size() > longest.size()) longest = part;
   }
   return longest.size() < 2 ? std::string() : longest;
@@ -291,6 +294,7 @@ std::vector<std::wstring> WithRotated(const std::wstring& path) {
   }
   std::ranges::sort(rotated, std::greater());
   std::vector<std::wstring> files;
+  files.reserve(rotated.size() + 1);
   for (auto& [age, file] : rotated) files.push_back(std::move(file));
   files.push_back(path);
   return files;

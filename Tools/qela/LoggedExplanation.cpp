@@ -42,8 +42,9 @@ class LoggedAnswers {
     const LoggedAdapterTest& test = m_logged.adapters[adapter];
     if (kind == LCT_DOMAIN_REACHABLE) return Find(test.hosts, text);
     // Without lines of its own a criterion of several may be any of them; that one held, or none did, is known.
-    if (!m_registry[adapter]) return {text, Held(test, kind), {}, {}, {}};
-    for (const Question& question : *m_registry[adapter])
+    const std::optional<std::vector<Question>>& known = m_registry[adapter];
+    if (!known) return {text, Held(test, kind), {}, {}, {}};
+    for (const Question& question : *known)
       if (question.text == text) return question;
     return {text, {}, {}, {}, {}};
   }
