@@ -18,6 +18,7 @@ std::string Joined(const std::vector<std::string>& texts, const char* separator)
 
 std::string Joined(const std::vector<Timeline::Current>& locations) {
   std::vector<std::string> texts;
+  texts.reserve(locations.size());
   for (const Timeline::Current& location : locations) texts.push_back(InWords(location));
   return Joined(texts, "; ");
 }
@@ -75,6 +76,7 @@ std::string TimeBetween(const Timeline::Place& from, const Timeline::Place& to) 
 
 std::string InWords(const std::vector<Timeline::Adapter>& adapters) {
   std::vector<std::string> texts;
+  texts.reserve(adapters.size());
   for (const Timeline::Adapter& adapter : adapters)
     texts.push_back("adapter " + std::to_string(adapter.ifIndex) + " (" + Printable(adapter.description) + ")");
   return texts.empty() ? "no adapter" : Joined(texts, ", ");
@@ -107,6 +109,7 @@ std::vector<std::string> InWords(const Timeline::Change& change) {
   if (!change.moved.empty()) lines.push_back("now on other adapters: " + Joined(change.moved));
   if (!change.left.empty()) {
     std::vector<std::string> names;
+    names.reserve(change.left.size());
     for (const std::wstring& name : change.left) names.push_back(Printable(name));
     lines.push_back("left: " + Joined(names, "; "));
   }
@@ -121,6 +124,7 @@ std::vector<std::string> InWords(const Timeline::Change& change) {
 
 std::string InWords(const Timeline::Slow& slow) {
   std::vector<std::string> probes;
+  probes.reserve(slow.probes.size());
   for (const Timeline::Slow::Probe& probe : slow.probes)
     probes.push_back(
         (probe.kind == LCT_ZELT_REACHABLE ? "the management server" : "web host " + Printable(probe.host)) + " " +
