@@ -2,6 +2,9 @@
 
 #include <winsock2.h>
 #include <windows.h>
+#include <rpc.h>
+#include <windns.h>
+#include <winhttp.h>
 
 #include <cerrno>
 #include <unordered_map>
@@ -33,7 +36,27 @@ const std::vector<ImportRule>& Rules() {
       // That there is no such value is an answer, not a failure.
       Registry("RegGetValueW", {ERROR_ACCESS_DENIED, ERROR_MORE_DATA, ERROR_KEY_DELETED, ERROR_NO_SYSTEM_RESOURCES}),
       Registry("RegNotifyChangeKeyValue", {ERROR_KEY_DELETED, ERROR_NO_SYSTEM_RESOURCES, ERROR_INVALID_PARAMETER}),
+      Registry("RegQueryValueExW", {ERROR_ACCESS_DENIED, ERROR_FILE_NOT_FOUND, ERROR_MORE_DATA, ERROR_KEY_DELETED,
+                                    ERROR_NO_SYSTEM_RESOURCES}),
+      Registry("RegCreateKeyExW", {ERROR_ACCESS_DENIED, ERROR_CHILD_MUST_BE_VOLATILE, ERROR_NO_SYSTEM_RESOURCES}),
+      Registry("RegSetValueExW", {ERROR_ACCESS_DENIED, ERROR_KEY_DELETED, ERROR_NO_SYSTEM_RESOURCES}),
+      Registry("RegFlushKey", {ERROR_REGISTRY_IO_FAILED, ERROR_DISK_FULL}),
       {"RegCloseKey", {}, kOpen},
+
+      // ---- who the thread is, and whose processes there are ----
+      {"OpenProcessToken", {{kNull, ERROR_ACCESS_DENIED}, {kNull, ERROR_NO_SYSTEM_RESOURCES}}},
+      {"ImpersonateLoggedOnUser", {{kNull, ERROR_BAD_IMPERSONATION_LEVEL}, {kNull, ERROR_NO_SYSTEM_RESOURCES}}},
+      {"RevertToSelf", {{kNull, ERROR_INTERNAL_ERROR}}},
+      {"SetThreadToken", {{kNull, ERROR_ACCESS_DENIED}}},
+      {"CreateToolhelp32Snapshot", {{kMinusOne, ERROR_NOT_ENOUGH_MEMORY}, {kMinusOne, ERROR_ACCESS_DENIED}}},
+      {"Process32FirstW", {{kNull, ERROR_NO_MORE_FILES}}},
+      {"Process32NextW", {{kNull, ERROR_NO_MORE_FILES}}},
+      {"CreateProcessW",
+       {{kNull, ERROR_FILE_NOT_FOUND}, {kNull, ERROR_ACCESS_DENIED}, {kNull, ERROR_NOT_ENOUGH_MEMORY}}},
+      {"CreatePipe", {{kNull, ERROR_NOT_ENOUGH_MEMORY}}},
+      {"SetHandleInformation", {{kNull, ERROR_ACCESS_DENIED}}},
+      {"PeekNamedPipe", {{kNull, ERROR_BROKEN_PIPE}}},
+      {"ReadFile", {{kNull, ERROR_BROKEN_PIPE}, {kNull, ERROR_NOT_ENOUGH_MEMORY}}},
 
       // ---- handles, threads, waits ----
       {"CreateEventA", {{kNull, ERROR_NO_SYSTEM_RESOURCES}}},
@@ -84,6 +107,9 @@ const std::vector<ImportRule>& Rules() {
       {"GetModuleHandleW", {{kNull, ERROR_MOD_NOT_FOUND}}},
       {"GetModuleHandleExW", {{kNull, ERROR_MOD_NOT_FOUND}}},
       {"GetProcAddress", {{kNull, ERROR_PROC_NOT_FOUND}}},
+      {"LoadLibraryW", {{kNull, ERROR_MOD_NOT_FOUND}, {kNull, ERROR_NOT_ENOUGH_MEMORY}}},
+      {"FreeLibrary", {}, kOpen},
+      {"FreeLibraryAndExitThread", {}, kEnds},
       {"FindResourceW", {{kNull, ERROR_RESOURCE_NAME_NOT_FOUND}}},
       {"SizeofResource", {{kNull, ERROR_RESOURCE_DATA_NOT_FOUND}}},
       {"LoadResource", {{kNull, ERROR_NOT_ENOUGH_MEMORY}}},
@@ -108,6 +134,80 @@ const std::vector<ImportRule>& Rules() {
       {"OutputDebugStringA", {}, kNoResult},
       {"OutputDebugStringW", {}, kNoResult},
       {"IsDebuggerPresent", {}, kValue},
+
+      // ---- the machine and its network ----
+      {"GetVersionExW", {{kNull, ERROR_INSUFFICIENT_BUFFER}}},
+      {"GetSystemDirectoryW", {{kNull, ERROR_NOT_ENOUGH_MEMORY}}},
+      Registry("GetAdaptersAddresses",
+               {ERROR_NO_DATA, ERROR_BUFFER_OVERFLOW, ERROR_NOT_ENOUGH_MEMORY, ERROR_INVALID_PARAMETER}),
+      Registry("GetIpAddrTable", {ERROR_NO_DATA, ERROR_INSUFFICIENT_BUFFER, ERROR_NOT_ENOUGH_MEMORY}),
+      {"NotifyAddrChange",
+       {{ERROR_NOT_ENOUGH_MEMORY, ERROR_NOT_ENOUGH_MEMORY},
+        {ERROR_NOT_SUPPORTED, ERROR_NOT_SUPPORTED},
+        {ERROR_INVALID_PARAMETER, ERROR_INVALID_PARAMETER}}},
+      {"CancelIPChangeNotify", {}, "it fails only for what does not pend"},
+      {"GetOverlappedResult", {}, "it is asked to wait for what is withdrawn, which it does whatever it answers"},
+      Registry("DnsQuery_W",
+               {DNS_ERROR_RCODE_NAME_ERROR, DNS_ERROR_RCODE_SERVER_FAILURE, ERROR_TIMEOUT, ERROR_NOT_ENOUGH_MEMORY}),
+      {"DnsFree", {}, kNoResult},
+      {"WSAStartup", {{WSASYSNOTREADY}, {WSAEPROCLIM}}},
+      {"WSACreateEvent", {{kNull, WSA_NOT_ENOUGH_MEMORY}}},
+      {"WSAStringToAddressW", {{kMinusOne, WSAEINVAL}, {kMinusOne, WSA_NOT_ENOUGH_MEMORY}}},
+      {"GetAddrInfoW",
+       {{WSAHOST_NOT_FOUND, WSAHOST_NOT_FOUND},
+        {WSATRY_AGAIN, WSATRY_AGAIN},
+        {WSA_NOT_ENOUGH_MEMORY, WSA_NOT_ENOUGH_MEMORY}}},
+      {"InetPtonW", {{kNull, WSAEINVAL}, {kMinusOne, WSAEFAULT}}},
+      {"InetNtopW", {{kNull, ERROR_INVALID_PARAMETER}}},
+      {"inet_ntop", {{kNull, ERROR_INVALID_PARAMETER}}},
+      {"FreeAddrInfoW", {}, kNoResult},
+      {"WSACleanup", {}, kOpen},
+      {"WSACloseEvent", {}, kOpen},
+      {"WSAGetLastError", {}, kValue},
+      {"htonl", {}, kValue},
+
+      // ---- HTTPS and certificates ----
+      {"WinHttpOpen", {{kNull, ERROR_NOT_ENOUGH_MEMORY}, {kNull, ERROR_WINHTTP_INTERNAL_ERROR}}},
+      {"WinHttpConnect", {{kNull, ERROR_NOT_ENOUGH_MEMORY}, {kNull, ERROR_WINHTTP_INVALID_URL}}},
+      {"WinHttpOpenRequest", {{kNull, ERROR_NOT_ENOUGH_MEMORY}, {kNull, ERROR_WINHTTP_INTERNAL_ERROR}}},
+      {"WinHttpSetStatusCallback", {{kMinusOne, ERROR_NOT_ENOUGH_MEMORY}}},
+      {"WinHttpSetTimeouts", {{kNull, ERROR_NOT_ENOUGH_MEMORY}}},
+      {"WinHttpSetOption", {{kNull, ERROR_WINHTTP_INVALID_OPTION}, {kNull, ERROR_NOT_ENOUGH_MEMORY}}},
+      {"WinHttpSetCredentials", {{kNull, ERROR_NOT_ENOUGH_MEMORY}}},
+      {"WinHttpSendRequest",
+       {{kNull, ERROR_WINHTTP_NAME_NOT_RESOLVED},
+        {kNull, ERROR_WINHTTP_CANNOT_CONNECT},
+        {kNull, ERROR_WINHTTP_TIMEOUT},
+        {kNull, ERROR_WINHTTP_SECURE_FAILURE},
+        {kNull, ERROR_WINHTTP_CLIENT_AUTH_CERT_NEEDED},
+        {kNull, ERROR_NOT_ENOUGH_MEMORY}}},
+      {"WinHttpReceiveResponse",
+       {{kNull, ERROR_WINHTTP_TIMEOUT},
+        {kNull, ERROR_WINHTTP_CONNECTION_ERROR},
+        {kNull, ERROR_WINHTTP_RESEND_REQUEST}}},
+      {"WinHttpQueryHeaders", {{kNull, ERROR_WINHTTP_HEADER_NOT_FOUND}}},
+      {"WinHttpQueryOption", {{kNull, ERROR_WINHTTP_INCORRECT_HANDLE_STATE}, {kNull, ERROR_NOT_ENOUGH_MEMORY}}},
+      {"WinHttpQueryAuthSchemes", {{kNull, ERROR_WINHTTP_INCORRECT_HANDLE_STATE}}},
+      {"WinHttpGetProxyForUrl",
+       {{kNull, ERROR_WINHTTP_AUTODETECTION_FAILED},
+        {kNull, ERROR_WINHTTP_UNABLE_TO_DOWNLOAD_SCRIPT},
+        {kNull, ERROR_WINHTTP_LOGIN_FAILURE}}},
+      {"WinHttpGetIEProxyConfigForCurrentUser", {{kNull, ERROR_FILE_NOT_FOUND}, {kNull, ERROR_NOT_ENOUGH_MEMORY}}},
+      {"WinHttpCloseHandle", {}, kOpen},
+      {"CertOpenStore", {{kNull, ERROR_ACCESS_DENIED}, {kNull, ERROR_NOT_ENOUGH_MEMORY}}},
+      {"CertFindChainInStore", {{kNull, static_cast<DWORD>(CRYPT_E_NOT_FOUND)}, {kNull, ERROR_NOT_ENOUGH_MEMORY}}},
+      {"CertNameToStrW", {{1}}},
+      {"CertDuplicateCertificateContext", {}, "it adds a reference"},
+      {"CertCloseStore", {}, kOpen},
+      {"CertFreeCertificateChain", {}, kNoResult},
+      {"CertFreeCertificateContext", {}, kOpen},
+
+      // ---- COM and identifiers ----
+      Registry("CoInitializeEx", {static_cast<std::uint32_t>(E_OUTOFMEMORY), 0x80010106}),  // RPC_E_CHANGED_MODE
+      {"CoUninitialize", {}, kNoResult},
+      Registry("UuidCreate", {RPC_S_UUID_NO_ADDRESS, RPC_S_OUT_OF_MEMORY}),
+      Registry("UuidToStringW", {RPC_S_OUT_OF_MEMORY}),
+      {"RpcStringFreeW", {}, kOpen},
 
       // ---- texts and time ----
       {"FormatMessageA", {{kNull, ERROR_NOT_ENOUGH_MEMORY}}},
@@ -144,6 +244,10 @@ const std::vector<ImportRule>& Rules() {
       Memory("calloc"),
       Memory("realloc"),
       Memory("_strdup"),
+      {"HeapAlloc", {{kNull}}, nullptr, true},
+      {"HeapFree", {}, kOpen},
+      {"GetProcessHeap", {}, kValue},
+      {"GlobalFree", {}, kOpen},
       {"free", {}, kNoResult},
       {"_set_new_mode", {}, kValue},
       {"__stdio_common_vsprintf", {{kMinusOne}}},
@@ -178,7 +282,11 @@ const std::vector<ImportRule>& Rules() {
       {"wcsxfrm", {}, kValue},
       {"strcoll", {}, kValue},
       {"wcscoll", {}, kValue},
+      {"strtol", {}, kValue},
       {"strtoul", {}, kValue},
+      {"wcstol", {}, kValue},
+      {"_wtoi", {}, kValue},
+      {"mbstowcs", {{kMinusOne}}},
       {"strerror", {}, kValue},
       {"memchr", {}, kValue},
       {"memcmp", {}, kValue},
@@ -224,6 +332,20 @@ const std::vector<ImportRule>& Rules() {
       {"_ZNK7KzvBase17BuildNewKzVariantEPFPvyE", {{kNull}}},
       {"_ZN9KzvStringC1EPKwS1_j", {}, kNoResult},
       {"_ZNK7KzvView6StringEv", {{kNull}}},
+      {"_ZNK7KzvView4ListEv", {{kNull}}},
+      {"_ZNK7KzvView4NameEv", {{kNull}}},
+      {"_ZNK7KzvViewixEj", {{kNull}}},  // a view of nothing
+      {"_Z13getLogManagerv", {}, kValue},
+      {"_ZN8LogUtils8LogEventC1EPKciiS2_PNS_10LogManagerEii", {}, kNoResult},
+      {"_ZNK8LogUtils8LogEventclEPKcPKwz", {}, kNoResult},
+      {"_ZNK8LogUtils8LogEventclEPKcS2_z", {}, kNoResult},
+      {"BLFrameworkInit", {{1}}},
+      {"BLGetObjectHandle", {{1}}},
+      {"BLInvokeMethod", {{1}}},
+      {"BLAlloc", {{kNull}}},
+      {"BLFree", {}, kNoResult},
+      {"BLReleaseObjectHandle", {}, kOpen},
+      {"BLFrameworkCleanUp", {}, kNoResult},
   };
   return rules;
 }

@@ -1,0 +1,366 @@
+// Every function that the library imports fails, at its calls: the host gets an answer that the operation's contract
+// names, nothing is left behind, and the next call works.
+//
+// Of the calls of each import only the first and the last fail here, so that it takes seconds. With EVERY_IMPORT_CALLS
+// set to a number, that many of them do, and with a large one all:
+//   EVERY_IMPORT_CALLS=1000000 Scripts/test-program.sh .../ContractTests.exe --gtest_filter=LibraryEveryImport.*
+#include <winsock2.h>
+#include <windows.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <optional>
+#include <set>
+#include <source_location>
+#include <string>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+#include "ScriptedWindows/Complaint.h"
+#include "ScriptedWindows/ImportTable/HandleWatch.h"
+#include "ScriptedWindows/ImportTable/ImportFaults.h"
+#include "ScriptedWindows/ImportTable/ImportPatch.h"
+#include "ScriptedWindows/ImportTable/OnlyOne.h"
+#include "ScriptedWindows/ImportTable/PlainLock.h"
+#include "ScriptedWindows/Windows/AdapterList.h"
+#include "ScriptedWindows/Windows/FakeAdapters.h"
+#include "ScriptedWindows/Windows/FakeCertificates.h"
+#include "ScriptedWindows/Windows/FakeHttps.h"
+#include "ScriptedWindows/Windows/FakeInteractiveUser.h"
+#include "ScriptedWindows/Windows/FakeProcesses.h"
+#include "ScriptedWindows/Windows/FakeSystem.h"
+#include "ScriptedWindows/Windows/WindowsScript.h"
+#include "Tests/Support/FailEveryImport.h"
+#include "Tests/Support/ImportFailures.h"
+#include "Tests/Support/LocationBlob.h"
+#include "Tests/Support/LogRecorder.h"
+#include "Tests/Support/OtherThread.h"
+#include "Tests/Support/ServiceLibrary.h"
+#include "Tests/Support/StoredSet.h"
+
+namespace {
+
+using ::testing::AnyOf;
+using ::testing::Eq;
+using ::testing::IsEmpty;
+using Ids = std::vector<std::wstring>;
+
+std::uint32_t MostCalls() {
+  const char* const calls = std::getenv("EVERY_IMPORT_CALLS");
+  return calls != nullptr ? static_cast<std::uint32_t>(std::strtoul(calls, nullptr, 10)) : 2;
+}
+
+// What a host is told in a run. Only a failure explains another answer than the expected one, and std::bad_alloc;
+// nothing explains another exception.
+class Judge {
+ public:
+  using Place = std::source_location;
+
+  explicit Judge(const Attempt& attempt) : m_attempt(attempt) {}
+
+  // What the operation answers, or nothing where it ends with std::bad_alloc.
+  template <typename Operation>
+  auto Ask(Operation operation, Place place = Place::current()) const -> std::optional<decltype(operation())> {
+    try {
+      return operation();
+    } catch (const std::bad_alloc&) {
+      if (!m_attempt.Fails()) Complain("std::bad_alloc though nothing fails", place);
+    } catch (...) {
+      Complain("another exception than std::bad_alloc", place);
+    }
+    return std::nullopt;
+  }
+  // Whether it came to its end.
+  template <typename Operation>
+  bool Does(Operation operation, Place place = Place::current()) const {
+    return Ask([&] { return operation(), true; }, place).has_value();
+  }
+  // Whether it answered what is expected, and otherwise one of the refusals.
+  template <typename Answer, typename Operation>
+  bool Answers(const Answer& expected, Operation operation,
+               std::type_identity_t<std::initializer_list<Answer>> refusals = {},
+               Place place = Place::current()) const {
+    const auto answer = Ask([&] { return Answer(operation()); }, place);
+    if (!answer || *answer == expected) return answer.has_value();
+    if (!m_attempt.Fails() || std::find(refusals.begin(), refusals.end(), *answer) == refusals.end())
+      Complain("an answer that the contract does not name: " + ::testing::PrintToString(*answer), place);
+    return false;
+  }
+
+ private:
+  static void Complain(const std::string& what, const Place& place) {
+    ADD_FAILURE_AT(place.file_name(), static_cast<int>(place.line())) << what;
+  }
+
+  const Attempt& m_attempt;
+};
+
+// The memory that the library has taken and nobody has given back: what it hands out, the program frees.
+class LibraryBlocks : public OnlyOne<LibraryBlocks> {
+ public:
+  explicit LibraryBlocks(HMODULE module)
+      : m_malloc(module, "malloc", &Malloc),
+        m_calloc(module, "calloc", &Calloc),
+        m_realloc(module, "realloc", &Realloc),
+        m_free(module, "free", &Free),
+        m_programsFree(ThisProgram(), "free", &Free) {}
+
+  std::size_t Count() {
+    const std::lock_guard lock(m_lock);
+    return m_count;
+  }
+
+ private:
+  static constexpr std::size_t kPlaces = 1 << 14;
+
+  static void* Malloc(std::size_t bytes) { return Taken(Current().m_malloc.Original<decltype(Malloc)>()(bytes)); }
+  static void* Calloc(std::size_t count, std::size_t bytes) {
+    return Taken(Current().m_calloc.Original<decltype(Calloc)>()(count, bytes));
+  }
+  static void* Realloc(void* block, std::size_t bytes) {
+    const std::lock_guard lock(Current().m_lock);
+    const bool known = Current().Forget(block);
+    void* const moved = Current().m_realloc.Original<decltype(Realloc)>()(block, bytes);
+    if (moved == nullptr) return known ? Taken(block), nullptr : nullptr;
+    return Taken(moved);
+  }
+  static void Free(void* block) {
+    const std::lock_guard lock(Current().m_lock);
+    Current().Forget(block);
+    Current().m_free.Original<decltype(Free)>()(block);
+  }
+  static void* Taken(void* block) {
+    LibraryBlocks& self = Current();
+    const std::lock_guard lock(self.m_lock);
+    if (block == nullptr) return block;
+    Require(self.m_count < kPlaces / 2, "more blocks than there are places for");
+    std::size_t place = FirstPlace(block);
+    while (self.m_blocks[place] != nullptr) place = (place + 1) % kPlaces;
+    self.m_blocks[place] = block;
+    ++self.m_count;
+    return block;
+  }
+  // Without memory of its own. What stands behind moves up, so that it is found.
+  bool Forget(const void* block) {
+    if (block == nullptr) return false;
+    std::size_t place = FirstPlace(block);
+    while (m_blocks[place] != block) {
+      if (m_blocks[place] == nullptr) return false;
+      place = (place + 1) % kPlaces;
+    }
+    m_blocks[place] = nullptr;
+    --m_count;
+    for (std::size_t next = (place + 1) % kPlaces; m_blocks[next] != nullptr; next = (next + 1) % kPlaces) {
+      const std::size_t wanted = FirstPlace(m_blocks[next]);
+      if ((next + kPlaces - wanted) % kPlaces < (next + kPlaces - place) % kPlaces) continue;
+      m_blocks[place] = std::exchange(m_blocks[next], nullptr);
+      place = next;
+    }
+    return true;
+  }
+  static std::size_t FirstPlace(const void* block) {
+    return (reinterpret_cast<std::uintptr_t>(block) >> 4) * 0x9E3779B97F4A7C15 >> 50;
+  }
+
+  PlainLock m_lock;
+  std::array<const void*, kPlaces> m_blocks{};
+  std::size_t m_count = 0;
+  ImportPatch m_malloc;
+  ImportPatch m_calloc;
+  ImportPatch m_realloc;
+  ImportPatch m_free;
+  ImportPatch m_programsFree;
+};
+
+constexpr char kOffice[] = "the identifier of the office";
+constexpr char kHome[] = "the identifier of a home";
+const std::wstring kOfficeId = L"the identifier of the office";
+const std::wstring kHomeId = L"the identifier of a home";
+constexpr std::uint32_t kIndex = 5;
+
+// As the tests store them. The adapters of the first are those that it matches, so that a calculation that fails
+// changes no byte of it.
+LocationBlob Office() {
+  LocationBlob blob{.id = kOffice, .name = "an office with a long name", .adapterIndexes = {kIndex}};
+  blob.texts[LCT_DEFAULT_GATEWAY] = {"10.0.0.1"};
+  return blob;
+}
+LocationBlob Home() {
+  LocationBlob blob{.id = kHome, .name = "a home with a long name", .note = "a note that is long as well"};
+  blob.texts[LCT_DEFAULT_GATEWAY] = {"192.168.0.1"};
+  return blob;
+}
+// The text of `blob`, as a location of the library's.
+bool Fill(const Judge& judge, _IQeLocation& location, const LocationBlob& blob) {
+  const auto wide = [](const std::string& text) { return std::wstring(text.begin(), text.end()); };
+  const LOCATION_CRITERIA_TYPE kind = LCT_DEFAULT_GATEWAY;
+  return judge.Does([&] { location.SetId(wide(blob.id)); }) && judge.Does([&] { location.SetName(wide(blob.name)); }) &&
+         judge.Does([&] { location.SetNote(wide(blob.note)); }) && judge.Answers(std::uint32_t{LCR_OK}, [&] {
+           return location.AddCriteria(&kind, wide(blob.texts[LCT_DEFAULT_GATEWAY][0]));
+         });
+}
+
+// The library as a process has it that has just loaded it, on a machine that is scripted.
+class Stage {
+ public:
+  Stage() {
+    AdapterList list;
+    list.Add(L"an adapter with a long description")
+        .Index(kIndex)
+        .Ip("10.0.0.7")
+        .Ip("fe80::1")
+        .Gateway("10.0.0.1")
+        .DnsServer("10.0.0.2")
+        .DnsSuffix(L"corp.example")
+        .Dhcp("10.0.0.3")
+        .Wins("10.0.0.4")
+        .Wins("10.0.0.5")
+        .Mac({1, 2, 3, 4, 5, 6});
+    adapters.Set(list);
+    registry.Put(PackedSet({Office()}));
+  }
+  ~Stage() {
+    m_smart.reset();
+    if (m_raw != nullptr) {
+      EXPECT_EQ(m_raw->Release(), 0u);
+    }
+    EXPECT_THAT(windows.OpenHandles(), IsEmpty());
+    EXPECT_EQ(registry.OpenKeys(), 0u);
+    EXPECT_THAT(handles.Leaks(), IsEmpty());
+    EXPECT_THAT(handles.Mistakes(), IsEmpty());
+  }
+  Stage(const Stage&) = delete;
+  Stage& operator=(const Stage&) = delete;
+
+  // The two instances, made at the first call. Null where that failed.
+  _IQeLaApiSmart* Smart(const Judge& judge) {
+    if (m_smart == nullptr) m_smart = judge.Ask([&] { return m_library.SmartApi(); }).value_or(nullptr);
+    return m_smart.get();
+  }
+  _IQeLaApiSmart* Raw(const Judge& judge) {
+    if (m_raw == nullptr) m_raw = judge.Ask([&] { return m_library.Api(); }).value_or(nullptr);
+    return m_raw;
+  }
+
+ private:
+  ServiceLibrary m_library;
+  std::shared_ptr<_IQeLaApiSmart> m_smart;
+  _IQeLaApi* m_raw = nullptr;
+
+ public:
+  HandleWatch handles{m_library.Module()};
+  WindowsScript windows{m_library.Module()};
+  StoredRegistry registry{windows};
+  FakeAdapters adapters{m_library.Module()};
+  FakeSystem system{windows};
+  FakeProcesses processes{windows};
+  FakeInteractiveUser user{windows};
+  FakeCertificates certificates{windows};
+  FakeHttps https{windows};
+  LibraryBlocks blocks{m_library.Module()};
+  ImportFaults faults{m_library.Module()};
+};
+
+class LibraryEveryImport : public testing::Test {
+ protected:
+  // Runs the scene on stages of its own, and looks at what is left of each.
+  void FailAll(const std::function<void(Attempt&, Stage&)>& scene) {
+    Stage* current = nullptr;
+    std::optional<std::size_t> level;
+    const auto withStage = [&](const std::function<void(ImportFaults&)>& use) {
+      Stage stage;
+      current = &stage;
+      ExpectKnownImports(stage.faults);
+      use(stage.faults);
+      const std::size_t blocks = stage.blocks.Count();
+      EXPECT_EQ(blocks, level.value_or(blocks)) << "blocks on the heap";
+      level = blocks;
+    };
+    FailEveryImport(withStage, MostCalls(), [&](Attempt& attempt) {
+      scene(attempt, *current);
+      attempt.EndFailures();
+      ExpectAllAtRest(*current);
+    });
+  }
+
+  // Locks are free, the thread is itself, and nothing is open; the stored set is read again, so that the next run finds
+  // what this one did.
+  static void ExpectAllAtRest(Stage& stage) {
+    const Attempt clean;
+    const Judge judge(clean);
+    for (_IQeLaApiSmart* const service : {stage.Smart(judge), stage.Raw(judge)}) {
+      OtherThread([&] { service->Lock(), service->Unlock(); }).Join();
+      stage.registry.Put(PackedSet({Office()}));
+      EXPECT_TRUE(service->Load());
+      EXPECT_EQ(service->GetCurrentLocations()->GetCount(), 1u);
+    }
+    EXPECT_FALSE(stage.user.impersonating);
+    EXPECT_THAT(stage.windows.OpenHandles(), IsEmpty());
+    EXPECT_EQ(stage.registry.OpenKeys(), 0u);
+    EXPECT_THAT(stage.handles.Leaks(), IsEmpty());
+    EXPECT_THAT(stage.handles.Mistakes(), IsEmpty());
+  }
+
+  LogRecorder m_log;
+};
+
+// ---- the set: from the first call over edits to the store ----
+
+void ExpectStored(Stage& stage, const std::vector<LocationBlob>& before, const std::vector<LocationBlob>& after) {
+  EXPECT_THAT(stage.registry.Value(), AnyOf(Eq(PackedSet(before)), Eq(PackedSet(after))));
+}
+
+// As long as nothing is refused.
+bool Edit(const Judge& judge, Stage& stage, _IQeLaApiSmart& service, bool savesItself) {
+  constexpr std::uint32_t kOk = LSR_OK;
+  if (!judge.Answers(true, [&] { return service.Load(); }, {false})) return false;
+  const auto location = judge.Ask([&] { return service.CreateLocation(); });
+  if (!location || !Fill(judge, **location, Home())) return false;
+
+  std::vector<LocationBlob> before{Office()};
+  const auto save = [&](const std::vector<LocationBlob>& after) {
+    if (savesItself) ExpectStored(stage, before, after);
+    const bool saved = judge.Answers(true, [&] { return service.Save(); }, {false});
+    if (saved)
+      EXPECT_EQ(stage.registry.Value(), PackedSet(after));
+    else
+      ExpectStored(stage, before, after);
+    before = after;
+    return saved;
+  };
+  if (!judge.Answers(kOk, [&] { return service.AddLocation(*location); }, {LSR_FAILED})) return false;
+  if (!save({Office(), Home()})) return false;
+  LocationBlob changed = Home();
+  changed.name = "a home with another name";
+  if (!judge.Does([&] { (*location)->SetName(L"a home with another name"); })) return false;
+  if (!judge.Answers(kOk, [&] { return service.UpdateLocation(*location); }, {LSR_FAILED})) return false;
+  if (!save({Office(), changed})) return false;
+  if (!judge.Answers(kOk, [&] { return service.RemoveLocation(kHomeId); })) return false;
+  if (!save({Office()})) return false;
+  if (!judge.Answers(true, [&] { return service.RemoveAllLocations(); })) return false;
+  return save({});
+}
+
+TEST_F(LibraryEveryImport, FailsFromTheFirstCallOverEditsToTheStore) {
+  FailAll([](Attempt& attempt, Stage& stage) {
+    const Judge judge(attempt);
+    for (const bool savesItself : {false, true}) {
+      stage.registry.Put(PackedSet({Office()}));
+      _IQeLaApiSmart* const service = savesItself ? stage.Raw(judge) : stage.Smart(judge);
+      if (service != nullptr) Edit(judge, stage, *service, savesItself);
+    }
+  });
+}
+
+}  // namespace
