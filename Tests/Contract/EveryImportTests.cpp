@@ -363,4 +363,124 @@ TEST_F(LibraryEveryImport, FailsFromTheFirstCallOverEditsToTheStore) {
   });
 }
 
+// ---- locations, their byte form, and questions about addresses ----
+
+void IgnoreError(const char*, ...) {}
+
+const Bytes kUntouched{1, 2, 3};
+
+// The byte form of `object`, read into `other`: whole, or nothing of it.
+void PackAndUnpack(Attempt& attempt, const ILaSerializer& object, ILaSerializer& other) {
+  const Judge judge(attempt);
+  Bytes before = kUntouched;
+  if (!judge.Answers(true, [&] { return other.SerializeToBytes(before); }, {false})) {
+    EXPECT_EQ(before, kUntouched);
+    return;
+  }
+  Bytes bytes = kUntouched;
+  if (!judge.Answers(true, [&] { return object.SerializeToBytes(bytes); }, {false})) {
+    EXPECT_EQ(bytes, kUntouched);
+    return;
+  }
+  const bool read = judge.Answers(true, [&] { return other.DeserializeFromBytes(bytes); }, {false});
+  if (!read) attempt.EndFailures();
+  if (!attempt.FailsFromThenOn() || !read) {
+    Bytes now;
+    if (judge.Answers(true, [&] { return other.SerializeToBytes(now); }, {false})) {
+      EXPECT_EQ(now, read ? bytes : before);
+    }
+  }
+  judge.Answers(false, [&] { return other.DeserializeFromBytes({0xC1}); });
+}
+
+void UseLocation(Attempt& attempt, _IQeLaApiSmart& service) {
+  const Judge judge(attempt);
+  constexpr std::uint32_t kOk = LCR_OK;
+  const auto made = judge.Ask([&] { return service.CreateLocation(); });
+  const auto other = judge.Ask([&] { return service.CreateLocation(); });
+  if (!made || !other) return;
+  _IQeLocation& location = **made;
+  if (!attempt.Fails()) {
+    EXPECT_EQ(location.GetId().size(), 36u);
+  }
+  for (std::uint32_t number = LCT_DNS_SUFFIX; number <= LCT_ZELT_REACHABLE; ++number) {
+    const auto kind = static_cast<LOCATION_CRITERIA_TYPE>(number);
+    const std::wstring text = L"0000:0000:0000:0000:0000:FFFF:0A00:0001";  // which is normalised
+    judge.Answers(kOk, [&] { return location.AddCriteria(&kind, text); });
+  }
+  const LOCATION_CRITERIA_TYPE suffix = LCT_DNS_SUFFIX;
+  judge.Answers(kOk, [&] { return location.RemoveCriteria(&suffix, L"10.0.0.1"); }, {LCR_NOT_FOUND});
+  judge.Does([&] { location.SetAdapterIndexes({1, 2, 3}); });
+  std::vector<std::uint32_t> indexes;
+  judge.Does([&] { location.GetAdapterIndexes(indexes); });
+  for (const auto get : {&_IQeLocation::GetId, &_IQeLocation::GetName, &_IQeLocation::GetNote})
+    judge.Does([&] { (location.*get)(); });
+  const auto criteria = judge.Ask([&] { return location.GetCriterias(); });
+  const auto others = judge.Ask([&] { return (*other)->GetCriterias(); });
+  if (criteria && others && *criteria != nullptr && *others != nullptr) {
+    LOCATION_CRITERIA_TYPE kind{};
+    std::wstring text;
+    std::vector<std::wstring> texts;
+    for (std::size_t i = 0; i < (*criteria)->GetCount(); ++i)
+      judge.Answers(true, [&] { return (*criteria)->GetAt(i, kind, text); });
+    judge.Answers(true, [&] { return (*criteria)->GetStringCriteria(LCT_DEFAULT_GATEWAY, texts); });
+    PackAndUnpack(attempt, **criteria, **others);
+  }
+  PackAndUnpack(attempt, location, **other);
+  judge.Answers(true, [&] { return location.ClearCriterias(); });
+  const auto all = judge.Ask([&] { return service.GetLocations(); });
+  const auto collection = judge.Ask([&] { return service.CreateLocations(); });
+  if (!all || !collection) return;
+  judge.Ask([&] { return (*all)->GetItem(0); });
+  judge.Ask([&] { return (*all)->FindLocation(kOfficeId); });
+  PackAndUnpack(attempt, **all, **collection);
+}
+
+// What is outside matches in no case.
+void AskAboutAddresses(const Judge& judge, _IQeLaApiSmart& service) {
+  struct Question {
+    FirewallAddressType kind;
+    std::wstring first;
+    std::wstring second;
+  };
+  const std::vector<std::wstring> addresses{L"10.0.0.7", L"fe80::1"};
+  const auto ask = [&](const Question& question, bool matches) {
+    const std::uint32_t kind = question.kind;
+    const std::initializer_list<bool> refusals = {false};
+    judge.Answers(
+        matches, [&] { return service.MatchAddressSpecification(addresses, &kind, question.first, question.second); },
+        refusals);
+    judge.Answers(
+        matches, [&] { return service.MatchAdapterAddresses(&kind, question.first, question.second); }, refusals);
+  };
+  for (const Question& inside : std::vector<Question>{{FIAT_SINGLE_IP, L"10.0.0.7", L""},
+                                                      {FIAT_SUBNET, L"10.0.0.0/8", L""},
+                                                      {FIAT_SUBNET, L"fe80::/64", L""},
+                                                      {FIAT_RANGE_IP, L"10.0.0.1", L"10.0.0.0xff"},
+                                                      {FIAT_ANY_IP_V4, L"0.0.0.0", L"255.255.255.255"},
+                                                      {FIAT_ANY_IP_V6, L"::", L"ffff::"}})
+    ask(inside, true);
+  for (const Question& outside : std::vector<Question>{{FIAT_SINGLE_IP, L"10.0.0.8", L""},
+                                                       {FIAT_SUBNET, L"10.1.0.0/16", L""},
+                                                       {FIAT_SUBNET, L"fe81::/64", L""},
+                                                       {FIAT_RANGE_IP, L"10.0.0.8", L"10.0.0.9"}})
+    ask(outside, false);
+  judge.Answers(true, [&] { return service.IsAdapterMediaType(Wired, {1, kIndex}); }, {false});
+  judge.Answers(false, [&] { return service.IsAdapterMediaType(Wireless, {1, kIndex}); });
+  judge.Answers(std::vector<std::wstring>{L"01-02-03-04-05-06"}, [&] { return service.GetMacAddresses(); },
+                {std::vector<std::wstring>{}});
+}
+
+TEST_F(LibraryEveryImport, FailsInLocationsTheirByteFormAndQuestionsAboutAddresses) {
+  FailAll([](Attempt& attempt, Stage& stage) {
+    const Judge judge(attempt);
+    _IQeLaApiSmart* const service = stage.Smart(judge);
+    if (service == nullptr) return;
+    service->SetErrorPrinter(&IgnoreError);
+    UseLocation(attempt, *service);
+    judge.Answers(true, [&] { return service->GetLocation(kOfficeId) != nullptr; }, {false});
+    AskAboutAddresses(judge, *service);
+  });
+}
+
 }  // namespace
