@@ -7,14 +7,17 @@
 #include <winsock2.h>
 #include <windows.h>
 
+#include <BLFrameworkHost.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <windns.h>
 
 #include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <deque>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -23,6 +26,7 @@
 #include <set>
 #include <source_location>
 #include <string>
+#include <string_view>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -35,6 +39,7 @@
 #include "ScriptedWindows/ImportTable/PlainLock.h"
 #include "ScriptedWindows/Windows/AdapterList.h"
 #include "ScriptedWindows/Windows/FakeAdapters.h"
+#include "ScriptedWindows/Windows/FakeAddressTable.h"
 #include "ScriptedWindows/Windows/FakeCertificates.h"
 #include "ScriptedWindows/Windows/FakeHttps.h"
 #include "ScriptedWindows/Windows/FakeInteractiveUser.h"
@@ -189,6 +194,16 @@ const std::wstring kOfficeId = L"the identifier of the office";
 const std::wstring kHomeId = L"the identifier of a home";
 constexpr std::uint32_t kIndex = 5;
 
+constexpr wchar_t kSiteKey[] = L"SOFTWARE\\Site";
+constexpr wchar_t kAgentKey[] = L"SOFTWARE\\Quillon\\Mervo\\Shared Components\\Framework";
+constexpr wchar_t kShellKey[] = L"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\Winlogon";
+
+// Knows the second of the management servers.
+DNS_STATUS WINAPI QueryDns(const wchar_t* name, WORD, DWORD, void*, PDNS_RECORD* records, void**) {
+  *records = nullptr;
+  return std::wstring_view(name) == L"srv2.example" ? 0 : DNS_ERROR_RCODE_NAME_ERROR;
+}
+
 // As the tests store them. The adapters of the first are those that it matches, so that a calculation that fails
 // changes no byte of it.
 LocationBlob Office() {
@@ -229,16 +244,21 @@ class Stage {
         .Mac({1, 2, 3, 4, 5, 6});
     adapters.Set(list);
     registry.Put(PackedSet({Office()}));
+    registry.SetText(kSiteKey, L"Name", L"Office");
+    registry.SetText(kAgentKey, L"ZeltServerList", L"srv1.example|10.0.0.1|443;srv2.example|10.0.0.2|443");
+    registry.SetText(kShellKey, L"Shell", L"explorer.exe");
+    user.configUrl = L"http://proxy.example/user.pac";
+    user.proxyList = L"https=proxy.example:8080";
+    processes.list = {{L"[System Process]", 0}, {L"explorer.exe", 4711}};
+    BLFrameworkHost::setProxyCredentials(L"a user with a long name", L"a password that is not short");
   }
   ~Stage() {
+    BLFrameworkHost::reset();
     m_smart.reset();
     if (m_raw != nullptr) {
       EXPECT_EQ(m_raw->Release(), 0u);
     }
-    EXPECT_THAT(windows.OpenHandles(), IsEmpty());
-    EXPECT_EQ(registry.OpenKeys(), 0u);
-    EXPECT_THAT(handles.Leaks(), IsEmpty());
-    EXPECT_THAT(handles.Mistakes(), IsEmpty());
+    ExpectNothingOpen();
   }
   Stage(const Stage&) = delete;
   Stage& operator=(const Stage&) = delete;
@@ -251,6 +271,15 @@ class Stage {
   _IQeLaApiSmart* Raw(const Judge& judge) {
     if (m_raw == nullptr) m_raw = judge.Ask([&] { return m_library.Api(); }).value_or(nullptr);
     return m_raw;
+  }
+
+  void ExpectNothingOpen() const {
+    EXPECT_THAT(windows.OpenHandles(), IsEmpty());
+    EXPECT_EQ(registry.OpenKeys(), 0u);
+    EXPECT_THAT(handles.Leaks(), IsEmpty());
+    EXPECT_THAT(handles.Mistakes(), IsEmpty());
+    const BLFrameworkHost::InUse framework = BLFrameworkHost::inUse();
+    EXPECT_EQ(framework.initializations + framework.objectHandles + framework.blocks, 0u);
   }
 
  private:
@@ -268,6 +297,8 @@ class Stage {
   FakeInteractiveUser user{windows};
   FakeCertificates certificates{windows};
   FakeHttps https{windows};
+  FakeAddressTable table{m_library.Module()};
+  ImportPatch dns{m_library.Module(), "DnsQuery_W", &QueryDns};
   LibraryBlocks blocks{m_library.Module()};
   ImportFaults faults{m_library.Module()};
 };
@@ -306,10 +337,7 @@ class LibraryEveryImport : public testing::Test {
       EXPECT_EQ(service->GetCurrentLocations()->GetCount(), 1u);
     }
     EXPECT_FALSE(stage.user.impersonating);
-    EXPECT_THAT(stage.windows.OpenHandles(), IsEmpty());
-    EXPECT_EQ(stage.registry.OpenKeys(), 0u);
-    EXPECT_THAT(stage.handles.Leaks(), IsEmpty());
-    EXPECT_THAT(stage.handles.Mistakes(), IsEmpty());
+    stage.ExpectNothingOpen();
   }
 
   LogRecorder m_log;
@@ -480,6 +508,77 @@ TEST_F(LibraryEveryImport, FailsInLocationsTheirByteFormAndQuestionsAboutAddress
     UseLocation(attempt, *service);
     judge.Answers(true, [&] { return service->GetLocation(kOfficeId) != nullptr; }, {false});
     AskAboutAddresses(judge, *service);
+  });
+}
+
+// ---- a calculation with all kinds of criteria ----
+
+LocationBlob Everything() {
+  LocationBlob blob{.id = "the identifier of what asks for all", .adapterIndexes = {kIndex}, .zeltReachable = true};
+  blob.texts[LCT_DNS_SUFFIX] = {"[*", "c*rp.example"};
+  blob.texts[LCT_DEFAULT_GATEWAY] = {"10.0.0.9", "10.0.0.1"};
+  blob.texts[LCT_DHCP_SERVER] = {"10.0.0.3"};
+  blob.texts[LCT_DNS_SERVER] = {"10.0.0.2"};
+  blob.texts[LCT_PRIMARY_WINS] = {"10.0.0.4"};
+  blob.texts[LCT_SECONDARY_WINS] = {"10.0.0.5"};
+  blob.texts[LCT_REGISTRY_KEY] = {"HKEY_LOCAL_MACHINE\\SOFTWARE\\Site\\Name=Office"};
+  blob.texts[LCT_DOMAIN_REACHABLE] = {"host.example"};
+  return blob;
+}
+const std::wstring kEverythingId = L"the identifier of what asks for all";
+
+LocationBlob Asks(const char* id, LOCATION_CRITERIA_TYPE kind, const char* text) {
+  LocationBlob blob{.id = id};
+  blob.texts[kind] = {text};
+  return blob;
+}
+
+// Calculates; what of `current` is current, nothing else.
+void ExpectCurrent(const Judge& judge, _IQeLaApiSmart& service, const Ids& current) {
+  judge.Answers(true, [&] { return service.Load(); }, {false});
+  const auto found = judge.Ask([&] { return service.GetCurrentLocations(); });
+  if (!found) return;
+  judge.Answers(current,
+                [&] {
+                  Ids ids;
+                  for (std::uint64_t i = 0; i < (*found)->GetCount(); ++i) ids.push_back((*found)->GetItem(i)->GetId());
+                  return ids;
+                },
+                {Ids{}});
+}
+
+// Directly: the server asks for a client certificate and is content with none. By auto-discovery: it is another server.
+// By the user's script: the proxy asks who we are, in one way, and lets nobody through. By the user's proxy: it asks in
+// another way, and lets us through.
+std::deque<HttpsAnswer> ReachableInTheEnd() {
+  const HttpsAnswer certificate = HttpsAnswer::SendFails(ERROR_WINHTTP_CLIENT_AUTH_CERT_NEEDED);
+  return {certificate,
+          certificate,
+          certificate,
+          HttpsAnswer::Status(HTTP_STATUS_NOT_FOUND),
+          HttpsAnswer::ProxyAsks(WINHTTP_AUTH_SCHEME_PASSPORT),
+          HttpsAnswer::Status(HTTP_STATUS_NOT_FOUND),
+          HttpsAnswer::ProxyAsks(WINHTTP_AUTH_SCHEME_BASIC),
+          HttpsAnswer::Status(HTTP_STATUS_OK)};
+}
+
+TEST_F(LibraryEveryImport, FailsInACalculationWithAllKinds) {
+  FailAll([](Attempt& attempt, Stage& stage) {
+    const Judge judge(attempt);
+    stage.https.answers = ReachableInTheEnd();
+    _IQeLaApiSmart* const service = stage.Smart(judge);
+    if (service == nullptr) return;
+    stage.registry.Put(PackedSet(
+        {Everything(), Asks("an identifier of another gateway", LCT_DEFAULT_GATEWAY, "10.0.0.9"),
+         Asks("an identifier of another suffix", LCT_DNS_SUFFIX, "*.other.example"),
+         Asks("an identifier of another value", LCT_REGISTRY_KEY, "HKEY_LOCAL_MACHINE\\SOFTWARE\\Site\\Name=Home"),
+         Asks("an identifier of another key", LCT_REGISTRY_KEY, "HKEY_LOCAL_MACHINE\\SOFTWARE\\Other\\")}));
+    const std::set<std::string> farthest = {"CertFindChainInStore", "WinHttpSetCredentials"};
+    const std::size_t before = stage.windows.Calls(farthest).size();
+    ExpectCurrent(judge, *service, {kEverythingId});
+    if (!attempt.Fails()) {
+      EXPECT_EQ(stage.windows.Calls(farthest).size() - before, 2u + 1) << "it takes another way";
+    }
   });
 }
 
