@@ -330,6 +330,7 @@ class LibraryEveryImport : public testing::Test {
   static void ExpectAllAtRest(Stage& stage) {
     const Attempt clean;
     const Judge judge(clean);
+    stage.user.LetGo();
     for (_IQeLaApiSmart* const service : {stage.Smart(judge), stage.Raw(judge)}) {
       OtherThread([&] { service->Lock(), service->Unlock(); }).Join();
       stage.registry.Put(PackedSet({Office()}));
@@ -533,12 +534,13 @@ LocationBlob Asks(const char* id, LOCATION_CRITERIA_TYPE kind, const char* text)
   return blob;
 }
 
-// Calculates; what of `current` is current, nothing else.
+// Loads, which calculates. What is current is `current`, and nothing where something fails; with the set from before,
+// where it cannot be loaded, the office.
 void ExpectCurrent(const Judge& judge, _IQeLaApiSmart& service, const Ids& current) {
-  judge.Answers(true, [&] { return service.Load(); }, {false});
+  const bool loaded = judge.Answers(true, [&] { return service.Load(); }, {false});
   const auto found = judge.Ask([&] { return service.GetCurrentLocations(); });
   if (!found) return;
-  judge.Answers(current,
+  judge.Answers(loaded ? current : Ids{kOfficeId},
                 [&] {
                   Ids ids;
                   for (std::uint64_t i = 0; i < (*found)->GetCount(); ++i) ids.push_back((*found)->GetItem(i)->GetId());
@@ -579,6 +581,25 @@ TEST_F(LibraryEveryImport, FailsInACalculationWithAllKinds) {
     if (!attempt.Fails()) {
       EXPECT_EQ(stage.windows.Calls(farthest).size() - before, 2u + 1) << "it takes another way";
     }
+  });
+}
+
+// The user is found the other way, RevertToSelf never works, and the list of management servers is in the other view.
+TEST_F(LibraryEveryImport, FailsWhereNobodyAnswersAndNothingBecomesCurrent) {
+  FailAll([](Attempt& attempt, Stage& stage) {
+    const Judge judge(attempt);
+    stage.https.answers = {HttpsAnswer::Status(HTTP_STATUS_NOT_FOUND)};
+    stage.https.discoveryErrors = {ERROR_WINHTTP_LOGIN_FAILURE};
+    stage.system.wow64DirectoryLength = 0;
+    stage.windows.FailAlways("RevertToSelf", ERROR_INTERNAL_ERROR);
+    stage.registry.RemoveKey(kAgentKey);
+    stage.registry.MakeKey(kAgentKey);
+    stage.registry.SetText(kAgentKey, L"ZeltServerList", L"srv1.example|10.0.0.1|443", KEY_WOW64_32KEY);
+    _IQeLaApiSmart* const service = stage.Smart(judge);
+    if (service == nullptr) return;
+    stage.registry.Put(PackedSet({Asks("an identifier of a web host", LCT_DOMAIN_REACHABLE, "host.example"),
+                                  {.id = "an identifier of a server", .zeltReachable = true}}));
+    ExpectCurrent(judge, *service, {});
   });
 }
 
