@@ -16,3 +16,8 @@ struct ImportRule {
 
 // Null for a function that the table does not know.
 const ImportRule* FindImportRule(const std::string& name);
+
+// What only the C and C++ runtime calls that is linked into each module, where a module does not call it as well: where
+// the module is loaded and unloaded, where threads start and end or wait for each other in ways that ours do not, for
+// texts and locales that nobody asks it for, and where the process ends.
+bool IsRuntimesOwn(const std::string& name);
