@@ -144,7 +144,7 @@ std::set<std::string> FailEveryImport(const WithModule& withModule, std::uint32_
       withModule([&](ImportFaults& faults) {
         culprit.Is(text);
         faults.FailAt(target.imports, call, mode, failure);
-        Attempt attempt(faults, mode);
+        Attempt attempt(faults, mode, failure.error);
         scene(attempt);
         reached |= faults.StopFailing();
         SCOPED_TRACE("afterwards");

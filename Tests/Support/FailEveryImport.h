@@ -13,10 +13,12 @@ class Attempt {
  public:
   // Nothing fails.
   Attempt() = default;
-  Attempt(ImportFaults& faults, ImportFaults::Mode mode) : m_faults(&faults), m_mode(mode) {}
+  Attempt(ImportFaults& faults, ImportFaults::Mode mode, DWORD error = ERROR_SUCCESS)
+      : m_faults(&faults), m_mode(mode), m_error(error) {}
 
   bool Fails() const { return m_faults != nullptr; }
   bool FailsFromThenOn() const { return Fails() && m_mode == ImportFaults::Mode::kFromThenOn; }
+  bool FailsWith(DWORD error) const { return Fails() && m_error == error; }
   // From here on nothing fails, in this run.
   void EndFailures() {
     if (m_faults != nullptr) m_faults->StopFailing();
@@ -25,6 +27,7 @@ class Attempt {
  private:
   ImportFaults* m_faults = nullptr;
   ImportFaults::Mode m_mode = ImportFaults::Mode::kOnce;
+  DWORD m_error = ERROR_SUCCESS;
 };
 
 // What a host does. It judges what comes of it, and leaves nothing behind.
