@@ -91,6 +91,11 @@ class Judge {
     }
     return std::nullopt;
   }
+  // What it hands out, or null.
+  template <typename Operation>
+  auto Gives(Operation operation, Place place = Place::current()) const -> decltype(operation()) {
+    return Ask(operation, place).value_or(nullptr);
+  }
   // Whether it came to its end.
   template <typename Operation>
   bool Does(Operation operation, Place place = Place::current()) const {
@@ -278,11 +283,11 @@ class Stage {
 
   // The two instances, made at the first call. Null where that failed.
   _IQeLaApiSmart* Smart(const Judge& judge) {
-    if (m_smart == nullptr) m_smart = judge.Ask([&] { return m_library.SmartApi(); }).value_or(nullptr);
+    if (m_smart == nullptr) m_smart = judge.Gives([&] { return m_library.SmartApi(); });
     return m_smart.get();
   }
   _IQeLaApiSmart* Raw(const Judge& judge) {
-    if (m_raw == nullptr) m_raw = judge.Ask([&] { return m_library.Api(); }).value_or(nullptr);
+    if (m_raw == nullptr) m_raw = judge.Gives([&] { return m_library.Api(); });
     return m_raw;
   }
 
@@ -392,8 +397,8 @@ void ExpectStored(Stage& stage, const std::vector<LocationBlob>& before, const s
 bool Edit(const Judge& judge, Stage& stage, _IQeLaApiSmart& service, bool savesItself) {
   constexpr std::uint32_t kOk = LSR_OK;
   if (!judge.Answers(true, [&] { return service.Load(); }, {false})) return false;
-  const auto location = judge.Ask([&] { return service.CreateLocation(); });
-  if (!location || !Fill(judge, **location, Home())) return false;
+  const auto location = judge.Gives([&] { return service.CreateLocation(); });
+  if (location == nullptr || !Fill(judge, *location, Home())) return false;
 
   std::vector<LocationBlob> before{Office()};
   const auto save = [&](const std::vector<LocationBlob>& after) {
@@ -406,12 +411,12 @@ bool Edit(const Judge& judge, Stage& stage, _IQeLaApiSmart& service, bool savesI
     before = after;
     return saved;
   };
-  if (!judge.Answers(kOk, [&] { return service.AddLocation(*location); }, {LSR_FAILED})) return false;
+  if (!judge.Answers(kOk, [&] { return service.AddLocation(location); }, {LSR_FAILED})) return false;
   if (!save({Office(), Home()})) return false;
   LocationBlob changed = Home();
   changed.name = "a home with another name";
-  if (!judge.Does([&] { (*location)->SetName(L"a home with another name"); })) return false;
-  if (!judge.Answers(kOk, [&] { return service.UpdateLocation(*location); }, {LSR_FAILED})) return false;
+  if (!judge.Does([&] { location->SetName(L"a home with another name"); })) return false;
+  if (!judge.Answers(kOk, [&] { return service.UpdateLocation(location); }, {LSR_FAILED})) return false;
   if (!save({Office(), changed})) return false;
   if (!judge.Answers(kOk, [&] { return service.RemoveLocation(kHomeId); })) return false;
   if (!save({Office()})) return false;
@@ -470,10 +475,10 @@ void PackAndUnpack(Attempt& attempt, const ILaSerializer& object, ILaSerializer&
 void UseLocation(Attempt& attempt, _IQeLaApiSmart& service) {
   const Judge judge(attempt);
   constexpr std::uint32_t kOk = LCR_OK;
-  const auto made = judge.Ask([&] { return service.CreateLocation(); });
-  const auto other = judge.Ask([&] { return service.CreateLocation(); });
-  if (!made || !other) return;
-  _IQeLocation& location = **made;
+  const auto made = judge.Gives([&] { return service.CreateLocation(); });
+  const auto other = judge.Gives([&] { return service.CreateLocation(); });
+  if (made == nullptr || other == nullptr) return;
+  _IQeLocation& location = *made;
   if (!attempt.Fails()) {
     EXPECT_EQ(location.GetId().size(), kUuidLength);
   }
@@ -489,25 +494,25 @@ void UseLocation(Attempt& attempt, _IQeLaApiSmart& service) {
   judge.Does([&] { location.GetAdapterIndexes(indexes); });
   for (const auto get : {&_IQeLocation::GetId, &_IQeLocation::GetName, &_IQeLocation::GetNote})
     judge.Does([&] { (location.*get)(); });
-  const auto criteria = judge.Ask([&] { return location.GetCriterias(); });
-  const auto others = judge.Ask([&] { return (*other)->GetCriterias(); });
-  if (criteria && others && *criteria != nullptr && *others != nullptr) {
+  const auto criteria = judge.Gives([&] { return location.GetCriterias(); });
+  const auto others = judge.Gives([&] { return other->GetCriterias(); });
+  if (criteria != nullptr && others != nullptr) {
     LOCATION_CRITERIA_TYPE kind{};
     std::wstring text;
     std::vector<std::wstring> texts;
-    for (std::size_t i = 0; i < (*criteria)->GetCount(); ++i)
-      judge.Answers(true, [&] { return (*criteria)->GetAt(i, kind, text); });
-    judge.Answers(true, [&] { return (*criteria)->GetStringCriteria(LCT_DEFAULT_GATEWAY, texts); });
-    PackAndUnpack(attempt, **criteria, **others);
+    for (std::size_t i = 0; i < criteria->GetCount(); ++i)
+      judge.Answers(true, [&] { return criteria->GetAt(i, kind, text); });
+    judge.Answers(true, [&] { return criteria->GetStringCriteria(LCT_DEFAULT_GATEWAY, texts); });
+    PackAndUnpack(attempt, *criteria, *others);
   }
-  PackAndUnpack(attempt, location, **other);
+  PackAndUnpack(attempt, location, *other);
   judge.Answers(true, [&] { return location.ClearCriterias(); });
-  const auto all = judge.Ask([&] { return service.GetLocations(); });
-  const auto collection = judge.Ask([&] { return service.CreateLocations(); });
-  if (!all || !collection) return;
-  judge.Ask([&] { return (*all)->GetItem(0); });
-  judge.Ask([&] { return (*all)->FindLocation(kOfficeId); });
-  PackAndUnpack(attempt, **all, **collection);
+  const auto all = judge.Gives([&] { return service.GetLocations(); });
+  const auto collection = judge.Gives([&] { return service.CreateLocations(); });
+  if (all == nullptr || collection == nullptr) return;
+  judge.Ask([&] { return all->GetItem(0); });
+  judge.Ask([&] { return all->FindLocation(kOfficeId); });
+  PackAndUnpack(attempt, *all, *collection);
 }
 
 // What is outside matches in no case.
@@ -585,12 +590,12 @@ LocationBlob Asks(const char* id, LOCATION_CRITERIA_TYPE kind, const char* text)
 // where it cannot be loaded, the office.
 void ExpectCurrent(const Judge& judge, _IQeLaApiSmart& service, const Ids& current) {
   const bool loaded = judge.Answers(true, [&] { return service.Load(); }, {false});
-  const auto found = judge.Ask([&] { return service.GetCurrentLocations(); });
-  if (!found) return;
+  const auto found = judge.Gives([&] { return service.GetCurrentLocations(); });
+  if (found == nullptr) return;
   judge.Answers(loaded ? current : Ids{kOfficeId},
                 [&] {
                   Ids ids;
-                  for (std::uint64_t i = 0; i < (*found)->GetCount(); ++i) ids.push_back((*found)->GetItem(i)->GetId());
+                  for (std::uint64_t i = 0; i < found->GetCount(); ++i) ids.push_back(found->GetItem(i)->GetId());
                   return ids;
                 },
                 {Ids{}});
@@ -658,9 +663,13 @@ TEST_F(LibraryEveryImport, FailsWhereNobodyAnswersAndNothingBecomesCurrent) { Fa
 // What the host was told, in order.
 class Told {
  public:
-  static void Forget() { Get().m_lists.clear(); }
+  static void Forget() {
+    const std::lock_guard lock(Get().m_mutex);
+    Get().m_lists.clear();
+  }
 
-  // The host reads again what could not be read.
+  // The host reads again what could not be read. By value, since the signature is fixed.
+  // NOLINTNEXTLINE(performance-unnecessary-value-param)
   static void OnChange(std::shared_ptr<_IEnumQeLocations> current) {
     for (int tries = 0; tries < 2; ++tries) {
       try {
