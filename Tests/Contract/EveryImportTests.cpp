@@ -666,6 +666,7 @@ class Told {
   static void Forget() {
     const std::lock_guard lock(Get().m_mutex);
     Get().m_lists.clear();
+    Get().m_lostOne = false;
   }
 
   // The host reads again what could not be read. By value, since the signature is fixed.
@@ -682,8 +683,15 @@ class Told {
       } catch (const std::bad_alloc&) {
       }
     }
+    const std::lock_guard lock(Get().m_mutex);
+    Get().m_lostOne = true;
   }
 
+  // Whether there was a list that could not be read, so that to the library the host knows it.
+  static bool LostOne() {
+    const std::lock_guard lock(Get().m_mutex);
+    return Get().m_lostOne;
+  }
   // Whether the host is told this at last.
   static bool AtLast(const Ids& ids, std::chrono::milliseconds limit) {
     std::unique_lock lock(Get().m_mutex);
@@ -703,6 +711,7 @@ class Told {
   std::mutex m_mutex;
   std::condition_variable m_called;
   std::vector<Ids> m_lists;
+  bool m_lostOne = false;
 };
 
 // A move is news where nothing fails. Where something does, the pass may be lost, or discovery may have ended; so the
@@ -748,10 +757,12 @@ void Discover(Attempt& attempt, Stage& stage) {
   service->StopDiscovery();
   EXPECT_TRUE(stage.threads.WaitForEnd(stage.threads.Count()));
   EXPECT_TRUE(start());
-  for (const auto& [gateway, id] : {std::pair{"192.168.0.1", kHomeId}, std::pair{"10.0.0.1", kOfficeId}}) {
-    stage.Move(gateway);
-    EXPECT_TRUE(Told::AtLast({id}, std::chrono::seconds(10))) << ::testing::PrintToString(Told::All());
-  }
+  // That it was at home last the host may have been told without being able to read it; the move after it is news.
+  stage.Move("192.168.0.1");
+  const bool lostOne = Told::LostOne();
+  EXPECT_TRUE(Told::AtLast({kHomeId}, std::chrono::milliseconds(lostOne ? 20 : 10'000)) || lostOne);
+  stage.Move("10.0.0.1");
+  EXPECT_TRUE(Told::AtLast({kOfficeId}, std::chrono::seconds(10))) << ::testing::PrintToString(Told::All());
   for (const Ids& ids : Told::All())
     for (const std::wstring& id : ids) {
       const bool isCutShort = IsTextBad(attempt) && id.size() == kUuidLength;  // and has an ID of its own
