@@ -48,6 +48,16 @@ case $command in
       [ "${1:-}" != --verify ] || Scripts/verify-package.sh "$PWD"/build/"$preset"/package/*.zip || exit 1
     fi
     ;;
+  image)
+    build
+    say "testing"
+    Scripts/lab.sh ctest --preset "$preset" -R 'LibraryImage|ShippedImage|Secrets|Package.Contents' || exit 1
+    ;;
+  torture) Scripts/torture.sh "$@" || exit 1 ;;
+  fuzz) Scripts/fuzz.sh "$@" || exit 1 ;;
+  soak) Scripts/soak.sh "$@" || exit 1 ;;
+  coverage) Scripts/coverage.sh "$@" || exit 1 ;;
+  mutate) Scripts/mutate.sh "$@" || exit 1 ;;
   check) Scripts/check.sh || exit 1 ;;
   format) cpp_sources | xargs -0 clang-format-19 -i ;;
   debug)

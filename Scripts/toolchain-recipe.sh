@@ -4,7 +4,7 @@
 # and holds what every other stands on; the versions of all of them stand in toolchain.lock.
 
 readonly kSuite=trixie
-readonly kLayers=(demo test check package debug browser)
+readonly kLayers=(demo test check package debug browser fuzz coverage mutate)
 
 # Installed.
 readonly -A kPackages=(
@@ -21,6 +21,13 @@ readonly -A kPackages=(
   [debug]="gdb-mingw-w64 gdb-mingw-w64-target git less nano"
   # What opens the pages that qela writes: the smallest that has a shell for scripts and needs no display.
   [browser]="chromium-headless-shell"
+  # Clang's checks of addresses and of undefined behaviour, and its fuzzer, for what is built for this machine instead of
+  # Windows.
+  [fuzz]="clang-19 lld-19 libclang-rt-19-dev libstdc++-14-dev libc6-dev"
+  # What sums up what the compiler's counters say.
+  [coverage]="gcovr"
+  # What reads the sources that faults are put into.
+  [mutate]="python3-clang-19"
 )
 # Unpacked in /opt/deps, not installed: only their headers are wanted, and their dependencies (Boost, the native
 # libraries) would add hundreds of megabytes.
