@@ -33,9 +33,12 @@ say "clang-tidy"
 # was found clean with the same settings and the same headers of ours. Samples are built from the package alone, so that
 # nothing here knows how to compile them.
 mkdir -p build/tidy
+# Of the toolchain, the versions of clang-tidy and of what our sources include.
 settings=$({
   clang-tidy-19 --version
-  cat .clang-tidy cmake/ProjectOptions.cmake cmake/*-ucrt64.cmake Scripts/toolchain.lock
+  cat .clang-tidy cmake/ProjectOptions.cmake cmake/*-ucrt64.cmake
+  headers=${kHeaderPackages[*]}
+  grep -E "^(clang-tidy|libclang-cpp|libclang-common|libllvm|src:|[^ ]*mingw-w64)|^(${headers// /|}) " "$kLock"
 } | sha256sum)
 # with_headers: for each source a line of its name and those of the headers that it includes, directly or not. A header
 # is known by its last name, so that a line may name too many, and never too few.
