@@ -14,7 +14,7 @@ cp -r "$source/dev" "$source/Scripts" "$work/checkout/"
 # shellcheck disable=SC1091
 key=$(kSource=$work/checkout && . "$work/checkout/Scripts/toolchain.sh" && toolchain_key)
 mkdir -p "$work/cache/root-$key"
-touch "$work/cache/root-$key"/.{ready,layer-test,layer-check,layer-package,layer-debug,layer-browser}
+touch "$work/cache/root-$key"/.{ready,layer-{test,check,package,debug,browser,fuzz,coverage,mutate}}
 printf '#!/bin/bash\necho entered\n' >"$work/tools/unshare"
 chmod +x "$work/tools/unshare"
 
@@ -28,7 +28,7 @@ cannot_build() {
 
 it "tells what to do in a read-only checkout"
 read_only "$work/checkout"
-for command in demo test bench check format build package shell; do
+for command in demo test bench check format build package shell image torture fuzz soak coverage mutate; do
   dev "$command"
   expect_answer 3 '' "$(cannot_build)"
 done
@@ -67,7 +67,7 @@ dev build
 expect_answer 0 entered ''
 
 it "refuses arguments that a command does not take, before it does anything"
-for command in demo check format build lock; do
+for command in demo check format build image lock; do
   dev "$command" --quiet now
   expect_answer 2 '' "dev: error: ./dev $command takes no arguments; here is: --quiet now"
 done
