@@ -1,6 +1,7 @@
 #include "ScriptedWindows/ImportTable/ImportFaults.h"
 
 #include <cstring>
+#include <utility>
 
 #include "ScriptedWindows/Complaint.h"
 #include "ScriptedWindows/ImportTable/ImportTable.h"
@@ -83,39 +84,61 @@ auto* const g_setLastError = reinterpret_cast<decltype(&::SetLastError)>(
 
 ImportFaults::ImportFaults(HMODULE module) {
   static_assert(offsetof(Slot, original) == 0 && offsetof(Slot, result) == 8);
-  std::vector<void**> entries;
   VisitImports(module, [&](const ImportEntry& entry) {
-    if (!IsCode(*entry.slot)) return true;
-    m_names.push_back(entry.name);
-    entries.push_back(entry.slot);
+    if (IsCode(*entry.slot)) m_names.push_back(entry.name);
     return true;
   });
-  const std::size_t bytes = entries.size() * sizeof(Thunk);
+  const std::size_t bytes = m_names.size() * sizeof(Thunk);
   m_code = ::VirtualAlloc(nullptr, bytes, MEM_COMMIT | MEM_RESERVE, PAGE_READWRITE);
   Require(m_code != nullptr, "there is no memory for the instructions");
-  m_slots = std::vector<Slot>(entries.size());
+  m_slots = std::vector<Slot>(m_names.size());
   auto* const thunks = static_cast<Thunk*>(m_code);
-  for (std::size_t i = 0; i < entries.size(); ++i) {
-    m_slots[i].original = *entries[i];
-    m_slots[i].entry = entries[i];
+  for (std::size_t i = 0; i < m_slots.size(); ++i) {
     m_slots[i].owner = this;
     ::new (thunks + i) Thunk(&m_slots[i]);
   }
   DWORD before = 0;
   Require(::VirtualProtect(m_code, bytes, PAGE_EXECUTE_READ, &before) != FALSE, "the instructions cannot be run");
   ::FlushInstructionCache(::GetCurrentProcess(), m_code, bytes);
-  for (std::size_t i = 0; i < entries.size(); ++i) WriteImport(entries[i], thunks + i);
+  Enter(module);
 }
 
 ImportFaults::~ImportFaults() {
-  for (const Slot& slot : m_slots) WriteImport(slot.entry, slot.original);
+  Leave();
   ::VirtualFree(m_code, 0, MEM_RELEASE);
+}
+
+void ImportFaults::Enter(HMODULE module) {
+  Leave();
+  std::size_t i = 0;
+  VisitImports(module, [&](const ImportEntry& entry) {
+    if (!IsCode(*entry.slot)) return true;
+    Require(i < m_names.size() && m_names[i] == entry.name, "it is another file");
+    m_slots[i].original = *entry.slot;
+    m_slots[i].entry = entry.slot;
+    ++i;
+    return true;
+  });
+  auto* const thunks = static_cast<Thunk*>(m_code);
+  for (i = 0; i < m_slots.size(); ++i) WriteImport(m_slots[i].entry, thunks + i);
+  m_entered = true;
+}
+
+void ImportFaults::Leave() {
+  if (!std::exchange(m_entered, false)) return;
+  for (const Slot& slot : m_slots) WriteImport(slot.entry, slot.original);
 }
 
 std::uint32_t ImportFaults::Calls(const std::string& import) const {
   std::uint32_t calls = 0;
   for (std::size_t i = 0; i < m_names.size(); ++i)
     if (m_names[i] == import) calls += m_slots[i].calls;
+  return calls;
+}
+
+std::uint64_t ImportFaults::AllCalls() const {
+  std::uint64_t calls = 0;
+  for (const Slot& slot : m_slots) calls += slot.calls;
   return calls;
 }
 

@@ -30,12 +30,18 @@ class ImportFaults {
   ImportFaults(const ImportFaults&) = delete;
   ImportFaults& operator=(const ImportFaults&) = delete;
 
+  // For a module that is loaded again and again, the same file each time: Leave comes before it goes, Enter when it is
+  // there again, before its first instruction. What was ordered and counted stays.
+  void Leave();
+  void Enter(HMODULE module);
+
   // The functions; a number that stands for one is its place here.
   const std::vector<std::string>& Names() const { return m_names; }
 
   // Since the beginning or the last ForgetCalls.
   std::uint32_t Calls(std::size_t import) const { return m_slots[import].calls; }
   std::uint32_t Calls(const std::string& import) const;  // 0 for what the module does not import
+  std::uint64_t AllCalls() const;
   void ForgetCalls();
 
   enum class Mode { kOnce, kFromThenOn };
@@ -65,6 +71,7 @@ class ImportFaults {
   std::vector<std::string> m_names;
   std::vector<Slot> m_slots;
   void* m_code = nullptr;
+  bool m_entered = false;
   std::atomic<std::int64_t> m_left = 0;  // calls up to the first that fails
   std::atomic<Mode> m_mode = Mode::kOnce;
   std::atomic<bool> m_failed = false;

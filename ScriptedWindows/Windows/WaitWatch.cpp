@@ -1,5 +1,6 @@
 #include "ScriptedWindows/Windows/WaitWatch.h"
 
+#include <algorithm>
 #include <chrono>
 #include <utility>
 
@@ -33,9 +34,9 @@ void WaitWatch::OnWait(std::function<void()> hook) {
   m_hook = std::move(hook);
 }
 
-void WaitWatch::CutBoundedWaitsShort() {
+void WaitWatch::CutBoundedWaitsShort(DWORD longestMs) {
   const std::lock_guard lock(m_mutex);
-  m_cutShort = true;
+  m_longestMs = longestMs;
 }
 
 void WaitWatch::Answer(std::size_t times, DWORD result, DWORD error) {
@@ -63,7 +64,7 @@ DWORD WINAPI WaitWatch::WaitForMultiple(DWORD count, const HANDLE* handles, BOOL
       ::SetLastError(self.m_error);
       return self.m_result;
     }
-    if (self.m_cutShort && ms != INFINITE) ms = 0;
+    if (ms != INFINITE) ms = std::min(ms, self.m_longestMs);
   }
   return self.m_patch.Original<DWORD WINAPI(DWORD, const HANDLE*, BOOL, DWORD)>()(count, handles, all, ms);
 }

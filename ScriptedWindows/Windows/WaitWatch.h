@@ -38,8 +38,8 @@ class WaitWatch : public OnlyOne<WaitWatch> {
   // Called when a wait has been noted and before it begins, on its thread.
   void OnWait(std::function<void()> hook);
 
-  // Bounded waits time out at once when nothing is signalled.
-  void CutBoundedWaitsShort();
+  // Bounded waits time out after so long, at once by default, when nothing is signalled.
+  void CutBoundedWaitsShort(DWORD longestMs = 0);
 
   // The next waits fail with the error, or answer with the result, and wait for nothing; once the number is used up,
   // they wait again.
@@ -52,7 +52,7 @@ class WaitWatch : public OnlyOne<WaitWatch> {
   mutable std::condition_variable m_begun;
   std::vector<Wait> m_waits;
   std::function<void()> m_hook;
-  bool m_cutShort = false;
+  DWORD m_longestMs = INFINITE;
   std::size_t m_answers = 0;
   DWORD m_result = 0;
   DWORD m_error = 0;

@@ -2,7 +2,6 @@
 // since the library must really go: adapters and address changes are the machine's.
 #include <winsock2.h>
 #include <windows.h>
-#include <winternl.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -26,6 +25,7 @@
 #include "ScriptedWindows/ImportTable/HeapWatch.h"
 #include "ScriptedWindows/Windows/RedirectedMachineHive.h"
 #include "Tests/Contract/DiscoveryTest.h"
+#include "Tests/Support/LoadNotice.h"
 #include "Tests/Support/ProcessCounts.h"
 
 namespace {
@@ -34,14 +34,8 @@ namespace {
 // replace anything by itself, to its last.
 class LoadWatch {
  public:
-  LoadWatch() {
-    s_current = this;
-    EXPECT_EQ(Ntdll<RegisterFunction>("LdrRegisterDllNotification")(0, &OnModule, nullptr, &m_cookie), 0);
-  }
-  ~LoadWatch() {
-    Ntdll<UnregisterFunction>("LdrUnregisterDllNotification")(m_cookie);
-    s_current = nullptr;
-  }
+  LoadWatch() { s_current = this; }
+  ~LoadWatch() { s_current = nullptr; }
   LoadWatch(const LoadWatch&) = delete;
   LoadWatch& operator=(const LoadWatch&) = delete;
 
@@ -65,35 +59,12 @@ class LoadWatch {
   int SlotsLeft() const { return m_slots; }
 
  private:
-  // As documented; the headers lack them.
-  struct Notification {
-    ULONG flags;
-    const UNICODE_STRING* fullName;
-    const UNICODE_STRING* baseName;
-    void* base;
-    ULONG size;
-  };
-  using NotificationFunction = void CALLBACK(ULONG reason, const Notification* data, void* context);
-  using RegisterFunction = NTSTATUS NTAPI(ULONG, NotificationFunction*, void*, void**);
-  using UnregisterFunction = NTSTATUS NTAPI(void*);
-  static constexpr ULONG kLoaded = 1;
-
-  template <typename Function>
-  static Function* Ntdll(const char* name) {
-    return reinterpret_cast<Function*>(
-        reinterpret_cast<void*>(::GetProcAddress(::GetModuleHandleW(L"ntdll.dll"), name)));
-  }
-
-  // Comes before the library's first instruction, and after its last while it is still there.
-  static void CALLBACK OnModule(ULONG reason, const Notification* data, void*) {
-    if (std::wstring(data->baseName->Buffer) != L"QeLaLib.dll") return;
-    std::vector<std::unique_ptr<ImportPatch>>& patches = s_current->m_patches;
-    patches.clear();
-    if (reason != kLoaded) return;
-    ++s_current->m_loads;
-    s_current->m_allocations = 0;
+  void OnLoad(HMODULE module) {
+    m_patches.clear();
+    ++m_loads;
+    m_allocations = 0;
     const auto patch = [&](const char* function, auto* replacement) {
-      patches.push_back(std::make_unique<ImportPatch>(static_cast<HMODULE>(data->base), function, replacement));
+      m_patches.push_back(std::make_unique<ImportPatch>(module, function, replacement));
     };
     patch("malloc", &Malloc);
     patch("calloc", &Calloc);
@@ -152,8 +123,8 @@ class LoadWatch {
   std::ptrdiff_t m_allocations = 0;
   bool m_fromThenOn = false;
   bool m_failed = false;
-  void* m_cookie = nullptr;
   std::vector<std::unique_ptr<ImportPatch>> m_patches;
+  LoadNotice m_notice{L"QeLaLib.dll", [this](HMODULE module) { OnLoad(module); }, [this] { m_patches.clear(); }};
 };
 
 bool IsLoaded() { return ::GetModuleHandleW(L"QeLaLib.dll") != nullptr; }

@@ -125,6 +125,16 @@ TEST_F(ImportFaultsTest, OfManyThreadsAsManyCallsFailAsWereOrdered) {
   EXPECT_EQ(failed, 1);
 }
 
+TEST_F(ImportFaultsTest, WhatIsOrderedAndCountedOutlastsTheModulesAbsence) {
+  m_faults.FailAt({Find("CreateEventW")}, 2, kOnce, kNoEvent);
+  EXPECT_TRUE(MakesAnEvent());
+  m_faults.Leave();
+  EXPECT_TRUE(MakesAnEvent());
+  m_faults.Enter(ThisProgram());
+  EXPECT_FALSE(MakesAnEvent());
+  EXPECT_EQ(m_faults.Calls("CreateEventW"), 2u);
+}
+
 TEST(ImportFaults, LeavesTheTableAsItWas) {
   const auto table = [] {
     std::vector<void*> values;
