@@ -49,6 +49,9 @@ function(throw_without_memory target)
   endif()
   target_sources(${target} PRIVATE ${runtime})
   target_link_options(${target} PRIVATE LINKER:--wrap=pthread_mutex_init)
+  if(runtime MATCHES "RuntimeCleanUp")
+    target_link_options(${target} PRIVATE LINKER:--wrap=abort)
+  endif()
 endfunction()
 
 # ship(TARGET DESCRIPTION): a module that leaves the house: with a version resource, and with a PDB beside it, made from

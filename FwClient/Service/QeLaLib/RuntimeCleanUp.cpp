@@ -7,12 +7,17 @@
 //
 // Two small blocks (48 bytes) stay: locks inside the runtime that nobody can reach. So do two handles and a record for
 // every other thread that has called the library and is still there when it goes.
+//
+// The thread library ends the process where the record of a thread gets no handle or no slot. It makes records while
+// the library is loaded and, on another thread, unloaded; the host is not to end by that. Guarded by
+// LibraryEveryImport.FailsWhileItIsLoadedAndUnloaded.
 #include <windows.h>
 
 #include <pthread.h>
 
 #include <array>
 #include <cstdlib>
+#include <utility>
 
 #include "FwClient/Service/QeLaLib/RuntimeThrow.h"
 
@@ -25,6 +30,7 @@ extern "C" const IMAGE_TLS_DIRECTORY _tls_used;
 namespace {
 
 bool g_processEnds = false;
+bool g_inEntry = true;  // from the first instruction to DllMain, and while a record is made for the end
 
 constexpr DWORD kSlots = 64 + 1024;
 std::array<void*, kSlots> g_slots;
@@ -40,7 +46,9 @@ void EndThisThreadForTheRuntime() noexcept {
   // Threads that were ended in the middle may hold the runtime's locks for ever; and all goes with the process anyway.
   if (g_processEnds) return;
   const DWORD error = ::GetLastError();  // which reading a slot clears
-  static_cast<void>(::pthread_self());   // makes the record if there is none yet
+  g_inEntry = true;
+  static_cast<void>(::pthread_self());  // makes the record if there is none yet
+  g_inEntry = false;
   // The runtime has one slot, for its record of the thread, and does not tell which: it is the one that is emptied
   // when the thread ends. The record goes into a list for later threads, of which there are none.
   for (DWORD slot = 0; slot < kSlots; ++slot) g_slots[slot] = ::TlsGetValue(slot);
@@ -56,7 +64,19 @@ void EndThisThreadForTheRuntime() noexcept {
 
 }  // namespace
 
+// The linker puts this in the place of abort, which itself is the entry of the import table. In the module's entry it
+// ends no more than that, by an exception: the system's loader takes it for a load that has failed, and unloads all the
+// same.
+extern "C" void (*__imp_abort)();
+extern "C" [[noreturn]] void __wrap_abort() {
+  constexpr DWORD kNoMemory = 0xC0000017;  // STATUS_NO_MEMORY
+  if (std::exchange(g_inEntry, false)) ::RaiseException(kNoMemory, EXCEPTION_NONCONTINUABLE, 0, nullptr);
+  __imp_abort();
+  __builtin_unreachable();
+}
+
 extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD reason, void* reserved) {
+  g_inEntry = false;
   if (reason == DLL_PROCESS_DETACH) g_processEnds = reserved != nullptr;
   return reason != DLL_PROCESS_ATTACH || CanThrowWithoutMemory();
 }
