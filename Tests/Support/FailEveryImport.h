@@ -38,13 +38,21 @@ using Scene = std::function<void(Attempt&)>;
 using WithModule = std::function<void(const std::function<void(ImportFaults&)>&)>;
 
 // For every import that the scene reaches, for its calls, once and from then on: runs the scene while the call fails,
-// and then while nothing does. Of more than `mostCalls` calls that many are taken: half of them are the first, the
-// others lie evenly between these and the last, which is one of them. The first call fails with every error that
-// ImportFailures.h knows for the function, the others with these in turn. What gives memory fails together besides: the
-// heap is one.
+// and then while nothing does. Of more than `mostCalls` calls that many are taken: the first, and others that the day
+// chooses, so that all are taken in time. The first call fails with every error that ImportFailures.h knows for the
+// function, the others with these in turn. What gives memory fails together besides, as "memory": the heap is one.
 //
-// A failure of the test tells what failed, and after a few of them no more is tried. So does what the program says at
-// its end, when it crashes or when a run takes over 30 seconds. Returns the imports that were called in any run.
+// A failure of the test tells what failed and how to see it again alone, and after a few of them no more is tried. So
+// does what the program says at its end, when it crashes or when a run takes over 30 seconds. A run that calls a
+// multiple of what the scene calls does not rest where it should wait, and fails. Returns the imports that were called
+// in any run.
+//
+// What is taken, the program's environment can tell; ./dev torture does:
+//   TORTURE_CALLS=all|NUMBER   all calls with every error, or that many in the place of `mostCalls`; 0: they are
+//   counted TORTURE_ONLY=NAME[:CALL[:once|on[:ERROR]]]   of that function; that call, in that way, with that error
+//   alone TORTURE_SEED=NUMBER        chooses the calls in the place of the day, which is 20261122, say
+//   TORTURE_REPORT=FILE        gets a line for each import: scene, import, calls, failures put in, of these reached,
+//                              the errors or why there are none, and "ok" or "failed"; with tabs in between
 std::set<std::string> FailEveryImport(const WithModule& withModule, std::uint32_t mostCalls, const Scene& scene);
 inline std::set<std::string> FailEveryImport(ImportFaults& faults, std::uint32_t mostCalls, const Scene& scene) {
   return FailEveryImport([&](const auto& use) { use(faults); }, mostCalls, scene);
