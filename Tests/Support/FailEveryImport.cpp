@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <charconv>
 #include <chrono>
@@ -87,6 +88,8 @@ struct Choice {
   std::optional<std::uint32_t> call;
   std::optional<ImportFaults::Mode> mode;
   std::optional<std::int64_t> error;
+  std::uint32_t part = 0;
+  std::uint32_t parts = 1;
   std::uint32_t seed = 0;
   std::string report;
 };
@@ -119,7 +122,7 @@ Choice ReadChoice() {
   choice.seed = seed.empty() ? Today() : ReadNumber<std::uint32_t>(seed, "TORTURE_SEED").value_or(0);
   const std::string calls = Environment("TORTURE_CALLS");
   const std::string only = Environment("TORTURE_ONLY");
-  choice.withAllErrors = calls == "all" || !only.empty();
+  choice.withAllErrors = calls == "all" || (calls.empty() && !only.empty());
   if (choice.withAllErrors)
     choice.calls = std::numeric_limits<std::uint32_t>::max();
   else if (!calls.empty())
@@ -137,6 +140,11 @@ Choice ReadChoice() {
     choice.mode = mode == "once" ? ImportFaults::Mode::kOnce : ImportFaults::Mode::kFromThenOn;
   }
   if (!rest.empty()) choice.error = ReadNumber<std::int64_t>(rest, "TORTURE_ONLY");
+  if (const std::string part = Environment("TORTURE_PART"); !part.empty()) {
+    const std::size_t slash = std::min(part.find('/'), part.size() - 1);
+    choice.part = ReadNumber<std::uint32_t>(part.substr(0, slash), "TORTURE_PART").value_or(0);
+    choice.parts = std::max(ReadNumber<std::uint32_t>(part.substr(slash + 1), "TORTURE_PART").value_or(1), 1U);
+  }
   return choice;
 }
 
@@ -151,17 +159,18 @@ struct Target {
   std::vector<std::size_t> imports;
   std::uint32_t calls;
   const std::vector<ImportFailure>* failures;
+  bool givesMemory;
 };
 
 // What was called since the calls were forgotten.
 std::vector<Target> TargetsOf(const ImportFaults& faults) {
   std::vector<Target> targets;
-  Target memory{"memory", {}, 0, nullptr};
+  Target memory{"memory", {}, 0, nullptr, true};
   for (std::size_t i = 0; i < faults.Names().size(); ++i) {
     const ImportRule* const rule = FindImportRule(faults.Names()[i]);
     const std::uint32_t calls = faults.Calls(i);
     if (rule == nullptr || rule->failures.empty() || calls == 0) continue;
-    targets.push_back({rule->name, {i}, calls, &rule->failures});
+    targets.push_back({rule->name, {i}, calls, &rule->failures, rule->givesMemory});
     if (!rule->givesMemory) continue;
     memory.imports.push_back(i);
     memory.calls += calls;
@@ -256,7 +265,7 @@ std::set<std::string> FailEveryImport(const WithModule& withModule, std::uint32_
         culprit.Is(text);
         faults.ForgetCalls();
         faults.FailAt(target.imports, call, mode, failure);
-        Attempt attempt(faults, mode, failure.error);
+        Attempt attempt(faults, mode, failure.error, target.givesMemory);
         scene(attempt);
         ++putIn;
         errors.insert(ErrorOf(failure));
@@ -269,9 +278,12 @@ std::set<std::string> FailEveryImport(const WithModule& withModule, std::uint32_
         noteCalls(faults);
       });
     };
+    bool withFirst = false;
     std::set<std::uint32_t> calls;
     if (chosen) calls = choice.call ? std::set{*choice.call} : ChosenCalls(target, most, choice.seed);
     for (const std::uint32_t call : calls) {
+      if (call % choice.parts != choice.part % choice.parts) continue;
+      withFirst |= call == 1;
       for (std::size_t i = 0; i < target.failures->size(); ++i) {
         if (choice.error && *choice.error != ErrorOf((*target.failures)[i])) continue;
         if (!choice.withAllErrors && call != 1 && i != call % target.failures->size()) continue;
@@ -279,7 +291,9 @@ std::set<std::string> FailEveryImport(const WithModule& withModule, std::uint32_
         fail(call, (*target.failures)[i], ImportFaults::Mode::kFromThenOn);
       }
     }
-    EXPECT_TRUE(reached != 0 || putIn == 0 || choice.call) << target.name << " is not called again";
+    EXPECT_TRUE(reached != 0 || putIn == 0 || !withFirst) << target.name << " is not called again";
+    if (putIn == 0)
+      for (const ImportFailure& failure : *target.failures) errors.insert(ErrorOf(failure));
     std::string list;
     for (const std::int64_t error : errors) list += (list.empty() ? "" : ",") + std::to_string(error);
     Report(choice.report, std::format("{}\t{}\t{}\t{}\t{}\t{}", target.name, target.calls, putIn, reached, list,

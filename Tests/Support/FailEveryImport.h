@@ -13,12 +13,14 @@ class Attempt {
  public:
   // Nothing fails.
   Attempt() = default;
-  Attempt(ImportFaults& faults, ImportFaults::Mode mode, DWORD error = ERROR_SUCCESS)
-      : m_faults(&faults), m_mode(mode), m_error(error) {}
+  Attempt(ImportFaults& faults, ImportFaults::Mode mode, DWORD error = ERROR_SUCCESS, bool lacksMemory = false)
+      : m_faults(&faults), m_mode(mode), m_error(error), m_lacksMemory(lacksMemory) {}
 
   bool Fails() const { return m_faults != nullptr; }
   bool FailsFromThenOn() const { return Fails() && m_mode == ImportFaults::Mode::kFromThenOn; }
   bool FailsWith(DWORD error) const { return Fails() && m_error == error; }
+  // One allocation fails, and after it there is memory again.
+  bool LacksMemoryOnce() const { return m_lacksMemory && !FailsFromThenOn(); }
   // From here on nothing fails, in this run.
   void EndFailures() {
     if (m_faults != nullptr) m_faults->StopFailing();
@@ -28,6 +30,7 @@ class Attempt {
   ImportFaults* m_faults = nullptr;
   ImportFaults::Mode m_mode = ImportFaults::Mode::kOnce;
   DWORD m_error = ERROR_SUCCESS;
+  bool m_lacksMemory = false;
 };
 
 // What a host does. It judges what comes of it, and leaves nothing behind.
@@ -48,11 +51,12 @@ using WithModule = std::function<void(const std::function<void(ImportFaults&)>&)
 // in any run.
 //
 // What is taken, the program's environment can tell; ./dev torture does:
-//   TORTURE_CALLS=all|NUMBER   all calls with every error, or that many in the place of `mostCalls`; 0: they are
-//   counted TORTURE_ONLY=NAME[:CALL[:once|on[:ERROR]]]   of that function; that call, in that way, with that error
-//   alone TORTURE_SEED=NUMBER        chooses the calls in the place of the day, which is 20261122, say
-//   TORTURE_REPORT=FILE        gets a line for each import: scene, import, calls, failures put in, of these reached,
-//                              the errors or why there are none, and "ok" or "failed"; with tabs in between
+//   TORTURE_CALLS=all|NUMBER  all calls with every error, or so many in the place of `mostCalls`; 0 counts them
+//   TORTURE_ONLY=NAME[:CALL[:once|on[:ERROR]]]  that function; that call of it, in that way, with that error
+//   TORTURE_PART=PART/PARTS   every one of so many of the chosen calls, so that several processes share them
+//   TORTURE_SEED=NUMBER       chooses the calls in the place of the day, which is 20261122, say
+//   TORTURE_REPORT=FILE       gets a line for each import, with tabs: scene, import, calls, failures put in, those of
+//                             them that were reached, the errors or why there are none, "ok" or "failed"
 std::set<std::string> FailEveryImport(const WithModule& withModule, std::uint32_t mostCalls, const Scene& scene);
 inline std::set<std::string> FailEveryImport(ImportFaults& faults, std::uint32_t mostCalls, const Scene& scene) {
   return FailEveryImport([&](const auto& use) { use(faults); }, mostCalls, scene);
