@@ -59,7 +59,12 @@ case $command in
     Scripts/lab.sh ctest --preset "$preset" -R '(Image|Secrets)[.]|Package.Contents' || exit 1
     make_package --verify
     ;;
-  torture) Scripts/torture.sh "$@" || exit 1 ;;
+  torture)
+    build ContractTests >&2
+    cmake --build --preset "$preset" --target KitTests >&2 || exit 1
+    say "failing imports"
+    Scripts/lab.sh Scripts/torture.sh "$@"
+    ;;
   fuzz) Scripts/fuzz.sh "$@" || exit 1 ;;
   soak) Scripts/soak.sh "$@" || exit 1 ;;
   coverage) Scripts/coverage.sh "$@" || exit 1 ;;

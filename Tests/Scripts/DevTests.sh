@@ -89,6 +89,33 @@ for wrong in all '--all --yes' ''; do
   [ -e "$work/cache/kept" ] && [ -e "$work/checkout/build" ]
 done
 
+it "tells what is wrong with the arguments of torture, and what it takes"
+shows='./dev torture --list shows them'
+for wrong in --quiet Discovery; do
+  dev torture --scene Discovery "$wrong"
+  expect_answer 2 '' "dev: error: ./dev torture does not know $wrong; ./dev torture --help tells what it knows"
+done
+for option in --scene --import; do
+  dev torture --list "$option"
+  expect_answer 2 '' "dev: error: ./dev torture $option needs a name; $shows"
+  dev torture "$option" --list
+  expect_answer 2 '' "dev: error: ./dev torture $option needs a name; $shows"
+done
+for wrong in malloc: malloc:0 malloc:x malloc:1:twice malloc:1:on: malloc:1:once:many malloc:1:on:8:9 'malloc free'; do
+  dev torture --import "$wrong"
+  expect_answer 2 '' "dev: error: ./dev torture --import takes NAME[:CALL[:once|on[:ERROR]]], where CALL counts from 1; here is: $wrong"
+done
+dev torture --import malloc --list
+expect_answer 2 '' "dev: error: ./dev torture --list lists all functions; leave --import out"
+dev torture --help
+expect_code 0
+expect "$(head -n 1 <<<"$out")" "usage: ./dev torture [--scene NAME] [--import NAME[:CALL[:once|on[:ERROR]]]] [--list]"
+for right in --list '--scene Discovery' '--import malloc:3:on:8' '--scene Kit --import _strdup'; do
+  # shellcheck disable=SC2086
+  dev torture $right
+  expect_answer 0 entered ''
+done
+
 it "hands the arguments of the others on"
 for command in test bench shell; do
   dev "$command" --any thing
