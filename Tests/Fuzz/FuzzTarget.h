@@ -14,9 +14,9 @@ using FuzzInput = std::span<const std::uint8_t>;
 class FuzzTarget {
  public:
   // The name is its corpus's folder, too (Tests/Fuzz/Corpus/NAME). `run` returns where all that it is about holds, and
-  // calls FuzzFail where it does not; the input may lie at the end of a page behind which nothing can be read. `tokens` are
-  // texts that the input's format is made of. The object registers itself; it and what it refers to live as long as the
-  // program.
+  // calls FuzzFail where it does not; the input may lie at the end of a page behind which nothing can be read. `tokens`
+  // are texts that the input's format is made of. The object registers itself; it and what it refers to live as long as
+  // the program.
   using Run = void (*)(FuzzInput);
   FuzzTarget(std::string_view name, Run run, std::vector<std::string_view> tokens = {});
 
@@ -36,8 +36,14 @@ class FuzzTarget {
 // Tells what does not hold, and ends the program.
 [[noreturn]] void FuzzFail(std::string_view what);
 
-// Reads an input as a row of choices, so that what is built from them has the structure of what is tested, and bytes that
-// change a little change it a little. Where the input ends, every choice is the first.
+// Tells of which kind the result of a run is: inputs that lead to a new one are kept, and changed further.
+void FuzzKind(std::uint32_t kind) noexcept;
+
+// How much memory the run has asked for so far, freed or not; 0 where nobody counts.
+std::size_t FuzzBytesAskedFor() noexcept;
+
+// Reads an input as a row of choices, so that what is built from them has the structure of what is tested, and bytes
+// that change a little change it a little. Where the input ends, every choice is the first.
 class FuzzChoices {
  public:
   explicit FuzzChoices(FuzzInput input) : m_rest(input) {}
