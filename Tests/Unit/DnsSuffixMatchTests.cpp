@@ -148,6 +148,16 @@ TEST(DnsSuffixMatch, AStarInALabelIsAnyText) {
   });
 }
 
+// A label that needs no expression has the answers of the expression that it would be.
+TEST(DnsSuffixMatch, AStarInALabelStandsForNoEndOfALine) {
+  for (const wchar_t* label : {L"a*b", L"(a)*b", L"a*b\\*?"}) {
+    for (const wchar_t lineEnd : {L'\n', L'\r', L'\u2028', L'\u2029'}) {
+      EXPECT_FALSE(DnsSuffixMatches(label, std::wstring(L"a") + lineEnd + L"b")) << label << " and " << int{lineEnd};
+    }
+    EXPECT_TRUE(DnsSuffixMatches(label, L"a\u0085\tb")) << label;
+  }
+}
+
 TEST(DnsSuffixMatch, OtherExpressionCharactersLiveOnlyBesideAStar) {
   ExpectAll({
       {L"ab?", L"ab?", true},

@@ -39,7 +39,9 @@ constexpr std::ptrdiff_t kMaxBacktrackingStackBytes = std::ptrdiff_t{80} * 1024;
 constexpr std::size_t kMaxLookingAheadSteps = 500000;
 
 // What "." does not match.
-bool IsLineEnd(wchar_t character) { return character == L'\n' || character == L'\r'; }
+bool IsLineEnd(wchar_t character) {
+  return character == L'\n' || character == L'\r' || character == L'\u2028' || character == L'\u2029';
+}
 
 struct OutOfBudget {};
 
