@@ -9,6 +9,7 @@ struct FuzzRun {
   std::size_t bytesAskedFor = 0;
   std::vector<bool>* kinds = nullptr;  // that were seen so far; null where they are not collected
   bool isNewKind = false;
+  bool isSlow = false;
 };
 
 inline constexpr std::size_t kFuzzKinds = 1 << 16;

@@ -46,3 +46,5 @@ void FuzzKind(std::uint32_t kind) noexcept {
 }
 
 std::size_t FuzzBytesAskedFor() noexcept { return CurrentFuzzRun().bytesAskedFor; }
+
+bool FuzzIsSlow() noexcept { return CurrentFuzzRun().isSlow; }

@@ -42,6 +42,9 @@ void FuzzKind(std::uint32_t kind) noexcept;
 // How much memory the run has asked for so far, freed or not; 0 where nobody counts.
 std::size_t FuzzBytesAskedFor() noexcept;
 
+// Whether the run is slowed down by what watches it, so that times say nothing.
+bool FuzzIsSlow() noexcept;
+
 // Reads an input as a row of choices, so that what is built from them has the structure of what is tested, and bytes
 // that change a little change it a little. Where the input ends, every choice is the first.
 class FuzzChoices {

@@ -20,22 +20,32 @@ namespace {
 
 constexpr std::size_t kPageBytes = 4096;
 // Pages are given out in a circle, so that what was freed stays out of reach until all others had their turn.
-constexpr std::size_t kArenaPages = std::size_t{1} << 18;
+constexpr std::size_t kArenaPages = std::size_t{1} << 15;
 constexpr std::size_t kMostBlockPages = kArenaPages / 4;
 constexpr std::size_t kEdgeBytes = 16;
 constexpr std::uint8_t kEdge = 0xFB;
 
 std::size_t PagesOf(std::size_t bytes) { return (bytes + kPageBytes - 1) / kPageBytes; }
 
-std::uint8_t* Reserve(std::size_t pages) {
-  void* const memory = ::VirtualAlloc(nullptr, pages * kPageBytes, MEM_RESERVE, PAGE_NOACCESS);
+void Protect(std::uint8_t* start, std::size_t pages, DWORD protection) {
+  DWORD before = 0;
+  if (!::VirtualProtect(start, pages * kPageBytes, protection, &before)) FuzzFail("pages cannot be protected");
+}
+
+std::uint8_t* Unreachable(std::size_t pages) {
+  auto* const memory =
+      static_cast<std::uint8_t*>(::VirtualAlloc(nullptr, pages * kPageBytes, MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE));
   if (memory == nullptr) throw std::bad_alloc();
-  return static_cast<std::uint8_t*>(memory);
+  // All pages are there from the start: Linux then keeps neighbours of equal protection as one, and has a limit of
+  // them.
+  std::fill_n(memory, pages * kPageBytes, kEdge);
+  Protect(memory, pages, PAGE_NOACCESS);
+  return memory;
 }
 
 class Arena {
  public:
-  Arena() : m_memory(Reserve(kArenaPages)), m_isTaken(kArenaPages), m_sizes(kArenaPages) {}
+  Arena() : m_memory(Unreachable(kArenaPages)), m_isTaken(kArenaPages), m_sizes(kArenaPages) {}
 
   bool Holds(const void* block) const {
     const auto* const byte = static_cast<const std::uint8_t*>(block);
@@ -50,7 +60,7 @@ class Arena {
     const std::size_t page = FreePages(pages + 1);
     if (page == kArenaPages) return nullptr;
     std::uint8_t* const start = m_memory + page * kPageBytes;
-    if (::VirtualAlloc(start, pages * kPageBytes, MEM_COMMIT, PAGE_READWRITE) == nullptr) return nullptr;
+    Protect(start, pages, PAGE_READWRITE);
     std::fill_n(m_isTaken.begin() + static_cast<std::ptrdiff_t>(page), pages + 1, std::uint8_t{1});
     m_sizes[page] = bytes;
     ++m_blocks;
@@ -72,7 +82,7 @@ class Arena {
       FuzzFail("what is freed is no block, or not any more");
     if (std::any_of(byte - EdgeBefore(start, byte), byte, [](std::uint8_t edge) { return edge != kEdge; }))
       FuzzFail("what stands before a block was written");
-    ::VirtualFree(start, pages * kPageBytes, MEM_DECOMMIT);
+    Protect(start, pages, PAGE_NOACCESS);
     std::fill_n(m_isTaken.begin() + static_cast<std::ptrdiff_t>(page), pages + 1, std::uint8_t{0});
     --m_blocks;
   }
@@ -136,7 +146,9 @@ bool Counted(std::size_t bytes) {
 void* Malloc(std::size_t bytes) { return Counted(bytes) ? g_arena->Take(bytes) : g_malloc(bytes); }
 
 void* Calloc(std::size_t count, std::size_t bytes) {
-  return Counted(count * bytes) ? g_arena->Take(count * bytes) : g_calloc(count, bytes);  // new pages are zero
+  if (!Counted(count * bytes)) return g_calloc(count, bytes);
+  void* const block = g_arena->Take(count * bytes);
+  return block != nullptr ? std::memset(block, 0, count * bytes) : nullptr;
 }
 
 bool IsGuarded(const void* block) { return g_arena != nullptr && g_arena->Holds(block); }
