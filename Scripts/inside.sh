@@ -65,7 +65,10 @@ case $command in
     say "failing imports"
     Scripts/lab.sh Scripts/torture.sh "$@"
     ;;
-  fuzz) Scripts/fuzz.sh "$@" || exit 1 ;;
+  fuzz)
+    build FuzzTests >&2
+    Scripts/lab.sh Scripts/fuzz.sh "build/$preset/bin" "$@" || exit # its own code: a target may be unknown
+    ;;
   soak) Scripts/soak.sh "$@" || exit 1 ;;
   coverage) Scripts/coverage.sh "$@" || exit 1 ;;
   mutate) Scripts/mutate.sh "$@" || exit 1 ;;

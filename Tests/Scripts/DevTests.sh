@@ -81,6 +81,17 @@ for wrong in verify '--verify now' '--fresh 11' '--fresh 12 13'; do
   dev package $wrong
   expect_answer 2 '' "dev: error: ./dev package takes --verify, --tests, --fresh [12|13] or nothing; here is: $wrong"
 done
+for wrong in nothing 10 0s 1d '10 m' -5m; do
+  dev fuzz --for "${wrong#nothing}"
+  expect_answer 2 '' "dev: error: ./dev fuzz --for takes a time such as 90s, 10m or 2h; here is: $wrong"
+done
+dev fuzz --guard
+expect_answer 2 '' "dev: error: ./dev fuzz takes --for TIME, --list and names of targets; here is: --guard"
+for wrong in '--list tasklist' '--for 5s --list'; do
+  # shellcheck disable=SC2086
+  dev fuzz $wrong
+  expect_answer 2 '' "dev: error: ./dev fuzz --list takes nothing else"
+done
 touch "$work/cache/kept"
 for wrong in all '--all --yes' ''; do
   # shellcheck disable=SC2086
@@ -122,6 +133,8 @@ for command in test bench shell; do
   expect_answer 0 entered ''
 done
 dev package --verify
+expect_answer 0 entered ''
+dev fuzz --for 90s tasklist
 expect_answer 0 entered ''
 
 it "tells what to do where a plain Debian cannot be made"
