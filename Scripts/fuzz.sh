@@ -27,7 +27,7 @@ TEXT
 # read_fuzz_line [ARGUMENT...]: sets fuzz_seconds, fuzz_list and fuzz_targets. Help ends the script, and so does misuse.
 read_fuzz_line() {
   fuzz_seconds=300 fuzz_list='' fuzz_targets=()
-  local time= unit
+  local time='' unit
   while [ $# -gt 0 ]; do
     case $1 in
       -h | --help) fuzz_usage; exit 0 ;;

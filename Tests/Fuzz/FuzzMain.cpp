@@ -410,7 +410,9 @@ int Supervise(const Options& options) {
       computedBefore = computed;
     } else if (computed - computedBefore > kMostComputingMs || ::GetTickCount64() - since > kMostMs) {
       ::TerminateProcess(process.get(), 1);
-      return TellFind(options, progress, "does not end");
+      return TellFind(options, progress,
+                      "does not end (after " + std::to_string((::GetTickCount64() - since) / 1000) + " s, " +
+                          std::to_string((computed - computedBefore) / 1000) + " s of computing)");
     }
   }
   DWORD code = 0;

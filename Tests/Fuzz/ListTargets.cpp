@@ -48,7 +48,7 @@ void RunTasklist(FuzzInput input) {
   DWORD expectedId = kUntouched;
   std::istringstream lines{std::string(text)};
   for (std::string line; !expected && std::getline(lines, line);) {
-    line = line.c_str();
+    line.resize(std::strlen(line.c_str()));
     if (line.empty() || line[0] != '"') continue;
     const char* const name = std::strtok(line.data(), "\",");
     std::wstring wide;
@@ -57,7 +57,7 @@ void RunTasklist(FuzzInput input) {
     const char* const id = name != nullptr ? std::strtok(nullptr, "\",") : nullptr;
     if (wide != image || id == nullptr) continue;
     expected = true;
-    expectedId = static_cast<DWORD>(std::atol(id));
+    expectedId = static_cast<DWORD>(std::strtol(id, nullptr, 10));
   }
   DWORD id = kUntouched;
   const bool found = FindProcessIdInCsv(text, image, &id);

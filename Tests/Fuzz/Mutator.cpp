@@ -18,7 +18,9 @@ auto At(FuzzBytes& bytes, std::size_t place) { return bytes.begin() + static_cas
 
 void Mutator::Change(FuzzBytes& bytes, const std::vector<FuzzBytes>& corpus,
                      const std::vector<std::string_view>& tokens, std::size_t mostBytes) {
-  for (std::size_t changes = std::size_t{1} << Below(4); changes > 0; --changes) ChangeOnce(bytes, corpus, tokens);
+  // Most formats survive one change better than many.
+  for (std::size_t changes = Below(2) == 0 ? 1 : std::size_t{1} << Below(4); changes > 0; --changes)
+    ChangeOnce(bytes, corpus, tokens);
   if (bytes.size() > mostBytes) bytes.resize(mostBytes);
 }
 
