@@ -67,6 +67,15 @@ TEST(QelaJsonFile, WhatIsNoJsonIsToldWithLineAndColumn) {
   EXPECT_THAT(Refusal(std::string(3, '\0')), StartsWith("set.json: line 1, column 1: "));
 }
 
+// Not even where the text in front of it is whole: who wrote the rest meant something by it.
+TEST(QelaJsonFile, ANulIsRefusedWhereverItStands) {
+  using namespace std::string_literals;
+  EXPECT_THAT(Refusal("{}\n \0{\"a\": 1}"s),
+              StartsWith("set.json: line 2, column 2: the character U+0000 stands here"));
+  for (const std::string& text : {"{}\0"s, "\0{}"s, "{\0}"s, "[1\0]"s, "\"\0\""s})
+    EXPECT_THAT(Refusal(text), StartsWith("set.json: line 1, column ")) << text.size();
+}
+
 TEST(QelaJsonFile, EveryTruncationIsRefused) {
   const std::string whole = R"({"schema": 1, "a": [true, "\ud83d\ude00", -1.5e3, {"b": null}]})";
   Read(whole);

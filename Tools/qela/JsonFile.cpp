@@ -114,6 +114,10 @@ JsonDocument ParseJson(const std::string& text, const std::string& fileName) {
   } catch (const nlohmann::json::exception& error) {
     fail(Reason(error));
   }
+  // The parser takes it for the end, and whatever stands behind it for nothing.
+  if (const std::size_t nul = text.find('\0'); nul != std::string::npos)
+    FailFile(fileName, Place(text, nul) +
+                           ": the character U+0000 stands here; leave it out, and what does not belong behind the end");
   return JsonDocument(content);
 }
 
