@@ -70,7 +70,7 @@ case $command in
     Scripts/lab.sh Scripts/fuzz.sh "build/$preset/bin" "$@" || exit # its own code: a target may be unknown
     ;;
   soak) Scripts/soak.sh "$@" || exit 1 ;;
-  coverage) Scripts/coverage.sh "$@" || exit 1 ;;
+  coverage) Scripts/coverage.sh || exit 1 ;;
   mutate) Scripts/mutate.sh "$@" || exit 1 ;;
   check) Scripts/check.sh || exit 1 ;;
   format) cpp_sources | xargs -0 clang-format-19 -i ;;

@@ -67,7 +67,7 @@ dev build
 expect_answer 0 entered ''
 
 it "refuses arguments that a command does not take, before it does anything"
-for command in demo check format build image lock; do
+for command in demo check format build image coverage lock; do
   dev "$command" --quiet now
   expect_answer 2 '' "dev: error: ./dev $command takes no arguments; here is: --quiet now"
 done
