@@ -121,8 +121,6 @@ JsonDocument ParseJson(const std::string& text, const std::string& fileName) {
   return JsonDocument(content);
 }
 
-JsonDocument ReadJsonFile(const std::wstring& path) { return ParseJson(ReadFileBytes(path), ShownFileName(path)); }
-
 void JsonNode::Fail(const std::string& wrong, const std::string& instead) const {
   FailFile(m_content->fileName, "at " + (m_pointer.empty() ? "the root" : m_pointer) + ": " + wrong + "; " + instead);
 }

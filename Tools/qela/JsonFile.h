@@ -63,4 +63,3 @@ class JsonDocument {
 // Throws CommandError (kFailed) with line and column. Strict: UTF-8 (a byte order mark may stand in front) without lone
 // surrogates, each member once, no more than 64 levels.
 JsonDocument ParseJson(const std::string& text, const std::string& fileName);
-JsonDocument ReadJsonFile(const std::wstring& path);
