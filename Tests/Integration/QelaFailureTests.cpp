@@ -117,6 +117,31 @@ TEST_F(QelaFailure, ADiscoveryThreadThatCannotStartIsTold) {
   EXPECT_THAT(failure.what(), HasSubstr("discovery thread"));
 }
 
+TEST_F(QelaFailure, AnEditWaitsNoLongerThanAMinuteForAnotherOne) {
+  static DWORD waited = 0;
+  const ImportPatch patch(
+      Program(), "WaitForSingleObject", +[](HANDLE, DWORD waitMs) -> DWORD {
+        waited = waitMs;
+        return WAIT_TIMEOUT;
+      });
+  const CommandError failure = FailureOf([] { AddLocation(Adding(L"Office")); });
+  EXPECT_EQ(waited, 60'000u);
+  EXPECT_EQ(failure.Code(), kFailed);
+  EXPECT_THAT(failure.what(), HasSubstr("another qela is changing the locations. Nothing was changed"));
+  EXPECT_TRUE(ReadStoredValue().IsAbsent());
+}
+
+TEST_F(QelaFailure, AnAdapterThatIsNotThereIsToldWithThoseThatAre) {
+  AdapterList adapters;
+  adapters.Add(L"eth0").Index(2);
+  const FakeAdapters fake(Program(), adapters);
+  Options options = Adding(L"Office");
+  options.edit.fromAdapter = 3;
+  const CommandError failure = FailureOf([&] { AddLocation(options); });
+  EXPECT_EQ(failure.Code(), kFailed);
+  EXPECT_THAT(failure.what(), HasSubstr("no adapter that is up has the index 3; there are:\n  2 eth0"));
+}
+
 // Standard output is a pipe whose reader has gone.
 class QelaWithoutReader : public QelaFailure {
  protected:

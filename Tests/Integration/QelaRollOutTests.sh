@@ -27,6 +27,7 @@ it "an applied file leaves nothing to change"
 before=$(stored)
 for file in set.json set.reg; do
   answer qela validate $file; expect_answer 0 "$file holds a set of 2 locations that can be applied." ""
+  answer qela validate $file --json; expect_json '. == {"schema": 1, "valid": true, "locations": 2}'
   answer qela apply $file --delete-missing; expect_answer 0 "The stored set is as in the file already." ""
   answer qela diff $file; expect_code 0
 done

@@ -194,6 +194,21 @@ for help in "" adapters locations current watch location "location add" "locatio
   expect "$err" ""
 done
 
+it "tells its version and the library's, and what to do where there is no library"
+answer qela --version
+expect_code 0
+expect_out "qela 1."
+expect_out "QeLaLib.dll 1."
+alone=$(mktemp -d)
+cp "$bin"/{qela.exe,LogLib.dll,blframework.dll,KzVariantExport.dll} "$alone/"
+answer "$tests/../../Scripts/wine.sh" "$alone/qela.exe" --version
+expect_code 0
+expect_out "QeLaLib.dll: none beside qela.exe"
+answer "$tests/../../Scripts/wine.sh" "$alone/qela.exe" current
+expect_code 1
+expect_err "qela: error: QeLaLib.dll cannot be loaded (error 126). It belongs into the folder of qela.exe"
+rm -r "$alone"
+
 it "the library's log shows with --verbose only"
 answer qela current --verbose; expect_err "Calculating current locations..."
 answer qela current; expect "$err" ""

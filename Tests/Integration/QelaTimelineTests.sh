@@ -96,6 +96,11 @@ answer qela timeline --from-log back.log --json
 expect_json '.hasTimes == false and .clockSetBack == [{"at": .changes[4].at, "before": "2025-11-21T12:45:00.000+01:00",
   "after": "2025-11-21T11:00:00.000+01:00"}]'
 expect_json '.locations[1].periods[0].to.calculation == 5'
+answer qela timeline --from-log back.log
+expect_out "
+The log's clock:
+  line "
+expect_out "2025-11-21T11:00:00.000+01:00"
 
 it "files that rotation has put aside belong to it, and no file is read twice"
 head -n "$(($(grep -n 'Calculating current' moved.log | sed -n 3p | cut -d: -f1) + 4))" moved.log >service.log.1

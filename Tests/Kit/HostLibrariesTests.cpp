@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cwchar>
+#include <initializer_list>
 #include <memory>
 #include <string>
 
@@ -172,6 +173,26 @@ TEST_F(KitCredentials, AreWhatTheCallbackGives) {
   EXPECT_EQ(Answer(), (Ids{L"userName", L"user", L"password", L"secret"}));
   ASSERT_EQ(qela_set_credentials_callback(nullptr, nullptr), QELA_STATUS_OK);
   EXPECT_EQ(Answer(), Ids{});
+}
+
+TEST_F(KitCredentials, AreAskedForByTheirNamesAndWithAHandleAlone) {
+  BLObjectHandle object = nullptr;
+  EXPECT_NE(::BLGetObjectHandle("RVX", 0, 0, &object), 0) << "before the framework is initialized";
+  ASSERT_EQ(::BLFrameworkInit(), 0);
+  EXPECT_NE(::BLGetObjectHandle(nullptr, 0, 0, &object), 0);
+  EXPECT_NE(::BLGetObjectHandle("RVY", 0, 0, &object), 0);
+  ASSERT_EQ(::BLGetObjectHandle("RVX", 0, 0, &object), 0);
+  const AutoPtr argument(KzvString(L"proxyCredentials", nullptr, 0).BuildNewKzVariant(&::BLAlloc), &::BLFree);
+  const AutoPtr other(KzvString(L"proxy", nullptr, 0).BuildNewKzVariant(&::BLAlloc), &::BLFree);
+  const AutoPtr nothing(KzvString(nullptr, nullptr, 0).BuildNewKzVariant(&::BLAlloc), &::BLFree);
+  KzVariant* answer = nullptr;
+  EXPECT_NE(::BLInvokeMethod(nullptr, "proxyCredentials", argument.Get(), &answer), 0);
+  EXPECT_NE(::BLInvokeMethod(object, "proxy", argument.Get(), &answer), 0);
+  for (const KzVariant* const wrong : std::initializer_list<const KzVariant*>{nullptr, other.Get(), nothing.Get()})
+    EXPECT_NE(::BLInvokeMethod(object, "proxyCredentials", wrong, &answer), 0);
+  EXPECT_EQ(answer, nullptr);
+  ::BLReleaseObjectHandle(object);
+  ::BLFrameworkCleanUp();
 }
 
 TEST_F(KitCredentials, AreNoneWhenTheCallbackRefuses) {

@@ -2,6 +2,7 @@
 
 #include <winsock2.h>
 #include <windows.h>
+#include <ws2tcpip.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -12,10 +13,12 @@
 #include <ostream>
 #include <random>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "FwClient/Common/Utilities/ScopeGuards.h"
 #include "FwClient/Service/QeLaLib/Include/QeLaApi.h"
+#include "ScriptedWindows/ImportTable/ImportPatch.h"
 #include "ScriptedWindows/Windows/OfflineAddrInfo.h"
 #include "ScriptedWindows/Windows/WinsockCounter.h"
 #include "Tests/Support/LogRecorder.h"
@@ -202,6 +205,27 @@ TEST_F(StartedAddressSpecificationTest, TheFamilyIsThatOfTheTextBeforeTheFirstSl
   GetSubnetRange(L"10.0.0.0/8/16", low, high);
   GetSubnetRange(L"10.0.0.1", low, high);
   EXPECT_THAT(m_addrInfo.Asked(), ElementsAre(L"10.0.0.0", L"10.0.0.1"));
+}
+
+int g_writings = 0;
+int g_refusedWriting = 0;
+decltype(&::InetNtopW) g_write = nullptr;
+PCWSTR WINAPI RefuseOneWriting(INT family, const void* address, PWSTR text, std::size_t units) {
+  return ++g_writings == g_refusedWriting ? nullptr : g_write(family, address, text, units);
+}
+
+TEST_F(StartedAddressSpecificationTest, ASubnetHasNoRangeWhereTheSystemCannotWriteOneOfItsEnds) {
+  const ImportPatch patch(ThisProgram(), "InetNtopW", &RefuseOneWriting);
+  g_write = patch.Original<std::remove_pointer_t<decltype(g_write)>>();
+  for (g_refusedWriting = 1; g_refusedWriting <= 2; ++g_refusedWriting) {
+    g_writings = 0;
+    std::wstring low = L"low";
+    std::wstring high = L"high";
+    EXPECT_FALSE(GetSubnetRange(L"10.0.0.0/8", low, high));
+    EXPECT_EQ(g_writings, g_refusedWriting);
+    EXPECT_EQ(low, L"low");
+    EXPECT_EQ(high, L"high");
+  }
 }
 
 // ---- Subnets: what is inside ----

@@ -343,6 +343,14 @@ TEST_F(LogLibOutput, NamesAndPathsAreEscapedTooAndMayBeMissing) {
   EXPECT_EQ(WithoutTime(ReadLines(File())[0]), "3\t\tFIREWALL\ta\\tb\\\\c\xef\xbf\xbd:1\ttext");
 }
 
+TEST_F(LogLibOutput, LongPathsAreWrittenWhole) {
+  const CopiedLogLib log(m_folder, File());
+  const std::string path = std::string(5000, 'p') + "\xc3\xbc" + std::string(5000, 'q');
+  log.LogEvent({path.c_str(), 1, 3, "source", getLogManager(), 2, 0}, L"text");
+  ASSERT_EQ(ReadLines(File()).size(), 1u);
+  EXPECT_EQ(WithoutTime(ReadLines(File())[0]), "3\tsource\tFIREWALL\t" + path + ":1\ttext");
+}
+
 TEST_F(LogLibOutput, NarrowFormatsWriteWideNamesOfAnyLanguage) {
   const CopiedLogLib log(m_folder, File());
   log.LogNarrow("location %S...", L"B\u00fcro \u65e5");

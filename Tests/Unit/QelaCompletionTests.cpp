@@ -44,6 +44,9 @@ TEST(QelaCompletion, KnownValuesAreOffered) {
   EXPECT_THAT(After({"media", "--is", "wire"}), ElementsAre("wired", "wireless"));
   EXPECT_THAT(After({"location", "add", "--gateway", ""}), IsEmpty());
   EXPECT_THAT(After({"location", "add", "--gateway", "-"}), IsEmpty());
+  // A value that stands there is passed over, even where it reads like a command; so is an option that nobody knows.
+  EXPECT_THAT(After({"media", "--is", "apply", "--j"}), ElementsAre("--json"));
+  EXPECT_THAT(After({"apply", "--nonsense", "--dr"}), ElementsAre("--dry-run"));
 }
 
 TEST(QelaCompletion, NamesOfLocationsAreOfferedWhereOneIsTaken) {

@@ -1,7 +1,13 @@
 #include "Tools/qela/JsonFile.h"
 
+#include <winsock2.h>
+#include <windows.h>
 #include <gmock/gmock.h>
 
+#include <filesystem>
+
+#include "FwClient/Common/Utilities/UniqueHandle.h"
+#include "ScriptedWindows/UniqueName.h"
 #include "Tests/Support/CommandFailure.h"
 #include "Tests/Support/TestFile.h"
 
@@ -125,6 +131,10 @@ TEST(QelaJsonFile, AFileThatCannotBeReadIsNamedWithTheReason) {
   EXPECT_THAT(FailureOf([] { ReadFileBytes(L"C:\\no such folder\\set.json"); }),
               HasSubstr("C:\\no such folder\\set.json: it cannot be read: there is no such file"));
   EXPECT_THAT(FailureOf([] { ReadFileBytes(ProgramFolder().wstring()); }), HasSubstr("it is a folder"));
+  const std::wstring held = (std::filesystem::temp_directory_path() / UniqueName()).wstring();
+  const UniqueKernelHandle holder(
+      ::CreateFileW(held.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_FLAG_DELETE_ON_CLOSE, nullptr));
+  EXPECT_THAT(FailureOf([&] { ReadFileBytes(held); }), HasSubstr("another program has it open"));
 }
 
 TEST(QelaJsonFile, AFileBeyondTheLimitIsRefused) {
