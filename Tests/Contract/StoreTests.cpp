@@ -3,9 +3,12 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "ScriptedWindows/ImportTable/FreedMemory.h"
 #include "Tests/Contract/ServiceTest.h"
 #include "Tests/Support/HostLocation.h"
 
@@ -301,6 +304,50 @@ TEST_F(Store, HostsOwnLocationIsCopiedThroughItsInterface) {
   EXPECT_EQ(stored->GetNote(), L"host note");
   EXPECT_FALSE(stored->IsEnabled());
   EXPECT_EQ(MatchedAdapters(*service, L"host id"), (std::vector<std::uint32_t>{1, 2}));
+}
+
+// A location of the host's is asked in the middle of an operation, and its code may put another set in the place of the
+// one that the operation began with.
+TEST_F(Store, HostsOwnLocationMayLoadWhileItIsStored) {
+  m_registry.Put(PackedSet({{.id = "A"}, {.id = "B"}}));
+  const FreedMemory freed(Module());
+  for (_IQeLaApiSmart* service : {m_library.SmartApi().get(), static_cast<_IQeLaApiSmart*>(m_library.Api())}) {
+    const auto location = std::make_shared<HostLocation>();
+    location->onId = [&] {
+      m_registry.Put(PackedSet({{.id = "A"}, {.id = "C"}}));
+      EXPECT_TRUE(service->Load());
+      return L"D";
+    };
+    EXPECT_EQ(service->AddLocation(location), LSR_OK);
+    EXPECT_EQ(StoredIds(*service), (Ids{L"A", L"C", L"D"}));
+    location->onId = [&] {
+      m_registry.Put(PackedSet({{.id = "B"}, {.id = "A"}}));
+      EXPECT_TRUE(service->Load());
+      return L"A";
+    };
+    EXPECT_EQ(service->UpdateLocation(location), LSR_OK);
+    EXPECT_EQ(StoredIds(*service), (Ids{L"B", L"A"}));
+    EXPECT_EQ(service->GetLocation(L"A")->GetName(), L"host name");
+  }
+}
+
+TEST_F(Store, HostsOwnLocationMayEditWhileItIsStored) {
+  const std::shared_ptr<_IQeLaApiSmart> service = m_library.SmartApi();
+  const auto location = std::make_shared<HostLocation>();
+  bool asked = false;
+  location->onId = [&] {
+    if (std::exchange(asked, true)) service->AddLocation(NewLocation(*service, L"A"));
+    return L"A";
+  };
+  EXPECT_EQ(service->AddLocation(location), LSR_DUPLICATE_ID) << "another one came first";
+  EXPECT_EQ(StoredIds(*service), Ids{L"A"});
+  asked = false;
+  location->onId = [&] {
+    if (std::exchange(asked, true)) service->RemoveLocation(L"A");
+    return L"A";
+  };
+  EXPECT_EQ(service->UpdateLocation(location), LSR_FAILED) << "it is there no more";
+  EXPECT_EQ(StoredIds(*service), Ids{});
 }
 
 }  // namespace

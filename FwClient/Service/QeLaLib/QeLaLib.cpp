@@ -190,7 +190,8 @@ auto CQeLaLib::Edit(Change change) {
 }
 
 std::uint32_t CQeLaLib::AddLocation(std::shared_ptr<_IQeLocation> location) {
-  return Edit([&] { return LocationsToEdit().Add(location.get()); });
+  return Edit(
+      [&] { return CQeLocations::Add([this]() -> CQeLocations& { return LocationsToEdit(); }, location.get()); });
 }
 
 std::uint32_t CQeLaLib::RemoveLocation(const std::wstring& id) {
@@ -205,7 +206,8 @@ bool CQeLaLib::RemoveAllLocations() {
 }
 
 std::uint32_t CQeLaLib::UpdateLocation(std::shared_ptr<_IQeLocation> location) {
-  return Edit([&] { return LocationsToEdit().Update(location.get()); });
+  return Edit(
+      [&] { return CQeLocations::Update([this]() -> CQeLocations& { return LocationsToEdit(); }, location.get()); });
 }
 
 std::shared_ptr<_IQeLocation> CQeLaLib::GetLocation(const std::wstring& id) {

@@ -75,13 +75,20 @@ const CQeLocation* CQeLocations::Find(const std::wstring& id) const noexcept {
 }
 
 std::uint32_t CQeLocations::Add(const _IQeLocation* location) {
+  return Add([this]() -> CQeLocations& { return *this; }, location);
+}
+
+std::uint32_t CQeLocations::Add(const CurrentSet& set, const _IQeLocation* location) {
   if (location == nullptr) return LSR_FAILED;
   const std::wstring id = location->GetId();
-  if (Find(id) != nullptr) return LSR_DUPLICATE_ID;
+  if (set().Find(id) != nullptr) return LSR_DUPLICATE_ID;
   CQeLocation copy;
   if (!copy.AssignFrom(*location)) return LSR_FAILED;
-  if (copy.Id() != id) m_isPlain = false;  // a host's own location may change its mind
-  m_items.push_back(std::move(copy));
+  // Looked for again: the location's code has just run.
+  CQeLocations& locations = set();
+  if (locations.Find(id) != nullptr) return LSR_DUPLICATE_ID;
+  if (copy.Id() != id) locations.m_isPlain = false;  // a host's own location may change its mind
+  locations.m_items.push_back(std::move(copy));
   return LSR_OK;
 }
 
@@ -105,15 +112,19 @@ void CQeLocations::AddFrom(const CQeLocations& source, const std::vector<std::ws
 }
 
 std::uint32_t CQeLocations::Update(const _IQeLocation* location) {
+  return Update([this]() -> CQeLocations& { return *this; }, location);
+}
+
+std::uint32_t CQeLocations::Update(const CurrentSet& set, const _IQeLocation* location) {
   if (location == nullptr) return LSR_NO_LOCATION;
   const std::wstring id = location->GetId();
-  if (Find(id) == nullptr) return LSR_FAILED;
+  if (set().Find(id) == nullptr) return LSR_FAILED;
   CQeLocation copy;
   if (!copy.AssignFrom(*location)) return LSR_FAILED;
-  // Looked for again: the location may be the host's own, whose code has just run and may have edited the set.
-  const auto found = FirstWithId(m_items, id);
-  if (found == m_items.end()) return LSR_FAILED;
-  if (copy.Id() != id) m_isPlain = false;  // a host's own location may change its mind
+  CQeLocations& locations = set();
+  const auto found = FirstWithId(locations.m_items, id);
+  if (found == locations.m_items.end()) return LSR_FAILED;
+  if (copy.Id() != id) locations.m_isPlain = false;
   *found = std::move(copy);
   return LSR_OK;
 }

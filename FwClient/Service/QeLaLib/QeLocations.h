@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <utility>
@@ -32,6 +33,11 @@ class CQeLocations final : public _IEnumQeLocations {
   std::uint32_t Add(const _IQeLocation* location);     // LSR_OK, LSR_FAILED, LSR_DUPLICATE_ID
   std::uint32_t Update(const _IQeLocation* location);  // LSR_OK, LSR_FAILED, LSR_NO_LOCATION
   std::uint32_t Remove(const std::wstring& id);        // LSR_OK, LSR_NOT_FOUND
+  // The same for a set that may give way to another in the middle: a location may be the host's own, whose code runs
+  // while it is copied, and may edit or load. `set` hands out the one that there is.
+  using CurrentSet = std::function<CQeLocations&()>;
+  static std::uint32_t Add(const CurrentSet& set, const _IQeLocation* location);
+  static std::uint32_t Update(const CurrentSet& set, const _IQeLocation* location);
   void Clear() noexcept;
 
   // Whether every ID is there once and no criterion would be changed or refused by copying its location. So it is in
