@@ -18,7 +18,7 @@ In and after each run nothing crashes, hangs, leaks or answers what it should no
     NAME:CALL:on  that one and all that follow;  NAME:CALL:once:ERROR  only with that error (or result, without one)
   --list          the scenes, and how often each calls each function; nothing fails
 
-Each failure is shown with the command that repeats it. All of it takes about twenty minutes on two processors.
+Each failure is shown with the command that repeats it. All of it takes about ten minutes on two processors.
 Exit codes: 0 all went well; 1 something failed; 2 the command line is wrong.
 TEXT
 }
@@ -34,7 +34,7 @@ while [ $# -gt 0 ]; do
     --help | -h) usage; exit 0 ;;
     --list) list=true ;;
     --scene | --import)
-      [ -n "${2:-}" ] && [[ $2 != --* ]] || misuse "./dev torture $1 needs a name; ./dev torture --list shows them"
+      [[ ${2:-} = [!-]* ]] || misuse "./dev torture $1 needs a name; ./dev torture --list shows them"
       if [ "$1" = --scene ]; then scene=$2; else import=$2; fi
       shift
       ;;
@@ -115,7 +115,7 @@ table() { # MODULE SUITE
     letter=$((letter + 1))
     reports+=("$work/$name.all")
   done
-  awk -F'\t' -v list="$list" '
+  awk -F'\t' -v list="$list" -v import="$import" '
     FNR == 1 {++scene}
     !($2 in known) {known[$2]; names[++count] = $2}
     {
@@ -134,7 +134,7 @@ table() { # MODULE SUITE
       for (pass = 1; pass <= 2; ++pass)
         for (n = 1; n <= count; ++n) {
           name = names[n]
-          if (!called[name] || (pass == 1) != (name in can)) continue
+          if (!called[name] || (pass == 1) != (name in can) || (import && !putIn[name])) continue
           printf "%-32s", substr(name, 1, 31)
           for (i = 1; i <= scene; ++i) printf "%8s", calls[name, i]
           if (list != "true" && pass == 1)
@@ -143,7 +143,7 @@ table() { # MODULE SUITE
           print "  " told[name]
         }
       for (n = 1; n <= count; ++n) if (!called[names[n]]) {++others; line = line " " names[n]}
-      if (others) print others " more are not called" (list == "true" ? ":" line : "; ./dev torture --list names them")
+      if (others && !import) print others " more are not called" (list == "true" ? ":" line : "; ./dev torture --list names them")
     }' "${reports[@]}" | fold -s -w 180
 }
 table QeLaLib.dll LibraryEveryImport
@@ -154,10 +154,10 @@ table blframework.dll CredentialsEveryImport
 if ! $list; then
   echo
   cat "$work"/*.all | awk -F'\t' -v scenes="$(wc -l <"$work/chosen")" -v failed=${#failed[@]} -v seconds=$SECONDS '
-    $4 > 0 {imports[$1, $2]; putIn += $4; reached += $5}
+    $4 > 0 {sub(/[.].*/, "", $1); imports[$1, $2]; putIn += $4; reached += $5}
     END {
       for (i in imports) ++functions
-      printf "%d scenes, %d functions in them: %d failures, %d more that no run came to; %d scenes failed (%d s)\n",
+      printf "scenes: %d; functions that failed: %d; failures: %d, and %d that no run came to; scenes that failed: %d (%d s)\n",
         scenes, functions, reached, putIn - reached, failed, seconds
     }'
 fi
