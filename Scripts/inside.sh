@@ -7,12 +7,12 @@ command=$1
 shift
 preset=mingw-release
 
-# build [TARGET]: everything, or one target and what it needs.
+# build [TARGET...]: everything, or these targets and what they need.
 build() {
   say "configuring ($preset)"
   cmake --preset "$preset" >build/configure.log 2>&1 || { cat build/configure.log >&2; exit 1; }
   say "building"
-  cmake --build --preset "$preset" ${1:+--target "$1"} || exit 1
+  cmake --build --preset "$preset" ${1:+--target "$@"} || exit 1
 }
 
 # make_package [--verify]: the zip for hosts; with --verify it has to become the same from a copy of the sources.
@@ -60,14 +60,13 @@ case $command in
     make_package --verify
     ;;
   torture)
-    build ContractTests >&2
-    cmake --build --preset "$preset" --target KitTests >&2 || exit 1
+    build ContractTests KitTests >&2
     say "failing imports"
-    Scripts/lab.sh Scripts/torture.sh "$@"
+    Scripts/lab.sh Scripts/torture.sh "build/$preset/bin" "$@" || exit
     ;;
   fuzz)
     build FuzzTests >&2
-    Scripts/lab.sh Scripts/fuzz.sh "build/$preset/bin" "$@" || exit # its own code: a target may be unknown
+    Scripts/lab.sh Scripts/fuzz.sh "build/$preset/bin" "$@" || exit
     ;;
   soak) Scripts/soak.sh "$@" || exit 1 ;;
   coverage) Scripts/coverage.sh || exit 1 ;;

@@ -1,10 +1,11 @@
 #!/bin/bash
-# Fails every call of every function that the library and the kit import, one after the other, in every scene that there is. Runs in the lab
-# (lab.sh), with the test programs built; with --check as first argument it only looks at its arguments, anywhere.
+# Fails every call of every function that the library and the kit import, one after the other, in every scene that there is. ./dev reads the command
+# line with what stands here, too: what is wrong with it is told before minutes go into the toolchain.
+# usage: lab.sh torture.sh FOLDER_OF_PROGRAMS [ARGUMENT...]
 set -euo pipefail
 . "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 
-usage() {
+torture_usage() {
   cat <<'TEXT'
 usage: ./dev torture [--scene NAME] [--import NAME[:CALL[:once|on[:ERROR]]]] [--list]
 
@@ -23,31 +24,31 @@ Exit codes: 0 all went well; 1 something failed; 2 the command line is wrong.
 TEXT
 }
 
-check=false
-if [ "${1:-}" = --check ]; then
-  check=true
-  shift
-fi
-scene='' import='' list=false
-while [ $# -gt 0 ]; do
-  case $1 in
-    --help | -h) usage; exit 0 ;;
-    --list) list=true ;;
-    --scene | --import)
-      [[ ${2:-} = [!-]* ]] || misuse "./dev torture $1 needs a name; ./dev torture --list shows them"
-      if [ "$1" = --scene ]; then scene=$2; else import=$2; fi
-      shift
-      ;;
-    *) misuse "./dev torture does not know $1; ./dev torture --help tells what it knows" ;;
-  esac
-  shift
-done
-[ -z "$import" ] || [[ $import =~ ^[A-Za-z_][A-Za-z0-9_]*(:[1-9][0-9]{0,8}(:(once|on)(:-?[0-9]{1,18})?)?)?$ ]] ||
-  misuse "./dev torture --import takes NAME[:CALL[:once|on[:ERROR]]], where CALL counts from 1; here is: $import"
-[ -z "$import" ] || ! $list || misuse "./dev torture --list lists all functions; leave --import out"
-! $check || exit 0
+# read_torture_line [ARGUMENT...]: sets scene, import and list. Help ends the script, and so does misuse.
+read_torture_line() {
+  scene='' import='' list=false
+  while [ $# -gt 0 ]; do
+    case $1 in
+      --help | -h) torture_usage; exit 0 ;;
+      --list) list=true ;;
+      --scene | --import)
+        [ -n "${2:-}" ] && [[ $2 != --* ]] || misuse "./dev torture $1 needs a name; ./dev torture --list shows them"
+        if [ "$1" = --scene ]; then scene=$2; else import=$2; fi
+        shift
+        ;;
+      *) misuse "./dev torture does not know $1; ./dev torture --help tells what it knows" ;;
+    esac
+    shift
+  done
+  [ -z "$import" ] || [[ $import =~ ^[A-Za-z_][A-Za-z0-9_]*(:[1-9][0-9]{0,8}(:(once|on)(:-?[0-9]{1,18})?)?)?$ ]] ||
+    misuse "./dev torture --import takes NAME[:CALL[:once|on[:ERROR]]], where CALL counts from 1; here is: $import"
+  [ -z "$import" ] || ! $list || misuse "./dev torture --list lists all functions; leave --import out"
+}
 
-bin=build/mingw-release/bin
+[ "${BASH_SOURCE[0]}" = "$0" ] || return 0
+bin=$1
+shift
+read_torture_line "$@"
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
