@@ -43,7 +43,7 @@ settings=$({
 # with_headers: for each source a line of its name and those of the headers that it includes, directly or not. A header
 # is known by its last name, so that a line may name too many, and never too few.
 with_headers() {
-  cpp_sources | xargs -0 awk '
+  cpp_sources | grep -zvE '^(Samples|Tests/Fuzz/Native)/' | xargs -0 awk '
     FNR == 1 { name = FILENAME; sub(".*/", "", name); files[name] = files[name] " " FILENAME; if (FILENAME ~ /cpp$/) sources[FILENAME] }
     /^#include/ { sub(/[">]$/, "", $2); sub(/.*[\/<"]/, "", $2); includes[FILENAME] = includes[FILENAME] " " $2 }
     END {
@@ -81,7 +81,7 @@ tidy() {
 }
 export -f tidy
 export settings
-with_headers | grep -vE '^(Samples|Tests/Fuzz/Native)/' | tr '\n' '\0' | xargs -0 -n1 -P"$(nproc)" bash -c 'tidy "$0"' >&2 || failed=1
+with_headers | tr '\n' '\0' | xargs -0 -n1 -P"$(nproc)" bash -c 'tidy "$0"' >&2 || failed=1
 
 if [ "$failed" -eq 0 ]; then say "clean"; else say "something was found (see above)"; fi
 exit "$failed"
