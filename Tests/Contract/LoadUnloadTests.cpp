@@ -25,6 +25,7 @@
 #include "ScriptedWindows/ImportTable/HeapWatch.h"
 #include "ScriptedWindows/Windows/RedirectedMachineHive.h"
 #include "Tests/Contract/DiscoveryTest.h"
+#include "Tests/Support/KeptImports.h"
 #include "Tests/Support/LoadNotice.h"
 #include "Tests/Support/ProcessCounts.h"
 
@@ -131,27 +132,9 @@ bool IsLoaded() { return ::GetModuleHandleW(L"QeLaLib.dll") != nullptr; }
 
 class LoadUnload : public ::testing::Test {
  protected:
-  // The system's libraries that ours imports stay loaded, as they do in a service: what they keep is theirs.
-  static std::vector<HMODULE> LoadImports() {
-    const ServiceLibrary library;
-    const auto* base = reinterpret_cast<const std::byte*>(library.Module());
-    const auto* headers =
-        reinterpret_cast<const IMAGE_NT_HEADERS*>(base + reinterpret_cast<const IMAGE_DOS_HEADER*>(base)->e_lfanew);
-    const DWORD imports = headers->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT].VirtualAddress;
-    std::vector<HMODULE> modules;
-    for (const auto* import = reinterpret_cast<const IMAGE_IMPORT_DESCRIPTOR*>(base + imports); import->Name != 0;
-         ++import)
-      modules.push_back(::LoadLibraryA(reinterpret_cast<const char*>(base + import->Name)));
-    return modules;
-  }
-  LoadUnload() : m_imports(LoadImports()) {}
-  ~LoadUnload() override {
-    for (HMODULE module : m_imports) ::FreeLibrary(module);
-  }
-
   LogRecorder m_log;
   RedirectedMachineHive m_registry;
-  const std::vector<HMODULE> m_imports;
+  const KeptImports m_imports;
 };
 
 // What a host may do with the library between loading and unloading it.
