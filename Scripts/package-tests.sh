@@ -10,7 +10,7 @@ bundle=${2:-$build/package-tests}/QeLaLib-$kVersion-tests-win64
 rm -rf "$bundle"
 mkdir -p "$bundle/bin/Tests" "$bundle/bin/Docs" "$bundle/docs"
 
-for file in UnitTests.exe WindowsTruthTests.exe ContractTests.exe KitTests.exe QelaFailureTests.exe ExampleHost.exe KitExampleHost.exe \
+for file in UnitTests.exe WindowsTruthTests.exe ContractTests.exe KitTests.exe QelaFailureTests.exe SoakTests.exe ExampleHost.exe KitExampleHost.exe \
   WithLimit.exe qela.exe QeLaLib.dll QeLaC.dll LogLib.dll blframework.dll KzVariantExport.dll; do
   cp "$build/bin/$file" "$bundle/bin/"
 done

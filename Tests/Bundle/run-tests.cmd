@@ -46,6 +46,7 @@ call :each WindowsTruthTests
 call :each ContractTests
 call :each KitTests
 call :each QelaFailureTests
+call :each SoakTests
 if "%filter%"=="*" call :host ExampleHost
 if "%filter%"=="*" call :host KitExampleHost
 
