@@ -68,7 +68,10 @@ case $command in
     build FuzzTests >&2
     Scripts/lab.sh Scripts/fuzz.sh "build/$preset/bin" "$@" || exit
     ;;
-  soak) Scripts/soak.sh "$@" || exit 1 ;;
+  soak)
+    build SoakTests >&2
+    Scripts/soak.sh "build/$preset/bin" "$@" || exit
+    ;;
   coverage) Scripts/coverage.sh || exit 1 ;;
   mutate) Scripts/mutate.sh "$@" || exit 1 ;;
   check) Scripts/check.sh || exit 1 ;;

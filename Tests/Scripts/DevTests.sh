@@ -92,6 +92,16 @@ for wrong in '--list tasklist' '--for 5s --list'; do
   dev fuzz $wrong
   expect_answer 2 '' "dev: error: ./dev fuzz --list takes nothing else"
 done
+for wrong in nothing 10 0s 1d '10 m' -5m 1m30s; do
+  dev soak --for "${wrong#nothing}"
+  expect_answer 2 '' "dev: error: ./dev soak --for takes a time such as 90s, 10m or 2h; here is: $wrong"
+done
+for wrong in nothing starting 'real starts'; do
+  dev soak --job "${wrong#nothing}"
+  expect_answer 2 '' "dev: error: ./dev soak --job takes one of: operations scripted real starts reentrant; here is: $wrong"
+done
+dev soak 10m
+expect_answer 2 '' "dev: error: ./dev soak takes --for TIME and --job NAME; here is: 10m"
 touch "$work/cache/kept"
 for wrong in all '--all --yes' ''; do
   # shellcheck disable=SC2086
@@ -136,6 +146,13 @@ dev package --verify
 expect_answer 0 entered ''
 dev fuzz --for 90s tasklist
 expect_answer 0 entered ''
+dev soak --for 90s --job real
+expect_answer 0 entered ''
+
+it "tells of a soak what it runs, without a toolchain"
+dev soak --job real --help
+expect_code 0
+expect_out 'usage: ./dev soak [--for TIME] [--job NAME]'
 
 it "tells what to do where a plain Debian cannot be made"
 mkdir -p "$work/checkout/Docs"
