@@ -9,6 +9,14 @@ fail() { printf 'dev: error: %s\n' "$*" >&2; exit 3; }
 # misuse MESSAGE: the command line is wrong.
 misuse() { printf 'dev: error: %s\n' "$*" >&2; exit 2; }
 
+# read_time COMMAND TEXT: sets $seconds to what the value of the command's --for is.
+read_time() {
+  [[ $2 =~ ^([1-9][0-9]{0,4})([smh])$ ]] ||
+    misuse "./dev $1 --for takes a time such as 90s, 10m or 2h; here is: ${2:-nothing}"
+  case ${BASH_REMATCH[2]} in s) seconds=1 ;; m) seconds=60 ;; *) seconds=3600 ;; esac
+  seconds=$((BASH_REMATCH[1] * seconds))
+}
+
 # mount_system ROOT: in a mount namespace of its own, what every root needs of the machine.
 mount_system() {
   mount --make-rprivate /

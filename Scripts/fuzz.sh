@@ -27,17 +27,14 @@ TEXT
 # read_fuzz_line [ARGUMENT...]: sets fuzz_seconds, fuzz_list and fuzz_targets. Help ends the script, and so does misuse.
 read_fuzz_line() {
   fuzz_seconds=300 fuzz_list='' fuzz_targets=()
-  local time='' unit
+  local time='' seconds
   while [ $# -gt 0 ]; do
     case $1 in
       -h | --help) fuzz_usage; exit 0 ;;
       --list) fuzz_list=1 ;;
       --for)
-        time=${2:-}
-        [[ $time =~ ^([1-9][0-9]{0,4})([smh])$ ]] ||
-          misuse "./dev fuzz --for takes a time such as 90s, 10m or 2h; here is: ${time:-nothing}"
-        case ${BASH_REMATCH[2]} in s) unit=1 ;; m) unit=60 ;; *) unit=3600 ;; esac
-        fuzz_seconds=$((BASH_REMATCH[1] * unit))
+        read_time fuzz "${2:-}"
+        fuzz_seconds=$seconds time=given
         shift
         ;;
       -*) misuse "./dev fuzz takes --for TIME, --list and names of targets; here is: $1" ;;

@@ -30,15 +30,14 @@ TEXT
 
 # read_soak_line [ARGUMENT...]: sets soak_seconds (empty: no limit) and soak_jobs. Help ends the script, and so does misuse.
 read_soak_line() {
+  local seconds
   soak_seconds='' soak_jobs=("${kSoakJobs[@]}")
   while [ $# -gt 0 ]; do
     case $1 in
       -h | --help) soak_usage; exit 0 ;;
       --for)
-        [[ ${2:-} =~ ^([1-9][0-9]{0,4})([smh])$ ]] ||
-          misuse "./dev soak --for takes a time such as 90s, 10m or 2h; here is: ${2:-nothing}"
-        case ${BASH_REMATCH[2]} in s) soak_seconds=1 ;; m) soak_seconds=60 ;; *) soak_seconds=3600 ;; esac
-        soak_seconds=$((BASH_REMATCH[1] * soak_seconds))
+        read_time soak "${2:-}"
+        soak_seconds=$seconds
         shift
         ;;
       --job)
