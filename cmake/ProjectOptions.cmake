@@ -18,16 +18,6 @@ target_compile_options(qela_options INTERFACE $<$<CONFIG:Release>:-O2>)
 # Paths in the binary, and so in log lines, start at the checkout: FwClient/...
 target_compile_options(qela_options INTERFACE "-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=")
 
-# Counters of lines and branches, for what `./dev coverage` says. Everything is compiled with them, because the linker keeps
-# one copy of an inline function, and it may be a test's; but only what is written in these folders counts. Stripped, since
-# thousands of programs are started.
-if(QELA_COVERAGE)
-  target_compile_options(qela_options INTERFACE --coverage -fprofile-update=atomic -fprofile-abs-path
-    -fprofile-prefix-map=${PROJECT_SOURCE_DIR}/=${PROJECT_SOURCE_DIR}/
-    "-fprofile-filter-files=(FwClient|HostLibraries|QeLaC|Tools)/.*")
-  target_link_options(qela_options INTERFACE --coverage -s)
-endif()
-
 # Hardening. Address layout, data execution and high-entropy flags are the linker's defaults here; they are named so
 # that a change of defaults cannot drop them. Control-flow guard is not available with GCC.
 target_compile_options(qela_options INTERFACE -fstack-protector-strong)

@@ -358,11 +358,23 @@ const std::vector<ImportRule>& Rules() {
 
 // What only the compiler's counters call, where a module is built with them: when it is unloaded.
 #ifdef QELA_COVERAGE
-constexpr const char* kCounters[] = {"GetFileAttributesA", "_assert", "_close", "_fdopen", "_getpid",
-                                     "_locking",           "_mkdir",  "_open",  "atoi",    "fclose",
-                                     "feof",               "fopen",   "fread",  "fseek",   "strcat"};
+constexpr const char* kCounters[] = {"GetFileAttributesA",
+                                     "_assert",
+                                     "_close",
+                                     "_fdopen",
+                                     "_getpid",
+                                     "_locking",
+                                     "_mkdir",
+                                     "_open",
+                                     "atoi",
+                                     "fclose",
+                                     "feof",
+                                     "fopen",
+                                     "fread",
+                                     "fseek",
+                                     "strcat"};
 #else
-constexpr std::array<const char*, 0> kCounters;
+constexpr std::array<const char*, 0> kCounters{};
 #endif
 
 }  // namespace

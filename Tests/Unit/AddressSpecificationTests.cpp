@@ -1,8 +1,8 @@
 #include "FwClient/Service/QeLaLib/AddressSpecification.h"
 
 #include <winsock2.h>
-#include <windows.h>
 #include <ws2tcpip.h>
+#include <windows.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
