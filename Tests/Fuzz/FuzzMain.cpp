@@ -54,10 +54,10 @@ constexpr std::size_t kMostKept = 4096;
 constexpr std::size_t kMostTargets = 64;
 constexpr std::size_t kBatch = 500;
 constexpr std::uint64_t kSliceMicroseconds = 20'000;
-constexpr std::uint64_t kMostReplayMicroseconds = 1'500'000;  // of one target's changed inputs
+constexpr std::uint64_t kMostReplayMicroseconds = 500'000;  // of one target's changed inputs
 // Of one input: the time that it computes, and the time that it may take on a machine that has much else to do.
 constexpr std::uint64_t kMostComputingMs = 20'000;
-constexpr std::uint64_t kMostMs = 300'000;
+constexpr std::uint64_t kMostMs = 1'800'000;
 constexpr DWORD kLookMs = 500;
 
 struct WrongUsage : std::runtime_error {
