@@ -59,9 +59,13 @@ run() {
 }
 
 share=0
-[ "$seconds" = --replay ] || share=$((seconds * 2 / ${#targets[@]}))
-[ "$seconds" = --replay ] || [ "$share" -gt 0 ] || share=1
-say "running ${#targets[@]} targets${share:+, $share s each}"
+if [ "$seconds" = --replay ]; then
+  say "running the corpora of ${#targets[@]} targets"
+else
+  share=$((seconds * 2 / ${#targets[@]}))
+  [ "$share" -gt 0 ] || share=1
+  say "running ${#targets[@]} targets, $share s each"
+fi
 export -f run
 export build programs finds seconds share
 printf '%s\0' "${targets[@]}" | xargs -0 -P2 -I{} bash -c 'run {}' || exit 1

@@ -124,6 +124,13 @@ void Run(FuzzInput input) {
   }
 }
 
+constexpr std::string_view kMatches =
+    "All the criteria's given in location matches adapter index 2 with description eth0. Hence this adapter will be "
+    "matching.";
+constexpr std::string_view kMatchesNot =
+    "Not all the criteria's given in the location matches the adapter with index 2 and description eth0. Hence this "
+    "adapter will be non-matching.";
+
 const FuzzTarget g_target(
     "log", Run,
     {"Calculating current locations...",
@@ -137,10 +144,8 @@ const FuzzTarget g_target(
      "IsCurrentLocation bZeltReachabilityCriteria 1",
      "Matching all the location criterias with the properties of adapter with index 2 and description eth0.",
      "Location: Default gateway : 10.0.0.1 matched for adapter with index 2 and description eth0.",
-     "All the criteria's given in location matches adapter index 2 with description eth0. Hence this adapter will be "
-     "matching.",
-     "Not all the criteria's given in the location matches the adapter with index 2 and description eth0. Hence this "
-     "adapter will be non-matching.",
+     kMatches,
+     kMatchesNot,
      "None of the available network adapter properties matches all the criteria's given in the location",
      "IsCurrentLocation returning matched criterias 1 for location Office...",
      "Adding current location ID ",
