@@ -33,4 +33,4 @@ mount_system() {
 cpp_sources() {
   (cd "$kSource" && find . -path ./build -prune -o \( -name '*.h' -o -name '*.cpp' -o -name '*.c' ! -path './Scripts/*' \) -printf '%P\0' | sort -z)
 }
-shell_sources() { (cd "$kSource" && find dev .ci/run Scripts Tests Bench -type f \( -name '*.sh' -o ! -name '*.*' \) -print0 | sort -z); }
+shell_sources() { (cd "$kSource" && find dev .ci/run Scripts Tests Bench -path Tests/Fuzz/Corpus -prune -o -type f \( -name '*.sh' -o ! -name '*.*' \) -print0 | sort -z); }

@@ -8,14 +8,15 @@ set -euo pipefail
 build=$1
 bundle=${2:-$build/package-tests}/QeLaLib-$kVersion-tests-win64
 rm -rf "$bundle"
-mkdir -p "$bundle/bin/Tests" "$bundle/bin/Docs" "$bundle/docs"
+mkdir -p "$bundle/bin/Tests/Fuzz" "$bundle/bin/Docs" "$bundle/docs"
 
-for file in UnitTests.exe WindowsTruthTests.exe ContractTests.exe KitTests.exe QelaFailureTests.exe SoakTests.exe ExampleHost.exe KitExampleHost.exe \
+for file in UnitTests.exe WindowsTruthTests.exe ContractTests.exe KitTests.exe QelaFailureTests.exe SoakTests.exe FuzzTests.exe ExampleHost.exe KitExampleHost.exe \
   WithLimit.exe qela.exe QeLaLib.dll QeLaC.dll LogLib.dll blframework.dll KzVariantExport.dll; do
   cp "$build/bin/$file" "$bundle/bin/"
 done
 # The parts of the checkout that tests read, where TestFile looks for them.
 cp -R "$kSource/Tests/Data" "$bundle/bin/Tests/"
+cp -R "$kSource/Tests/Fuzz/Corpus" "$bundle/bin/Tests/Fuzz/"
 cp "$kSource/Docs/"{criteria.md,lint.md,log.md,location-set.schema.json,stored-form.md,timeouts.md} "$bundle/bin/Docs/"
 cp "$kSource/Docs/windows-truth.md" "$bundle/docs/"
 cp "$kSource/LICENSE" "$kSource/NOTICE" "$bundle/"

@@ -49,6 +49,9 @@ call :each QelaFailureTests
 call :each SoakTests
 if "%filter%"=="*" call :host ExampleHost
 if "%filter%"=="*" call :host KitExampleHost
+rem What they find lies in the report.
+if "%filter%"=="*" call :host FuzzTests --replay "%here%bin\Tests\Fuzz\Corpus"
+if "%filter%"=="*" call :host FuzzTests --replay "%here%bin\Tests\Fuzz\Corpus" --guard
 
 set "result=%passed% passed, %failed% failed, %skipped% skipped"
 call :say %result%
@@ -188,10 +191,10 @@ rem The test ended its process before it could write.
 >>"%xml%" echo ^<testcase name="%~1" classname="ended"^>^<error message="exit code %code%"/^>^</testcase^>^</testsuite^>^</testsuites^>
 exit /b 0
 
-rem :host PROGRAM: a host that runs to its end, as its input is empty.
+rem :host PROGRAM [ARGUMENT...]: a host that runs to its end, as its input is empty; or another program that is one test.
 :host
-echo %1
-"%here%bin\WithLimit.exe" %limit% "%here%bin\%1.exe" <nul >logs\%1.txt 2>&1
+echo %1 %4
+"%here%bin\WithLimit.exe" %limit% "%here%bin\%1.exe" %2 %3 %4 <nul >logs\%1%4.txt 2>&1
 set "code=%ERRORLEVEL%"
 if "%code%"=="0" set /a passed+=1
 if not "%code%"=="0" call :fail %1 %1
