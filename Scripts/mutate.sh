@@ -6,7 +6,7 @@ set -euo pipefail
 
 usage() {
   cat <<'TEXT'
-usage: ./dev mutate [--count N] [--seed N] [--unit NAME] [--thorough] [--mutant ID] [--list]
+usage: ./dev mutate [--count N] [--seed N] [--unit NAME] [--mutant ID] [--list]
 
 Puts single faults into copies of the sources (a condition turned round, a bound moved, a call left out, two calls
 swapped, another text or severity in the log, a handle not released) and runs the tests that pass each with it: what
@@ -15,7 +15,6 @@ stays green is noticed by no test.
   --count N    judges N faults, spread over all units and kinds (1000)
   --seed N     takes others (1)
   --unit NAME  takes those of one source, by its file's name without the ending (AddressTable)
-  --thorough   runs all tests that pass a fault; otherwise no more than 60 of those that need a process each
   --mutant ID  judges one fault again, and shows what the test says that notices it
   --list       names the faults with their numbers, and judges none
 
@@ -33,7 +32,7 @@ while [ $# -gt 0 ]; do
   case $1 in
     --count | --seed | --mutant) number "$@"; shift 2 ;;
     --unit) [[ ${2:-} =~ ^[[:alnum:]_]+$ ]] || misuse "./dev mutate: --unit takes a source's name without the ending; here is: ${2:-nothing}"; shift 2 ;;
-    --list | --thorough) shift ;;
+    --list) shift ;;
     -h | --help) usage; exit 0 ;;
     *) misuse "./dev mutate does not know $1. ./dev mutate --help tells what it takes." ;;
   esac

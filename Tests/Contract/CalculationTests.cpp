@@ -67,6 +67,18 @@ TEST_F(Calculation, LogsItsStepsInOrder) {
   for (const LoggedEvent& event : m_log.Events()) EXPECT_EQ(event.severity, 8);
 }
 
+TEST_F(Calculation, NoAdapterIsThereWhileTheSystemIsAsked) {
+  AdapterList list;
+  list.Add(L"Office").Mac({0, 1, 2, 3, 4, 5});
+  m_adapters.Set(list);
+  EXPECT_TRUE(m_service->Save());
+  EXPECT_EQ(m_service->GetMacAddresses().size(), 1u);
+  std::size_t seen = 99;
+  m_adapters.OnCall([&] { seen = m_service->GetMacAddresses().size(); });
+  EXPECT_TRUE(m_service->Save());
+  EXPECT_EQ(seen, 0u);
+}
+
 TEST_F(Calculation, MatchingLocationsAreCurrentInStoredOrderAndEachIsLogged) {
   LoadSet({WithTexts("B", LCT_DEFAULT_GATEWAY, {"10.0.0.1"}), WithTexts("elsewhere", LCT_DEFAULT_GATEWAY, {"10.9.9.9"}),
            WithTexts("A", LCT_DNS_SUFFIX, {"*.example"})});

@@ -198,6 +198,16 @@ TEST_P(LoadUnloadAfter, ThousandTimesNothingGrows) {
 INSTANTIATE_TEST_SUITE_P(Visits, LoadUnloadAfter, ::testing::ValuesIn(kVisits),
                          [](const auto& visit) { return visit.param.name; });
 
+// Whoever unloads it on the way out of a failure still has the error to tell.
+TEST_F(LoadUnload, KeepsTheErrorOfTheThreadThatUnloadsIt) {
+  ServiceLibrary library;
+  EXPECT_FALSE(library.SmartApi()->CreateLocation()->DeserializeFromBytes({0xc1}));
+  ::SetLastError(1234);
+  library.Unload();
+  EXPECT_EQ(::GetLastError(), 1234u);
+  EXPECT_FALSE(IsLoaded());
+}
+
 // The events and the thread of one start of discovery, seen while the library is loaded.
 class UnloadWithThread : public LoadUnload {
  protected:

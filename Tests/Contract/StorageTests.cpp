@@ -50,6 +50,16 @@ class Storage : public ServiceTest {
 
 using Names = std::vector<std::string>;
 
+TEST_F(Storage, LoadRefusesASetWithFewerFieldsThanItClaims) {
+  std::vector<std::uint8_t> bytes = PackedSet({{.id = "B"}});
+  ASSERT_EQ(bytes[0], 0x91);
+  bytes[0] = 0x92;
+  const std::vector<std::wstring> before = StoredIds(*Service());
+  m_registry.Put(bytes);
+  EXPECT_FALSE(Service()->Load());
+  EXPECT_EQ(StoredIds(*Service()), before);
+}
+
 TEST_F(Storage, EmptySetIsStoredAsThreeBytes) {
   EXPECT_TRUE(Service()->Save());
   EXPECT_EQ(m_registry.Value(), kEmptySet);

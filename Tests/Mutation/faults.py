@@ -276,8 +276,6 @@ class Walker:
             return  # used
         name = variables[0].type.spelling.removeprefix("const ") if "lock" in parts[1] else parts[1]
         arguments = f", {parts[3]}" if parts[3] else ""
-        if text.endswith("}"):  # an aggregate
-            arguments = f", {name}{{{parts[3]}}}"
         old = self.source.bytes[span[0] : span[1]]
         end = span[1] - (1 if old.endswith(b";") else 0)
         self.source.wrap("guard left out", (span[0], end), text,

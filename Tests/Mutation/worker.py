@@ -55,8 +55,9 @@ def main() -> None:
         answer: dict = {}
         for step in job["steps"]:
             answer = run(step, job["environment"])
-            if not answer["green"] and step.get("alone") and len(step["tests"]) > 1:
-                # In one process a test may fail for what the one before it has left: only what fails by itself counts.
+            if not answer["green"] and step.get("alone") and len(step["tests"]) > 1 and answer["seconds"] < 3:
+                # In one process a test may fail for what the one before it has left: what fails by itself counts. Not
+                # asked again where the test has waited for what did not come: together these pass without a fault.
                 for test in sorted(step["tests"], key=lambda test: test != answer["by"]):
                     answer = run({**step, "tests": [test]}, job["environment"])
                     if not answer["green"]:

@@ -8,6 +8,15 @@
 
 #include "ScriptedWindows/ImportTable/HeapWatch.h"
 
+namespace {
+
+// All lines of the firewall are for information, but for these. Looked at wherever a test records.
+int SeverityOf(const std::wstring& text) {
+  return text.starts_with(L"QeLaLib failed to init COM") || text.starts_with(L"NtDllExports - ") ? 3 : 8;
+}
+
+}  // namespace
+
 LogRecorder::LogRecorder() {
   LogUtils::setConsoleLogging(false);
   LogUtils::setLogSink(
@@ -16,6 +25,9 @@ LogRecorder::LogRecorder() {
         auto& self = *static_cast<LogRecorder*>(context);
         const LoggedEvent event{record.file,   record.line,      record.severity,
                                 record.source, record.component, record.text};
+        if (event.source == "FirewallBL") {
+          EXPECT_EQ(event.severity, SeverityOf(event.text)) << event.file;
+        }
         std::function<void(const LoggedEvent&)> hook;
         {
           const std::lock_guard lock(self.m_mutex);

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "ScriptedWindows/ImportTable/HeapWatch.h"
+#include "ScriptedWindows/ImportTable/ImportPatch.h"
 #include "ScriptedWindows/Windows/FakeAddressTable.h"
 
 namespace {
@@ -97,6 +98,27 @@ TEST_F(AddressTables, ThatGrowWhileTheyAreReadAreAskedForAgainAndGivenUpInTheEnd
   size = 100;
   EXPECT_FALSE(ReadAddressTable().known);
   EXPECT_EQ(m_system.Calls() - before, 5u);
+}
+
+TEST_F(AddressTables, ThatCannotBeReadAreAskedForOnce) {
+  m_system.Fail(ERROR_NOT_SUPPORTED);
+  EXPECT_FALSE(ReadAddressTable().known);
+  EXPECT_EQ(m_system.Calls(), 1u);
+}
+
+// What is remembered is read and written by several threads.
+TEST_F(AddressTables, AreRememberedAndComparedInsideTheLock) {
+  static int entered;
+  static int left;
+  entered = left = 0;
+  const ImportPatch enter(ThisProgram(), "AcquireSRWLockExclusive", +[](SRWLOCK*) { ++entered; });
+  const ImportPatch leave(ThisProgram(), "ReleaseSRWLockExclusive", +[](SRWLOCK*) { ++left; });
+  m_remembered.Read();
+  EXPECT_EQ(entered, 1);
+  EXPECT_EQ(left, 1);
+  EXPECT_FALSE(m_remembered.DiffersFromNow());
+  EXPECT_EQ(entered, 2);
+  EXPECT_EQ(left, 2);
 }
 
 TEST_F(AddressTables, WithoutMemoryAreUnknown) {

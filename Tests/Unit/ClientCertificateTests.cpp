@@ -47,6 +47,16 @@ TEST_F(ClientCertificates, SendsTheUsersCertificateAsTheUser) {
   for (const LoggedEvent& event : m_log.Events()) EXPECT_TRUE(event.file.starts_with("FwClient/Service/QeLaLib/"));
 }
 
+TEST_F(ClientCertificates, AreToldToBeSetWhenTheyAre) {
+  m_https.answers = {HttpsAnswer::SendFails(kCertificateNeeded), HttpsAnswer::Status(200)};
+  std::size_t set = 99;
+  m_log.OnEvent([&](const LoggedEvent& event) {
+    if (event.text.starts_with(L"Set the client cert")) set = m_windows.Count("WinHttpSetOption");
+  });
+  EXPECT_TRUE(Probe());
+  EXPECT_EQ(set, 1u);
+}
+
 TEST_F(ClientCertificates, ClosesTheTokenBeforeItReverts) {
   m_https.answers = {HttpsAnswer::SendFails(kCertificateNeeded), HttpsAnswer::Status(200)};
   EXPECT_TRUE(Probe());
@@ -191,6 +201,19 @@ TEST_F(ClientCertificates, SendsAsTheServiceWhenTheUserCannotBeFound) {
   EXPECT_FALSE(Probe());
   EXPECT_THAT(m_windows.Calls({"WinHttpSendRequest", "ImpersonateLoggedOnUser", "CertOpenStore"}),
               ElementsAre("WinHttpSendRequest(request)", "WinHttpSendRequest(request)"));
+}
+
+TEST_F(ClientCertificates, AreNotNeededWhereTheServiceMaySendAfterAll) {
+  for (const bool userIsKnown : {false, true}) {
+    SCOPED_TRACE(userIsKnown);
+    m_https.answers = {HttpsAnswer::SendFails(kCertificateNeeded), HttpsAnswer::Status(200)};
+    if (userIsKnown)
+      m_windows.Fail("ImpersonateLoggedOnUser", ERROR_ACCESS_DENIED);
+    else
+      m_windows.Fail("CreateProcessW", ERROR_ACCESS_DENIED);
+    EXPECT_TRUE(Probe());
+    EXPECT_EQ(m_windows.Count("CertOpenStore"), 0u);
+  }
 }
 
 TEST_F(ClientCertificates, KeepsTheTokenOfAFailedImpersonationUntilTheEnd) {

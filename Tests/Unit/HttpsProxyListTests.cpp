@@ -18,7 +18,7 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         // One proxy for all schemes; too short to name a scheme; another case is another name.
         Case{L"p1:8080", L"p1:8080"}, Case{L"", L""}, Case{L"http", L"http"}, Case{L"HTTPS=p:1", L"HTTPS=p:1"},
-        Case{L"http=p1:80;ftp=p3:21", L"http=p1:80;ftp=p3:21"},
+        Case{L"http=p1:80;ftp=p3:21", L"http=p1:80;ftp=p3:21"}, Case{L"ttps=p:1", L"ttps=p:1"},
         // The entry alone, last, and with others behind it, which come along.
         Case{L"https=p2:443", L"p2:443"}, Case{L"http=p1:80;https=p2:443", L"p2:443"},
         Case{L"http=p1:80;https=p2:443;ftp=p3:21", L"p2:443;ftp=p3:21"},

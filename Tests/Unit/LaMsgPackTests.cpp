@@ -229,9 +229,10 @@ TEST(LaMsgPackReading, TextIsCutAtTheFirstNul) {
 }
 
 TEST(LaMsgPackReading, WhatIsNoStrIsNoText) {
-  for (const Bytes& bytes : {Bytes{0xc4, 0x01, 'a'}, Bytes{0xc5, 0x00, 0x01, 'a'},  // bin
-                             Bytes{0xc6, 0x00, 0x00, 0x00, 0x01, 'a'}, Bytes{0xd4, 0x01, 'a'}, Bytes{0xc0}, Bytes{0x61},
-                             Bytes{0xc3}, Bytes{0x91, 0xa1, 'a'}, Bytes{0x81, 0xa1, 'a', 0xa1, 'a'}})
+  for (const Bytes& bytes :
+       {Bytes{0xc4, 0x01, 'a'}, Bytes{0xc5, 0x00, 0x01, 'a'},  // bin
+        Bytes{0xc6, 0x00, 0x00, 0x00, 0x01, 'a'}, Bytes{0xd4, 0x01, 'a'}, Bytes{0xc0}, Bytes{0x61}, Bytes{0xc3},
+        Bytes{0xdc, 0, 0, 0, 0, 0, 0, 0, 1, 'a'}, Bytes{0x91, 0xa1, 'a'}, Bytes{0x81, 0xa1, 'a', 0xa1, 'a'}})
     EXPECT_THROW(TextFrom(bytes), msgpack::type_error) << testing::PrintToString(bytes);
 }
 

@@ -443,6 +443,15 @@ TEST(QeLocation, IgnoresFurtherFieldsHoweverDeepAndBytesBehindTheRecord) {
   }
 }
 
+TEST(QeLocation, FurtherFieldsOfItsCriteriaAreNotTakenForItsOwn) {
+  const Bytes fields = Bytes(Blob::kNoCriteria.begin() + 1, Blob::kNoCriteria.end());
+  CQeLocation location;
+  EXPECT_TRUE(location.DeserializeFromBytes(
+      Blob::Array({Blob::Join({{0x9a}, fields, Blob::Str("later")}), Blob::Str("id"), Blob::Str("name")})));
+  EXPECT_EQ(location.GetId(), L"id");
+  EXPECT_EQ(location.GetName(), L"name");
+}
+
 TEST(QeLocation, BytesCutAnywhereLeaveItUntouched) {
   for (std::size_t length = 0; length < kOffice.size(); ++length) {
     const PrintedErrors errors;

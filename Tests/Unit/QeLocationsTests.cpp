@@ -524,8 +524,8 @@ TEST(QeLocations, AreTakenOverInTheOrderOfTheIdsByTheRuleOfAdding) {
                 WithGateways("C", {kMapped}), WithGateways("D", {})})};
   for (const CQeLocations& source : sources) {
     for (const Names& ids :
-         {Names{}, Names{L"A", L"C", L"D"}, Names{L"D", L"A"}, Names{L"A", L"A", L"B"}, Names{L"none", L"B", L"none"},
-          Names{L"B", L"A", L"B", L"C"}, Names{L"A", L"B", L"C", L"D"}}) {
+         {Names{}, Names{L"A", L"C", L"D"}, Names{L"D", L"A"}, Names{L"A", L"A", L"B"}, Names{L"C", L"C"},
+          Names{L"none", L"B", L"none"}, Names{L"B", L"A", L"B", L"C"}, Names{L"A", L"B", L"C", L"D"}}) {
       CQeLocations expected;
       for (const std::wstring& id : ids)
         if (const CQeLocation* location = source.Find(id); location != nullptr) expected.Add(location);

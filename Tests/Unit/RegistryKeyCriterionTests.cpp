@@ -236,7 +236,8 @@ TEST_F(RegistryKeyCriterionTest, ValuesOfOtherTypesAndSizesAreNeitherTextNorNumb
   Set(L"EmptyBinary", REG_BINARY, nullptr, 0);
   Set(L"Odd", REG_SZ, L"abc\0", 9);
   Set(L"Unterminated", REG_SZ, L"abcx", 6);
-  for (const wchar_t* name : {L"Quad", L"Multi", L"Binary", L"EmptyBinary", L"Odd", L"Unterminated"})
+  Set(L"HalfACharacter", REG_SZ, "", 1);
+  for (const wchar_t* name : {L"Quad", L"Multi", L"Binary", L"EmptyBinary", L"Odd", L"Unterminated", L"HalfACharacter"})
     for (const wchar_t* data : {L"", L"=3", L"=a", L"=abc", L"=0"})
       Expect(std::wstring(name) + data, 0, {NoText(name), NoNumber(name)});
 }

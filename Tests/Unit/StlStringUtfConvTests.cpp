@@ -100,6 +100,13 @@ TEST(StlStringUtfConv, EmptyTextNeedsNoConversion) {
 TEST(StlStringUtfConv, CutsAtTheFirstNulAndLooksAtNothingBehindIt) {
   EXPECT_EQ(ToUtf8(L"ab\0\xd800z"sv), "ab");
   EXPECT_EQ(ToWide("ab\0\xff\xfe"sv), L"ab");
+  EXPECT_EQ(ToUtf8(L"\xe4\0\xd800z"sv), "\xc3\xa4");
+  EXPECT_EQ(ToWide("\xc3\xa4\0\xff\xfe"sv), L"\xe4");
+}
+
+TEST(StlStringUtfConv, TakesTheFirstCharacterBehindAsciiForNone) {
+  EXPECT_EQ(ToUtf8(L"\x80"), "\xc2\x80");
+  EXPECT_EQ(ToUtf8(L"\x7f"), "\x7f");
 }
 
 TEST(StlStringUtfConv, RefusesLoneSurrogates) {
@@ -327,6 +334,12 @@ class RepeatedText {
   std::size_t m_blocks = 0;
   std::size_t m_size = 0;
 };
+
+TEST(StlStringUtfConv, TellsTheBadTextFromTheSystemThatCannotConvert) {
+  using StlStringUtfConv::Exception;
+  EXPECT_STREQ(Exception(1113).what(), "text is not valid UTF-16 or UTF-8");
+  EXPECT_STREQ(Exception(8, Cause::kSystem).what(), "text could not be converted");
+}
 
 TEST(StlStringUtfConv, RefusesTextsOf2To31Units) {
   const RepeatedText text(std::size_t{1} << 31);

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "ScriptedWindows/ImportTable/ImportPatch.h"
 #include "ScriptedWindows/Windows/FakeSystem.h"
 #include "ScriptedWindows/Windows/WindowsScript.h"
 
@@ -36,6 +37,21 @@ TEST_F(SystemDirectory, IsAskedForAgainOnlyWhenItDidNotFit) {
   EXPECT_TRUE(Get());
   EXPECT_EQ(m_path, m_system.systemDirectory);
   EXPECT_EQ(Asked(), 3u);
+}
+
+// A directory that has become longer between the two calls: the second answer is again a size, not a length.
+TEST_F(SystemDirectory, IsNotTakenWhenItFitsNoMore) {
+  static UINT asked;
+  asked = 0;
+  const ImportPatch grows(
+      ThisProgram(), "GetSystemDirectoryW", +[](wchar_t*, UINT) -> UINT { return ++asked == 1 ? 300 : 301; });
+  EXPECT_FALSE(Get());
+  asked = 0;
+  const ImportPatch fills(
+      ThisProgram(), "GetSystemDirectoryW", +[](wchar_t*, UINT) -> UINT { return ++asked, MAX_PATH; });
+  EXPECT_FALSE(Get()) << "a length leaves room for the terminator";
+  EXPECT_EQ(asked, 1u);
+  EXPECT_EQ(m_path, L"before");
 }
 
 TEST_F(SystemDirectory, LeavesThePathAsItWasWhenWindowsDoesNotTell) {

@@ -16,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "FwClient/Service/QeLaLib/ExpressionSurvey.h"
 #include "ScriptedWindows/ImportTable/HeapWatch.h"
 #include "ScriptedWindows/ImportTable/ImportPatch.h"
 
@@ -469,6 +470,16 @@ TEST(WildcardLabel, TheLimitsAreExact) {
     EXPECT_TRUE(Matches(limit.inside, limit.text)) << limit.name;
     EXPECT_FALSE(Matches(limit.outside, limit.text)) << limit.name;
   }
+}
+
+TEST(WildcardLabel, TheMostStatesAreAllowedAndOneMoreIsNot) {
+  std::vector<std::size_t> seen;
+  for (std::size_t letters = 0; letters < 20; ++letters) {
+    const std::wstring label = L"(a?){598}*|" + Repeat(L"b", letters);
+    seen.push_back(SurveyExpression(WildcardToRegex(label)).states);
+    EXPECT_EQ(Matches(label, L"a"), seen.back() <= 3000) << seen.back();
+  }
+  EXPECT_EQ(std::count(seen.begin(), seen.end(), std::size_t{3000}), 1);
 }
 
 TEST(WildcardLabel, TheLongestTextsAreMatchedExactly) {
