@@ -1,10 +1,11 @@
 #!/bin/bash
-# ./dev mutate: single faults in copies of the sources, and which of them no test notices. Tests/Mutation does it.
+# Puts single faults into copies of the sources and tells which of them no test notices: Tests/Mutation does it. ./dev
+# reads the command line with what stands here, too: what is wrong with it is told before minutes go into the toolchain.
 # usage: mutate.sh [ARGUMENT...]
 set -euo pipefail
-. "$(dirname "$0")/common.sh"
+. "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 
-usage() {
+mutate_usage() {
   cat <<'TEXT'
 usage: ./dev mutate [--count N] [--seed N] [--unit NAME] [--mutant ID] [--list]
 
@@ -26,19 +27,30 @@ not be built; 2 the command line is wrong.
 TEXT
 }
 
-number() { [[ ${2:-} =~ ^[1-9][0-9]{0,8}$ ]] || misuse "./dev mutate: $1 takes a number from 1 on; here is: ${2:-nothing}"; }
-arguments=("$@")
-while [ $# -gt 0 ]; do
-  case $1 in
-    --count | --seed | --mutant) number "$@"; shift 2 ;;
-    --unit) [[ ${2:-} =~ ^[[:alnum:]_]+$ ]] || misuse "./dev mutate: --unit takes a source's name without the ending; here is: ${2:-nothing}"; shift 2 ;;
-    --list) shift ;;
-    -h | --help) usage; exit 0 ;;
-    *) misuse "./dev mutate does not know $1. ./dev mutate --help tells what it takes." ;;
-  esac
-done
+# read_mutate_line [ARGUMENT...]: Help ends the script, and so does misuse.
+read_mutate_line() {
+  while [ $# -gt 0 ]; do
+    case $1 in
+      --count | --seed | --mutant)
+        [[ ${2:-} =~ ^[1-9][0-9]{0,8}$ ]] || misuse "./dev mutate: $1 takes a number from 1 on; here is: ${2:-nothing}"
+        shift
+        ;;
+      --unit)
+        [[ ${2:-} =~ ^[[:alnum:]_]+$ ]] ||
+          misuse "./dev mutate: --unit takes a source's name without the ending; here is: ${2:-nothing}"
+        shift
+        ;;
+      --list) ;;
+      -h | --help) mutate_usage; exit 0 ;;
+      *) misuse "./dev mutate does not know $1. ./dev mutate --help tells what it takes." ;;
+    esac
+    shift
+  done
+}
 
+[ "${BASH_SOURCE[0]}" = "$0" ] || return 0
+read_mutate_line "$@"
 cd "$kSource"
 [ -e build/mingw-release/compile_commands.json ] || cmake --preset mingw-release >build/configure.log 2>&1 || { cat build/configure.log >&2; exit 1; }
 export PYTHONDONTWRITEBYTECODE=1
-exec python3 Tests/Mutation/mutate.py "${arguments[@]}"
+exec python3 Tests/Mutation/mutate.py "$@"

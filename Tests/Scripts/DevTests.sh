@@ -158,18 +158,18 @@ it "tells what is wrong with a line for ./dev mutate before it puts a fault anyw
 for option in --count --seed --mutant; do
   for wrong in 0 -1 many ''; do
     # shellcheck disable=SC2086
-    answer "$source/Scripts/mutate.sh" --list "$option" $wrong
+    dev mutate --list "$option" $wrong
     expect_answer 2 '' "dev: error: ./dev mutate: $option takes a number from 1 on; here is: ${wrong:-nothing}"
   done
 done
 for wrong in AddressTable.cpp ''; do
   # shellcheck disable=SC2086
-  answer "$source/Scripts/mutate.sh" --unit $wrong
+  dev mutate --unit $wrong
   expect_answer 2 '' "dev: error: ./dev mutate: --unit takes a source's name without the ending; here is: ${wrong:-nothing}"
 done
-answer "$source/Scripts/mutate.sh" AddressTable
+dev mutate AddressTable
 expect_answer 2 '' "dev: error: ./dev mutate does not know AddressTable. ./dev mutate --help tells what it takes."
-answer "$source/Scripts/mutate.sh" --help
+dev mutate --help
 expect_code 0
 expect_out "usage: ./dev mutate"
 
