@@ -5,8 +5,12 @@
 #include <string>
 #include <vector>
 
+#include "Tests/Support/HostLogs.h"
+#include "Tests/Support/RunQela.h"
 #include "Tests/Unit/QelaMachines.h"
 #include "Tools/qela/Explanation.h"
+#include "Tools/qela/LocationSetFile.h"
+#include "Tools/qela/Text.h"
 
 namespace {
 
@@ -14,6 +18,7 @@ using Outcome = LocationExplanation::Outcome;
 using std::chrono::milliseconds;
 using testing::ElementsAre;
 using testing::HasSubstr;
+using testing::Not;
 
 std::vector<Outcome> OutcomesOf(const LocationExplanation::Adapter& adapter) {
   std::vector<Outcome> outcomes;
@@ -207,6 +212,19 @@ class Log {
     return Explain(location, calculation, calculation.locations.at(0));
   }
 
+  // What the command says of all locations that are in it.
+  std::string Told(const LocationSet& set = {}) const {
+    std::vector<std::wstring> texts;
+    for (const auto& [text, now] : m_messages) texts.push_back(text);
+    const LogFolder folder;
+    const std::wstring log = folder.Write(L"a.log", ToUtf8(LogOf(HostFormats().front(), texts)));
+    std::vector<std::wstring> arguments = {L"explain", L"--all", L"--from-log", log};
+    if (!set.empty()) arguments.insert(arguments.end(), {L"--set", folder.Write(L"set.json", SetAsJson(set))});
+    const QelaAnswer answer = RunQela(arguments);
+    EXPECT_EQ(answer.err, "");
+    return answer.out;
+  }
+
  private:
   std::vector<std::pair<std::wstring, int>> m_messages;
   int m_now = 0;
@@ -324,6 +342,12 @@ TEST(QelaExplanation, ASetThatCannotHaveLedToTheLogIsToldAndNotUsed) {
   EXPECT_TRUE(contradicts({{LCT_DEFAULT_GATEWAY, {L"10.0.0.2"}}}));  // would not hold
   EXPECT_TRUE(contradicts({{LCT_DNS_SERVER, {L"10.0.0.53"}}}));      // would not be asked
   EXPECT_TRUE(contradicts({{LCT_DEFAULT_GATEWAY, {L"10.0.0.1"}}, {LCT_DOMAIN_REACHABLE, {L"h"}}}));  // would be asked
+  log = {};
+  log.Begin()
+      .Location(L"Office")
+      .Held(L"Default gateway : 10.0.0.9")
+      .End(L"Office", false);  // the adapter has none such
+  EXPECT_TRUE(contradicts({{LCT_DEFAULT_GATEWAY, {L"10.0.0.1"}}, {LCT_DNS_SERVER, {L"10.0.0.53"}}}));
 }
 
 TEST(QelaExplanation, TheValuesThatTheRegistryHeldAreToldOfTheirCriteria) {
@@ -348,6 +372,75 @@ TEST(QelaExplanation, TheValuesThatTheRegistryHeldAreToldOfTheirCriteria) {
   EXPECT_THAT(kind.questions[2].details, ElementsAre("the value Name is \"Berlin\""));
   EXPECT_THAT(kind.questions[3].details, ElementsAre("the value Level is \"3\""));
   EXPECT_THAT(log.Alone().sentence, HasSubstr("the value Name is \"Berlin\", and another is asked for"));
+}
+
+TEST(QelaExplanation, WhichOfSeveralRegistryCriteriaHeldIsNotToldWhereTheirLinesAreMissing) {
+  Log log;
+  log.Begin().Location(L"Office");
+  log.Say(L"The registry value Floor matches the specified location awareness group value of 2.");
+  log.Say(L"Location: Registry key matched for adapter with index 2 and description eth0.").End(L"Office", true);
+  const std::wstring site = L"HKEY_LOCAL_MACHINE\\Software\\Site\\Name=Bonn";
+  const LocationExplanation several =
+      log.With(Location(L"Office", {{LCT_REGISTRY_KEY, {site, L"HKEY_LOCAL_MACHINE\\Software\\Site\\Floor=2"}}}));
+  ASSERT_FALSE(several.contradictsCriteria);  // the line about Name is missing
+  const LocationExplanation::Kind& kind = several.adapters[0].kinds[0];
+  EXPECT_EQ(kind.held, std::nullopt);
+  ASSERT_EQ(kind.questions.size(), 1u);
+  EXPECT_EQ(kind.questions[0].text, L"Floor");
+  EXPECT_THAT(kind.questions[0].details, ElementsAre("the value Floor is \"2\""));
+  const LocationExplanation one = log.With(Location(L"Office", {{LCT_REGISTRY_KEY, {site}}}));
+  EXPECT_EQ(one.adapters[0].kinds[0].held, site);
+}
+
+TEST(QelaExplanation, AdaptersThatTheLogDoesNotShowReadablyAreTold) {
+  LoggedCalculation calculation =
+      Log().Begin().Location(L"Office").Held(L"Default gateway : 10.0.0.1").End(L"Office", true).Calculation();
+  EXPECT_THAT(Explain(calculation, calculation.locations[0]).caveats, testing::IsEmpty());
+  calculation.unreadableAdapters = 2;
+  EXPECT_THAT(Explain(calculation, calculation.locations[0]).caveats,
+              ElementsAre("What 2 adapters showed cannot be read from the log."));
+}
+
+TEST(QelaExplanation, ALogThatCannotBeReadToTheEndOfACalculationIsExplainedUpToThere) {
+  Log log;
+  log.Begin().Location(L"Office").Held(L"Default gateway : 10.0.0.1").End(L"Office", true);
+  EXPECT_THAT(log.Told(), AllOf(HasSubstr("Office was current"), Not(HasSubstr("cannot be read"))));
+  log.Location(L"Home").End(L"Home", true);  // of criteria that held, no line
+  EXPECT_THAT(log.Told(), AllOf(HasSubstr("Office was current"),
+                                HasSubstr("\nThe calculation cannot be read to its end: "
+                                          "an adapter's verdict is not what its lines lead to.\n")));
+}
+
+TEST(QelaExplanation, ACalculationThatBreaksOffBeforeItDecidesIsPassedOver) {
+  Log log;
+  log.Begin().Location(L"Office").Held(L"Default gateway : 10.0.0.1").End(L"Office", true);
+  constexpr const char* kPassedOver = "A later calculation breaks off in the log before it has decided";
+  EXPECT_THAT(log.Told(), Not(HasSubstr(kPassedOver)));
+  log.Begin().Location(L"Office");
+  EXPECT_THAT(log.Told(), AllOf(HasSubstr("Office was current"), HasSubstr(kPassedOver)));
+}
+
+TEST(QelaExplanation, ACalculationWithoutAdaptersSaysWhyNothingWasTested) {
+  Log log;
+  log.Say(L"Calculating current locations...").Say(L"GetAdaptersAddresses succeeds, the return value is : 0");
+  log.Say(L"Adapters List :").Say(L"CalculateCurrentAdapterProps failed.");
+  EXPECT_THAT(log.Told(), AllOf(HasSubstr("The library found no adapter that is up, and so no location was tested"),
+                                HasSubstr("The calculation tests no location."), Not(HasSubstr("is stored"))));
+}
+
+TEST(QelaExplanation, OfAnotherSetTheOneLocationOfThatNameIsTakenAndOfSeveralTheOneWithTheId) {
+  Log log;
+  log.Begin().Location(L"Office").Held(L"Default gateway : 10.0.0.1").End(L"Office", true);
+  constexpr const char* kNoneOrSeveral = "The set has no location that could be this one, or several";
+  const CQeLocation home = Location(L"Home");
+  const CQeLocation office = Location(L"Office", {{LCT_DEFAULT_GATEWAY, {L"10.0.0.3", L"10.0.0.1"}}});
+  CQeLocation second = Location(L"Office", {{LCT_DEFAULT_GATEWAY, {L"10.0.0.2"}}});
+  second.SetId(L"another");
+  EXPECT_THAT(log.Told({home}), HasSubstr(kNoneOrSeveral));
+  EXPECT_THAT(log.Told({home, office}), AllOf(HasSubstr("10.0.0.3"), Not(HasSubstr(kNoneOrSeveral))));
+  EXPECT_THAT(log.Told({home, office, second}), AllOf(HasSubstr(kNoneOrSeveral), Not(HasSubstr("10.0.0.3"))));
+  log.Say(L"Adding current location ID id-Office");
+  EXPECT_THAT(log.Told({home, office, second}), AllOf(HasSubstr("10.0.0.3"), Not(HasSubstr(kNoneOrSeveral))));
 }
 
 }  // namespace

@@ -25,6 +25,7 @@ struct Shown {
   Json sourceMembers = Json::object();  // of JSON
   std::vector<std::string> notes;       // lines behind
   std::vector<std::string> differences;
+  const char* withoutLocations = "No location is stored.";
 };
 
 ExitCode Show(const Shown& shown, bool json) {
@@ -39,7 +40,7 @@ ExitCode Show(const Shown& shown, bool json) {
     std::string text = shown.source.empty() ? "" : shown.source + "\n\n";
     for (const LocationExplanation& location : shown.locations) text += ToText(location) + "\n";
     for (const std::string& note : shown.notes) text += note + "\n";
-    if (shown.locations.empty()) text += "No location is stored.\n";
+    if (shown.locations.empty()) text += std::string(shown.withoutLocations) + "\n";
     Print(text);
   }
   if (!shown.differences.empty()) {
@@ -165,6 +166,7 @@ LoggedCalculation FindIn(const std::vector<std::wstring>& files, const SupportOp
 
 Shown OfLog(const SupportOptions& asked) {
   Shown shown;
+  shown.withoutLocations = "The calculation tests no location.";
   std::vector<std::wstring> files;
   for (const std::wstring& log : asked.logs) {
     const std::vector<std::wstring> rotated = WithRotated(log);
