@@ -4,6 +4,8 @@
 #include <windows.h>
 #include <gmock/gmock.h>
 
+#include <functional>
+
 #include "FwClient/Common/Utilities/UniqueHandle.h"
 #include "ScriptedWindows/ImportTable/ImportPatch.h"
 #include "ScriptedWindows/Windows/AdapterList.h"
@@ -12,7 +14,6 @@
 #include "Tests/Support/StoredSet.h"
 #include "Tools/qela/CommandError.h"
 #include "Tools/qela/Commands.h"
-#include "Tools/qela/ExplainMachine.h"
 #include "Tools/qela/Service.h"
 #include "Tools/qela/StoredSet.h"
 
@@ -196,9 +197,34 @@ TEST_F(QelaFailure, AnExplanationThatTheLibraryDoesNotBearOutIsToldAndFails) {
   AdapterList adapters;
   adapters.Add(L"eth0").Index(2);
   const FakeAdapters fake(Library(), adapters);
-  const ThisMachine machine = ExplainByService();
-  ASSERT_EQ(machine.differences.size(), 1u);
-  EXPECT_THAT(machine.differences.front(), HasSubstr("the library says that \"Office\""));
+  const CommandError failure = FailureOf([] { ExplainLocations({}); });
+  EXPECT_EQ(failure.Code(), kFailed);
+  EXPECT_THAT(failure.what(), HasSubstr("the library says that \"Office\""));
+}
+
+// What was looked up in the one set would be told of the other.
+TEST_F(QelaFailure, ASetThatAnotherProgramChangesWhileItIsExplainedIsTold) {
+  AddLocation(Adding(L"Office"));
+  LocationSet more = ReadLocations();
+  more.push_back(more.front());
+  more.back().SetId(L"another");
+  static std::function<void()> change;
+  static int reads;
+  reads = 0;
+  change = [&] { m_registry.Put(EncodeSet(more)); };
+  static decltype(&::RegOpenKeyExW) open;
+  const ImportPatch patch(
+      Program(), "RegOpenKeyExW", +[](HKEY key, LPCWSTR path, DWORD options, REGSAM access, PHKEY opened) -> LSTATUS {
+        if (++reads == 2) change();
+        return open(key, path, options, access, opened);
+      });
+  open = patch.Original<LSTATUS(HKEY, LPCWSTR, DWORD, REGSAM, PHKEY)>();
+  AdapterList adapters;
+  adapters.Add(L"eth0").Index(2);
+  const FakeAdapters fake(Library(), adapters);
+  const CommandError failure = FailureOf([] { ExplainLocations({}); });
+  EXPECT_EQ(failure.Code(), kFailed);
+  EXPECT_THAT(failure.what(), HasSubstr("the stored set was changed meanwhile; run the command again"));
 }
 
 }  // namespace
