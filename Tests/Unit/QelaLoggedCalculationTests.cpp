@@ -105,6 +105,18 @@ TEST(QelaLoggedCalculation, AWholeOneIsReadToItsEnd) {
   EXPECT_EQ(office.adapters[0].held[0].named, L"10.0.0.1");
 }
 
+TEST(QelaLoggedCalculation, WhatOnlyBeginsLikeALineAboutTheRegistryIsOfNoCalculation) {
+  for (const wchar_t* const text :
+       {L"Unable to find the way.", L"Unable to find the string value in the registry for x",
+        L"The registry key x does not exist.", L"The registry value x is 3."}) {
+    const LoggedCalculation calculation =
+        ReadOne(kTwoAdapters + Messages{kChecking, kNoServer, kMatching2, text, kGateway2, kAll2} +
+                Messages{kMatching3, kNotAll3, kCurrent, kId});
+    EXPECT_TRUE(calculation.IsWhole()) << calculation.broken;
+    EXPECT_THAT(calculation.locations.at(0).adapters.at(0).registry, IsEmpty());
+  }
+}
+
 TEST(QelaLoggedCalculation, TheReportOfTheDiscoveryThreadBelongsToTheCalculationBeforeIt) {
   const std::vector<LoggedCalculation> calculations =
       Read(kTwoAdapters + Messages{kAddresses} + kOffice + Messages{kSkipped} + kTwoAdapters + kOffice);

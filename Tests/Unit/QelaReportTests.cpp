@@ -312,6 +312,22 @@ TEST_F(QelaReport, JsonTellsWhatWasReplaced) {
   EXPECT_EQ(json["replaced"][0].dump(), R"({"placeholder":"LOCATION","values":3})");
 }
 
+// The library takes no expression of so many alternatives.
+TEST_F(QelaReport, TellsWhereAPatternMatchesMoreLabelsThanCanBeWritten) {
+  constexpr const char* kNotTheSame = "some location is decided in another way than on the machine";
+  ASSERT_EQ(RunQela({L"location", L"add", L"Everywhere", L"--dns-suffix", L"e*"}).code, kDone);
+  ASSERT_EQ(Report().code, kDone);
+  EXPECT_THAT(Page(), Not(HasSubstr(kNotTheSame)));
+  std::wstring suffix = L"e0";
+  for (int i = 1; i < 500; ++i) suffix += L".e" + std::to_wstring(i);
+  AdapterList list;
+  list.Add(L"eth0").Index(2).DnsSuffix(suffix.c_str());
+  m_adapters.reset();  // two at once would each call the other
+  m_adapters.emplace(ThisProgram(), list);
+  ASSERT_EQ(Report().code, kDone);
+  EXPECT_THAT(Page(), HasSubstr(kNotTheSame));
+}
+
 TEST_F(QelaReport, NoPageIsTakenForAReportUnlessItIsWhole) {
   StoreOffice();
   ASSERT_EQ(Report().code, kDone);

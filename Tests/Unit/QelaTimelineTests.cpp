@@ -321,6 +321,14 @@ TEST(QelaTimeline, AdaptersThatCannotBeReadAreNotTakenForGone) {
   EXPECT_EQ(log.Read().changes.size(), 1U);
 }
 
+TEST(QelaTimeline, AnEdgeTellsHowManyAdaptersCannotBeRead) {
+  Log log;
+  log.Calculates({kWired}).Decides(L"Office", 2);
+  EXPECT_EQ(Changes(log.Read()).find("cannot be read"), std::string::npos);
+  log.Last().unreadableAdapters = 2;
+  EXPECT_NE(Changes(log.Read()).find(" | 2 adapters cannot be read from the log\n"), std::string::npos);
+}
+
 TEST(QelaTimeline, ALogWithoutACalculationHasNothing) {
   const Timeline timeline = Log().Read();
   EXPECT_EQ(timeline.calculations, 0U);
