@@ -2,6 +2,7 @@
 #include <winsock2.h>
 #include <windows.h>
 
+#include <atomic>
 #include <functional>
 #include <map>
 #include <string>
@@ -328,6 +329,108 @@ TEST_F(KitFailures, MemoryThatRunsOutWhileOpeningAndStartingIsAStatus) {
     EXPECT_TRUE(started == QELA_STATUS_OK || started == QELA_STATUS_OUT_OF_MEMORY) << qela_status_text(started);
     CloseAndWait();
   });
+}
+
+// While one lives, the next allocation of the module fails on the first other thread that calls a function of the
+// kit's.
+class OneFailureElsewhere : public OnlyOne<OneFailureElsewhere> {
+ public:
+  explicit OneFailureElsewhere(HMODULE module) : m_heap(module) {}
+
+  bool HasFailed() { return m_heap.StopFailing(); }
+
+ private:
+  static BOOL WINAPI TryEnter(CRITICAL_SECTION* section) {
+    OneFailureElsewhere& self = Current();
+    if (::GetCurrentThreadId() != self.m_testsThread && !self.m_isDue.exchange(true)) self.m_heap.FailAt(0);
+    return ::TryEnterCriticalSection(section);
+  }
+
+  const DWORD m_testsThread = ::GetCurrentThreadId();
+  std::atomic<bool> m_isDue = false;
+  HeapWatch m_heap;
+  ImportPatch m_patch{::GetModuleHandleW(L"QeLaC.dll"), "TryEnterCriticalSection", &TryEnter};
+};
+
+// Of no current location the library reports nothing that would make the worker look.
+TEST_F(KitFailures, AWorkerThatLacksMemoryTriesAgainAndTells) {
+  Open();
+  WarmUpExceptions(Kit());
+  ToldHost host;
+  OneFailureElsewhere failure(Kit());
+  Start(host);
+  ExpectTold(host, {});
+  EXPECT_TRUE(failure.HasFailed());
+  CloseAndWait();
+}
+
+TEST_F(KitFailures, MemoryThatTheLibraryLacksToStartIsAStatus) {
+  StoreAsSomebodyElse({{"office", "10.0.0.1"}});
+  Open();
+  WarmUpExceptions(Library());
+  ToldHost host;
+  {
+    HeapWatch heap(Library());
+    heap.FailAt(0);
+    EXPECT_EQ(qela_start(m_service, &ToldHost::OnChange, &host), QELA_STATUS_OUT_OF_MEMORY);
+    EXPECT_TRUE(heap.StopFailing());
+  }
+  EXPECT_EQ(qela_stop(m_service), QELA_STATUS_NOT_STARTED);
+  Start(host);
+  ExpectTold(host, {L"office"});
+  CloseAndWait();
+}
+
+// The library's thread ends after a start has taken it for its own, so the worker starts another one.
+TEST_F(KitFailures, AThreadThatIsReplacedIsReplacedLaterWhereMemoryLacks) {
+  StoreAsSomebodyElse({{"office", "10.0.0.1"}, {"home", "192.168.0.1"}});
+  Open();
+  WarmUpExceptions(Library());
+  ToldHost host;
+  Start(host);
+  ExpectTold(host, {L"office"});
+  Gate calculating;
+  ASSERT_TRUE(Listens());
+  m_adapters.OnCall([&] { calculating.Pass(); });
+  m_changes.Fire();
+  ASSERT_TRUE(calculating.WaitUntilReached());
+  EXPECT_EQ(qela_stop(m_service), QELA_STATUS_OK);
+  m_adapters.OnCall(nullptr);
+  static HeapWatch* heap;
+  static std::atomic<int> timeouts;
+  static decltype(&::WaitForMultipleObjects) wait;
+  HeapWatch watch(Library());
+  heap = &watch;
+  timeouts = 0;
+  const ImportPatch patch(
+      Kit(), "WaitForMultipleObjects", +[](DWORD count, const HANDLE* handles, BOOL all, DWORD milliseconds) -> DWORD {
+        const DWORD result = wait(count, handles, all, milliseconds);
+        if (result == WAIT_TIMEOUT && timeouts++ == 0) heap->FailAt(0);
+        return result;
+      });
+  wait = patch.Original<DWORD(DWORD, const HANDLE*, BOOL, DWORD)>();
+  Start(host);
+  calculating.Open();
+  ExpectTold(host, {L"office"});
+  Move({"192.168.0.1"});
+  ExpectTold(host, {L"home"});
+  EXPECT_TRUE(watch.StopFailing());
+  CloseAndWait();
+}
+
+// The first handles that a process asks about, of which there are none yet.
+TEST(KitHandles, ThatThereIsNoMemoryToLookForAreInvalid) {
+  const HMODULE kit = ::GetModuleHandleW(L"QeLaC.dll");
+  WarmUpExceptions(kit);
+  auto* const location = reinterpret_cast<qela_location*>(0x1000);
+  HeapWatch heap(kit);
+  heap.FailAt(0);
+  std::uint32_t length = 0;
+  EXPECT_EQ(qela_location_get_id(location, nullptr, &length), QELA_STATUS_INVALID_HANDLE);
+  if (!heap.StopFailing()) GTEST_SKIP() << "needs a process of its own";
+  heap.FailAt(0);
+  EXPECT_EQ(qela_location_release(location), QELA_STATUS_INVALID_HANDLE);
+  EXPECT_TRUE(heap.StopFailing());
 }
 
 }  // namespace

@@ -191,6 +191,26 @@ TEST_F(KitService, WhoWouldWaitTooLongForTheLockIsTold) {
   held.Open();
 }
 
+TEST_F(KitService, WhoWaitsForEverGetsTheLockInTheEnd) {
+  qela_options options = QELA_OPTIONS_INIT;
+  options.call_timeout_ms = QELA_WAIT_FOREVER;
+  Open(options);
+  Gate held;
+  OtherThread holder([&] {
+    EXPECT_EQ(qela_lock(m_service), QELA_STATUS_OK);
+    held.Pass();
+    EXPECT_EQ(qela_unlock(m_service), QELA_STATUS_OK);
+  });
+  ASSERT_TRUE(held.WaitUntilReached());
+  const OtherThread waiting([&] {
+    EXPECT_EQ(qela_lock(m_service), QELA_STATUS_OK);
+    EXPECT_EQ(qela_unlock(m_service), QELA_STATUS_OK);
+  });
+  EXPECT_FALSE(waiting.HasEnded(50));
+  held.Open();
+  EXPECT_TRUE(waiting.HasEnded());
+}
+
 TEST_F(KitService, ACalculationOfTheDiscoveryThreadKeepsNobodyLongerThanAsked) {
   qela_options options = QELA_OPTIONS_INIT;
   options.call_timeout_ms = 30;
