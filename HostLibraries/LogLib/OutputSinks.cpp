@@ -43,16 +43,12 @@ void WriteToStandardError(HANDLE handle, std::string_view utf8) {
 
 }  // namespace
 
-void ConsoleSink::WriteNotice(const std::wstring& text) noexcept {
-  try {
-    HANDLE handle = ::GetStdHandle(STD_ERROR_HANDLE);
-    if (IsUsable(handle))
-      WriteToStandardError(handle, LenientUtf::ToUtf8(text) + "\n");
-    else
-      ::OutputDebugStringW((text + L"\n").c_str());
-  } catch (...) {
-    // No memory for a notice: the events themselves matter more.
-  }
+void ConsoleSink::WriteNotice(const std::wstring& text) {
+  HANDLE handle = ::GetStdHandle(STD_ERROR_HANDLE);
+  if (IsUsable(handle))
+    WriteToStandardError(handle, LenientUtf::ToUtf8(text) + "\n");
+  else
+    ::OutputDebugStringW((text + L"\n").c_str());
 }
 
 void ConsoleSink::sink_it_(const spdlog::details::log_msg& message) {
@@ -131,6 +127,10 @@ bool FileSink::LeadsPathToOurFile() const noexcept {
 
 void FileSink::ReportOnce(DWORD error) noexcept {
   if (std::exchange(m_reported, true)) return;
-  ConsoleSink::WriteNotice(L"LogLib: cannot write the log file \"" + m_path + L"\" (error " + std::to_wstring(error) +
-                           L"); events may be missing there");
+  try {
+    ConsoleSink::WriteNotice(L"LogLib: cannot write the log file \"" + m_path + L"\" (error " + std::to_wstring(error) +
+                             L"); events may be missing there");
+  } catch (...) {
+    // No memory for a notice: the events themselves matter more.
+  }
 }

@@ -14,7 +14,7 @@
 class ConsoleSink : public spdlog::sinks::base_sink<CriticalSection> {
  public:
   // One line that is not an event, whatever the console's setting.
-  static void WriteNotice(const std::wstring& text) noexcept;
+  static void WriteNotice(const std::wstring& text);
 
  private:
   void sink_it_(const spdlog::details::log_msg& message) override;

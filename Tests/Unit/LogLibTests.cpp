@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "FwClient/Common/Utilities/UniqueHandle.h"
+#include "ScriptedWindows/ImportTable/HeapWatch.h"
 #include "ScriptedWindows/ImportTable/ImportPatch.h"
 #include "ScriptedWindows/UniqueName.h"
 #include "Tests/Support/LogRecorder.h"
@@ -432,6 +433,43 @@ TEST_F(LogLibOutput, FullDiskIsToldOnceAndLoggingGoesOn) {
   const std::vector<std::string> lines = ErrorLines();
   ASSERT_EQ(lines.size(), 1u);
   EXPECT_TRUE(lines[0].ends_with("(error 112); events may be missing there")) << lines[0];
+}
+
+TEST_F(LogLibOutput, WithoutStandardErrorTheDebuggerIsToldOfAFileThatCannotBeWritten) {
+  ::SetStdHandle(STD_ERROR_HANDLE, nullptr);
+  const CopiedLogLib log(m_folder, m_folder / L"no such folder" / L"log.txt");
+  static std::wstring told;
+  told.clear();
+  const ImportPatch patch(log.Module(), "OutputDebugStringW", +[](const wchar_t* text) { told += text; });
+  log.Log(L"text");
+  EXPECT_TRUE(told.starts_with(L"LogLib: cannot write the log file \"")) << told;
+  EXPECT_NE(told.find(L"(error 3); events may be missing there\n"), std::wstring::npos) << told;
+}
+
+TEST_F(LogLibOutput, MemoryThatLacksForTheNoticeCostsNoEvent) {
+  static HeapWatch* heap;
+  static std::size_t number;
+  number = 0;
+  bool failed = true;
+  for (; failed; ++number) {
+    const CopiedLogLib log(m_folder, m_folder / L"no such folder" / L"log.txt");
+    {
+      HeapWatch watch(log.Module());
+      heap = &watch;
+      const ImportPatch patch(
+          log.Module(), "CreateFileW",
+          +[](LPCWSTR, DWORD, DWORD, LPSECURITY_ATTRIBUTES, DWORD, DWORD, HANDLE) -> HANDLE {
+            heap->FailAt(number);
+            ::SetLastError(ERROR_PATH_NOT_FOUND);
+            return INVALID_HANDLE_VALUE;
+          });
+      log.Log(L"first");
+      failed = watch.StopFailing();
+    }
+    log.Log(L"second");
+    EXPECT_TRUE(ErrorLines().back().ends_with("\tsecond"));
+  }
+  EXPECT_GT(number, 3u);
 }
 
 TEST_F(LogLibOutput, ConsoleShowsTheSameLinesUntilSwitchedOff) {
