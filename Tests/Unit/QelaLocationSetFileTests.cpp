@@ -4,8 +4,10 @@
 
 #include <cstring>
 #include <functional>
+#include <new>
 #include <set>
 
+#include "ScriptedWindows/ImportTable/HeapWatch.h"
 #include "Tests/Support/LocationBlob.h"
 #include "Tests/Support/TestFile.h"
 #include "Tools/qela/CommandError.h"
@@ -254,6 +256,22 @@ TEST(QelaLocationSetFile, TheSchemaNamesWhatIsReadAndWritten) {
   EXPECT_EQ(NamesOf(written["locations"][0]), NamesOf(location["properties"]));
   EXPECT_EQ(NamesOf(written["locations"][0]["criteria"]), NamesOf(schema["$defs"]["criteria"]["properties"]));
   EXPECT_EQ(written["schema"], schema["properties"]["schema"]["const"]);
+}
+
+TEST(QelaLocationSetFile, BytesThatThereIsNoMemoryForAreNotCalledBroken) {
+  const auto bytes = PackedSet({{.id = "an identifier that needs memory of its own"}});
+  FailEveryAllocation(ThisProgram(), [&](auto attempt) {
+    std::size_t locations = 0;
+    bool lackedMemory = false;
+    attempt([&] {
+      try {
+        locations = DecodeSet(bytes).size();
+      } catch (const std::bad_alloc&) {
+        lackedMemory = true;
+      }
+    });
+    EXPECT_EQ(locations, lackedMemory ? 0U : 1U);
+  });
 }
 
 }  // namespace

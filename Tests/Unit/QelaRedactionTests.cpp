@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "FwClient/Service/QeLaLib/DnsSuffixMatch.h"
+#include "ScriptedWindows/ImportTable/ImportPatch.h"
 #include "Tests/Unit/QelaMachines.h"
 #include "Tools/qela/Explanation.h"
 #include "Tools/qela/LibraryMessages.h"
@@ -127,6 +128,16 @@ TEST(QelaRedaction, TextsThatDifferStayDifferent) {
   replaced.clear();
   for (const wchar_t* const text : texts) replaced.insert(redaction.Host(text));
   EXPECT_EQ(replaced.size(), std::size(texts));
+}
+
+TEST(QelaRedaction, WhereWindowsLowersNoTextTheLettersOfEnglishAreLowered) {
+  const ImportPatch patch(
+      ThisProgram(), "LCMapStringEx",
+      +[](LPCWSTR, DWORD, LPCWSTR, int, LPWSTR, int, LPNLSVERSIONINFO, LPVOID, LPARAM) -> int { return 0; });
+  Redaction redaction(Level::kFull, Places(), Office(), Somebody());
+  const std::wstring text = redaction.FreeText(L"HHUBER at pc-zugspitze");
+  EXPECT_EQ(text, redaction.FreeText(L"hhuber at PC-Zugspitze"));
+  EXPECT_THAT(ToUtf8(text), AllOf(Not(HasSubstr("HHUBER")), Not(HasSubstr("zugspitze"))));
 }
 
 TEST(QelaRedaction, PrivateAddressesStayReadableWhereOnlyNamesAreReplaced) {

@@ -10,6 +10,7 @@
 #include <string>
 #include <type_traits>
 
+#include "ScriptedWindows/ImportTable/HeapWatch.h"
 #include "ScriptedWindows/ImportTable/ImportPatch.h"
 #include "Tools/qela/CalculationProgress.h"
 #include "Tools/qela/LocationSet.h"
@@ -72,6 +73,26 @@ TEST_F(QelaTerminal, TextsOfAnyLanguageReachIt) {
   PrintDiagnostic(" \xe6\x9d\xb1");
   EXPECT_EQ(Shown(), L"B\u00fcro \u6771");
   EXPECT_TRUE(IsTerminal(STD_ERROR_HANDLE));
+}
+
+TEST_F(QelaTerminal, ItsWidthIsThatOfTheOutput) {
+  EXPECT_EQ(OutputWidth(), 100U) << "where there is none";
+  const ImportPatch patch(
+      ThisProgram(), "GetConsoleScreenBufferInfo", +[](HANDLE, CONSOLE_SCREEN_BUFFER_INFO* info) -> BOOL {
+        info->dwSize.X = 132;
+        return TRUE;
+      });
+  EXPECT_EQ(OutputWidth(), 132U);
+}
+
+TEST_F(QelaTerminal, ADiagnosticThatThereIsNoMemoryForIsLost) {
+  const std::string diagnostic(100, 'x');
+  WarmUpExceptions(ThisProgram());
+  HeapWatch heap(ThisProgram());
+  heap.FailAt(0);
+  PrintDiagnostic(diagnostic);
+  EXPECT_TRUE(heap.StopFailing());
+  EXPECT_EQ(Shown(), L"");
 }
 
 TEST_F(QelaTerminal, ReadingALogTellsHowFarItIsAfterASecondAndLeavesNothing) {

@@ -169,6 +169,18 @@ TEST(QelaTimelinePage, WhatStandsTooCloseIsDrawnAsOne) {
   EXPECT_LT(page.size(), 4U << 20);
 }
 
+TEST(QelaTimelinePage, EachTableHasTheFirstFiveThousandLines) {
+  Log log;
+  for (int i = 0; i < 12'004; ++i) {
+    log.Calculates({kWired}).Decides(L"Office", 2);
+    if (i % 2 == 1) log.Last().broken = "messages are missing";
+  }
+  const std::string page = PageOf(log);
+  EXPECT_EQ(Count(page, "<td>Office</td>"), 5000U);
+  EXPECT_EQ(Count(page, "<td>the lines do not fit together: messages are missing</td>"), 5000U);
+  EXPECT_EQ(Count(page, "More than 5000 lines: the rest is left out here."), 3U);
+}
+
 TEST(QelaTimelinePage, BarsThatCanBeToldApartStayApart) {
   Log log;
   for (int i = 0; i < 100; ++i) log.Calculates({kWired}, Report::kRaised).Decides(L"Office", i % 2 == 0 ? 2 : 0);
