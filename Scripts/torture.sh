@@ -32,7 +32,7 @@ read_torture_line() {
       --help | -h) torture_usage; exit 0 ;;
       --list) list=true ;;
       --scene | --import)
-        [ -n "${2:-}" ] && [[ $2 != --* ]] || misuse "./dev torture $1 needs a name; ./dev torture --list shows them"
+        [[ ${2:---} != --* ]] || misuse "./dev torture $1 needs a name; ./dev torture --list shows them"
         if [ "$1" = --scene ]; then scene=$2; else import=$2; fi
         shift
         ;;
