@@ -7,6 +7,7 @@
 #include <map>
 #include <string>
 
+#include "FwClient/Common/Utilities/UniqueHandle.h"
 #include "ScriptedWindows/ImportTable/HandleLedger.h"
 #include "ScriptedWindows/ImportTable/HeapWatch.h"
 #include "ScriptedWindows/ImportTable/ImportPatch.h"
@@ -361,6 +362,81 @@ TEST_F(KitFailures, AWorkerThatLacksMemoryTriesAgainAndTells) {
   Start(host);
   ExpectTold(host, {});
   EXPECT_TRUE(failure.HasFailed());
+  CloseAndWait();
+}
+
+// Sees when the worker of the kit waits, and comes in between where it begins to look.
+class WatchedWorker : public OnlyOne<WatchedWorker> {
+ public:
+  // For news alone, without looking by itself.
+  bool WaitUntilItRests() { return ::WaitForSingleObject(m_rests.get(), 10'000) == WAIT_OBJECT_0; }
+  // Runs on the worker's thread, as it begins to look the next time.
+  void BeforeItLooks(std::function<void()> action) {
+    m_action = std::move(action);
+    m_isDue = true;
+  }
+  // After it has looked, and once more for the news that this was.
+  bool WaitUntilItHasLooked() { return ::WaitForSingleObject(m_hasLooked.get(), 10'000) == WAIT_OBJECT_0; }
+
+ private:
+  static DWORD WINAPI Wait(DWORD count, const HANDLE* handles, BOOL all, DWORD milliseconds) {
+    WatchedWorker& self = Current();
+    if (milliseconds == INFINITE) ::SetEvent(self.m_rests.get());
+    if (self.m_isDone && self.m_waits++ == 1) ::SetEvent(self.m_hasLooked.get());
+    const DWORD result = ::WaitForMultipleObjects(count, handles, all, milliseconds);
+    ::ResetEvent(self.m_rests.get());
+    return result;
+  }
+  static BOOL WINAPI TryEnter(CRITICAL_SECTION* section) {
+    WatchedWorker& self = Current();
+    const BOOL entered = ::TryEnterCriticalSection(section);
+    if (entered && ::GetCurrentThreadId() != self.m_testsThread && self.m_isDue.exchange(false)) {
+      self.m_action();
+      self.m_isDone = true;
+    }
+    return entered;
+  }
+
+  const DWORD m_testsThread = ::GetCurrentThreadId();
+  std::function<void()> m_action;
+  std::atomic<bool> m_isDue = false, m_isDone = false;
+  int m_waits = 0;  // since then
+  UniqueKernelHandle m_rests{::CreateEventW(nullptr, TRUE, FALSE, nullptr)};
+  UniqueKernelHandle m_hasLooked{::CreateEventW(nullptr, TRUE, FALSE, nullptr)};
+  ImportPatch m_wait{::GetModuleHandleW(L"QeLaC.dll"), "WaitForMultipleObjects", &Wait};
+  ImportPatch m_tryEnter{::GetModuleHandleW(L"QeLaC.dll"), "TryEnterCriticalSection", &TryEnter};
+};
+
+// The library does not report the same list twice. So where the host was not told what it reported, because another set
+// was loaded by then, the worker has to look by itself, and it does so if it could not even read the report.
+TEST_F(KitFailures, AReportThatCannotBeReadForWantOfMemoryMakesTheWorkerLook) {
+  StoreAsSomebodyElse({{"office", "10.0.0.1"}, {"home", "192.168.0.1"}});
+  qela_options options = QELA_OPTIONS_INIT;
+  options.flags = QELA_OPEN_NO_RELOAD;
+  Open(options);
+  WarmUpExceptions(Kit());
+  ToldHost host;
+  WatchedWorker worker;
+  Start(host);
+  ExpectTold(host, {L"office"});
+  Move({"192.168.0.1"});
+  ExpectTold(host, {L"home"});
+  ASSERT_TRUE(worker.WaitUntilItRests());
+  HeapWatch heap(Kit());
+  m_adapters.OnCall([&] {
+    heap.FailAt(0);
+    worker.BeforeItLooks([&] {
+      m_adapters.OnCall(nullptr);
+      StoreAsSomebodyElse({{"home", "10.0.0.1"}, {"office", "192.168.0.1"}});
+      EXPECT_EQ(qela_load(m_service), QELA_STATUS_OK);
+    });
+  });
+  Move({"10.0.0.1"});
+  ASSERT_TRUE(worker.WaitUntilItHasLooked());
+  EXPECT_TRUE(heap.StopFailing());
+  EXPECT_EQ(host.Untaken(), 0u);
+  Move({"192.168.0.1"});
+  ExpectTold(host, {L"office"});
   CloseAndWait();
 }
 
