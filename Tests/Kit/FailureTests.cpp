@@ -2,10 +2,12 @@
 #include <winsock2.h>
 #include <windows.h>
 
+#include <algorithm>
 #include <atomic>
 #include <functional>
 #include <map>
 #include <string>
+#include <vector>
 
 #include "FwClient/Common/Utilities/UniqueHandle.h"
 #include "ScriptedWindows/ImportTable/HandleLedger.h"
@@ -330,6 +332,25 @@ TEST_F(KitFailures, MemoryThatRunsOutWhileOpeningAndStartingIsAStatus) {
     EXPECT_TRUE(started == QELA_STATUS_OK || started == QELA_STATUS_OUT_OF_MEMORY) << qela_status_text(started);
     CloseAndWait();
   });
+}
+
+TEST_F(KitFailures, AnErrorLineThatThereIsNoMemoryForIsLost) {
+  static std::string line;
+  ASSERT_EQ(qela_set_error_callback([](const char* text, void*) { line = text; }, nullptr), QELA_STATUS_OK);
+  qela_location* const location = NewLocation(L"id");
+  std::vector<std::string> lines;
+  FailEveryAllocationAgainAndAgain(Kit(), [&](auto attempt) {
+    line.clear();
+    const std::uint8_t bad = 0xc1;
+    qela_status status = QELA_STATUS_OK;
+    attempt([&] { status = qela_location_from_bytes(location, &bad, 1); });
+    EXPECT_TRUE(status == QELA_STATUS_BAD_DATA || status == QELA_STATUS_OUT_OF_MEMORY) << qela_status_text(status);
+    if (status == QELA_STATUS_BAD_DATA) lines.push_back(line);
+  });
+  EXPECT_EQ(qela_set_error_callback(nullptr, nullptr), QELA_STATUS_OK);
+  EXPECT_NE(std::find(lines.begin(), lines.end(), ""), lines.end());
+  ASSERT_FALSE(lines.empty());
+  EXPECT_NE(lines.back().find("CQeLocation"), std::string::npos) << lines.back();
 }
 
 // While one lives, the next allocation of the module fails on the first other thread that calls a function of the

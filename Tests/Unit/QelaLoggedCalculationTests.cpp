@@ -69,12 +69,16 @@ const Messages kTwoAdapters = {kBegin, kSnapshot, kList, Properties(2, L"a"), kL
 const Messages kMatch2 = {kMatching2, kGateway2, kAll2};
 const Messages kOffice = Messages{kChecking, kNoServer} + kMatch2 + Messages{kMatching3, kNotAll3, kCurrent, kId};
 
-std::vector<LoggedCalculation> Read(const Messages& messages) {
+// The file may end within `last`, and not before.
+std::vector<LoggedCalculation> Read(const Messages& messages, const std::wstring& last = {}) {
   CalculationReader reader;
   std::vector<LoggedCalculation> calculations;
-  for (const std::wstring& text : messages)
-    if (auto ended = reader.OnMessage({text, {}, 0, 0})) calculations.push_back(*std::move(ended));
-  if (auto last = reader.End()) calculations.push_back(*std::move(last));
+  const auto take = [&](const std::wstring& text, bool mayBeCut) {
+    if (auto ended = reader.OnMessage({text, {}, 0, 0, mayBeCut})) calculations.push_back(*std::move(ended));
+  };
+  for (const std::wstring& text : messages) take(text, false);
+  if (!last.empty()) take(last, true);
+  if (auto rest = reader.End()) calculations.push_back(*std::move(rest));
   return calculations;
 }
 LoggedCalculation ReadOne(const Messages& messages) {
@@ -138,6 +142,77 @@ TEST(QelaLoggedCalculation, OneThatBreaksOffHasVerdictsUpToThere) {
   EXPECT_EQ(calculation.locations[0].isCurrent, true);
   EXPECT_EQ(calculation.locations[1].isCurrent, std::nullopt);
   EXPECT_FALSE(Read(kTwoAdapters + kOffice + second + kTwoAdapters)[0].isComplete);
+}
+
+// All that is told of names and values, in so many words.
+std::wstring Told(const std::vector<LoggedCalculation>& calculations) {
+  std::wstring told;
+  for (const LoggedCalculation& calculation : calculations) {
+    told += L"calculation: " + std::to_wstring(static_cast<int>(calculation.report)) + L'\n';
+    for (const AdapterProps& adapter : calculation.adapters) told += L"adapter: " + adapter.description + L'\n';
+    for (const LoggedLocation& location : calculation.locations) {
+      told += L"location: " + location.name + L", " + location.id + L", " +
+              std::to_wstring(location.isCurrent ? static_cast<int>(*location.isCurrent) : 2) + L'\n';
+      for (const LoggedAdapterTest& test : location.adapters) {
+        told += L"test: " + test.description + L", " +
+                std::to_wstring(test.matches ? static_cast<int>(*test.matches) : 2) + L'\n';
+        for (const LoggedAdapterTest::Held& held : test.held) told += L"held: " + held.named + L'\n';
+        for (const LoggedRegistryFact& fact : test.registry)
+          told += L"registry: " + fact.name + L", " + fact.data + L'\n';
+        for (const LoggedHostProbe& host : test.hosts) told += L"host: " + host.host + L'\n';
+      }
+      if (location.managementServer)
+        for (const std::wstring& name : location.managementServer->names) told += L"server: " + name + L'\n';
+    }
+  }
+  return told;
+}
+
+// The texts have full stops, with which they are not over.
+TEST(QelaLoggedCalculation, AMessageInWhichTheLogEndsIsReadWholeOrNotAtAll) {
+  const std::wstring with = L"index 2 and description Ether Inc. Gigabit.";
+  const Messages adapters = {kBegin, kSnapshot, kList, Properties(2, L"Ether Inc. Gigabit"), kLine};
+  const Messages location = {
+      L"IsCurrentLocation checking location St. Gallen. 2. Stock...",
+      kServer,
+      L"Matching all the location criterias with the properties of adapter with " + with,
+      L"Location: Default gateway : 10.0.0.1 matched for adapter with " + with,
+      L"The registry value v.1 matches the specified location awareness group value of 10.0.1.",
+      L"Unable to find the string value in the registry for a.b.",
+      L"The registry key a. does not exist. b specified for the location does not exist.",
+      L"Location: Registry key matched for adapter with " + with,
+      L"Send Request failed for h.example. errorCode 12007",
+      L"IsDomainReachable was able to match domain h.example.",
+      L"Location: Domain reachable test passed for adapter with " + with,
+      L"All the criteria's given in location matches adapter index 2 with description Ether Inc. Gigabit. Hence this "
+      L"adapter will be matching.",
+      L"IsZELTReachable calling DnsQuery on zelt.corp.example.",
+      L"CheckZeltReachability succeeded",
+      L"IsCurrentLocation returning matched criterias 1 for location St. Gallen. 2. Stock......",
+      L"Adding current location ID 1f0c.2.3",
+      kRaising};
+  for (const Messages& messages : {adapters + location, location}) {
+    for (std::size_t last = 0; last < messages.size(); ++last) {
+      const Messages before(messages.begin(), messages.begin() + static_cast<std::ptrdiff_t>(last));
+      const std::wstring without = Told(Read(before));
+      const std::wstring whole = Told(Read(before + Messages{messages[last]}));
+      for (std::size_t size = 1; size <= messages[last].size(); ++size) {
+        const std::wstring cut = messages[last].substr(0, size);
+        const std::wstring told = Told(Read(before, cut));
+        EXPECT_TRUE(told == without || told == whole)
+            << ::testing::PrintToString(cut) << ::testing::PrintToString(told);
+      }
+    }
+  }
+  EXPECT_EQ(Read(adapters + location).at(0).locations.at(0).isCurrent, true);
+}
+
+// What is compared with what stands before it, and what is the same each time, is known to be whole.
+TEST(QelaLoggedCalculation, AVerdictWithWhichTheLogEndsIsRead) {
+  const Messages office(kOffice.begin(), kOffice.end() - 2);
+  const auto verdict = Read(kTwoAdapters + office, kCurrent);
+  EXPECT_EQ(verdict.at(0).locations.at(0).isCurrent, true);
+  EXPECT_EQ(Read(kTwoAdapters + kOffice, kRaising).at(0).report, LoggedCalculation::Report::kRaised);
 }
 
 TEST(QelaLoggedCalculation, OneWhoseBeginningIsMissingIsReadFromTheFirstWholeLocationOn) {

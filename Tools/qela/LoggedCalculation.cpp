@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "AdapterReport.h"
+#include "LibraryMessages.h"
 
 namespace {
 
@@ -51,6 +52,17 @@ std::wstring NameOf(const LoggedAdapterTest& test) {
          test.description + L".";
 }
 
+// Whether a message in which its file ends is there to its end: one that is compared with what was said before, or
+// whose words are fixed, and that ends in a full stop. Names, hosts and values may hold full stops themselves, so that
+// others may go on behind theirs.
+bool IsThereToItsEnd(std::wstring_view text) {
+  constexpr std::wstring_view kCompared[] = {L"IsCurrentLocation returning ", L"All the criteria's ",
+                                             L"Not all the criteria's ", L"Location: "};
+  return text.ends_with(L'.') && (FixedBeginningOfMessage(text) == text.size() ||
+                                  std::any_of(std::begin(kCompared), std::end(kCompared),
+                                              [&](std::wstring_view known) { return text.starts_with(known); }));
+}
+
 std::wstring_view WithoutBlanksAtEnd(std::wstring_view text) {
   while (text.ends_with(L' ')) text.remove_suffix(1);
   return text;
@@ -94,8 +106,7 @@ std::optional<LoggedCalculation> CalculationReader::OnMessage(const LoggedMessag
   constexpr std::wstring_view kChecking = L"IsCurrentLocation checking location";
   std::optional<LoggedCalculation> ended;
   const std::wstring_view text = message.text;
-  // The rest may be missing; what ends with a full stop is checked to its end, or is of no importance.
-  if (message.mayBeCut && !text.ends_with(L'.')) return ended;
+  if (message.mayBeCut && !IsThereToItsEnd(text)) return ended;
   m_now = message.time;
   if (text == L"Calculating current locations...") {
     if (m_phase != Phase::kNone && !m_isLocationOpen) m_calculation.isComplete = true;
