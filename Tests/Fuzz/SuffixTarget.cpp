@@ -34,9 +34,17 @@ using Places = std::bitset<kMostText + 1>;                 // in a text
 struct Part {
   virtual ~Part() = default;
   virtual Places Leads(const Places& from, std::wstring_view text) const = 0;
+  // How many parts there are to follow, up to kHuge.
   virtual std::size_t Size() const { return 1; }
+  static constexpr std::size_t kHuge = std::size_t{1} << 20;
 };
 using PartPtr = std::unique_ptr<Part>;
+
+std::size_t SizeOfAll(const std::vector<PartPtr>& parts) {
+  std::size_t size = 1;
+  for (const PartPtr& part : parts) size = std::min(size + part->Size(), Part::kHuge);
+  return size;
+}
 
 struct OneOf final : Part {
   std::wstring characters;
@@ -67,11 +75,7 @@ struct Sequence final : Part {
     for (const PartPtr& part : parts) to = part->Leads(to, text);
     return to;
   }
-  std::size_t Size() const override {
-    std::size_t size = 1;
-    for (const PartPtr& part : parts) size += part->Size();
-    return size;
-  }
+  std::size_t Size() const override { return SizeOfAll(parts); }
 };
 
 struct Choice final : Part {
@@ -81,11 +85,7 @@ struct Choice final : Part {
     for (const PartPtr& part : parts) to |= part->Leads(from, text);
     return to;
   }
-  std::size_t Size() const override {
-    std::size_t size = 1;
-    for (const PartPtr& part : parts) size += part->Size();
-    return size;
-  }
+  std::size_t Size() const override { return SizeOfAll(parts); }
 };
 
 struct Repeat final : Part {
@@ -101,7 +101,9 @@ struct Repeat final : Part {
     }
     return to;
   }
-  std::size_t Size() const override { return 1 + part->Size() * (1 + (most == SIZE_MAX ? least : most)); }
+  std::size_t Size() const override {
+    return std::min(1 + part->Size() * (1 + std::min(most == SIZE_MAX ? least : most, kHuge)), kHuge);
+  }
 };
 
 // Of the expressions it knows those that have none of "\", "(?=", "(?!" and classes with a name.
