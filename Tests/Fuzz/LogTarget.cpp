@@ -35,7 +35,8 @@ std::vector<Message> Messages(const std::wstring& path) {
 void Require(const std::vector<Message>& messages) {
   std::uint64_t line = 1;
   for (const Message& message : messages) {
-    if (FixedBeginningOfMessage(message.text) == 0) FuzzFail("a message that is none of the library's");
+    if (FixedBeginningOfMessage(message.text) == 0)
+      FuzzFail("a message that is none of the library's: " + ToUtf8(message.text));
     if (message.line < line) FuzzFail("a message in front of the one before");
     line = message.line;
   }

@@ -208,6 +208,20 @@ TEST(QelaLogFile, ShowsBytesThatAreNoLetters) {
               ElementsAre(L"IsCurrentLocation checking location a\ufffd\ufffd(b"));
 }
 
+// Two messages in one line: the second looks like what the host writes behind each, and is a message elsewhere.
+TEST(QelaLogFile, TakesNothingOffAMessagesOwnBeginning) {
+  EXPECT_EQ(TextsIn("Calculating current locations...Adapters List :\nAdapters List :\nIsCurrentLocation checking "
+                    "location A\n"),
+            (Texts{L"Calculating current locations...", L"Adapters List :", L"IsCurrentLocation checking location A"}));
+  const std::string succeeds = "GetAdaptersAddresses succeeds, the return value is : 0";
+  EXPECT_EQ(TextsIn("Calculating current locations..." + succeeds + "\n" + succeeds + "\n"),
+            (Texts{L"Calculating current locations...", L"GetAdaptersAddresses succeeds, the return value is : 0"}));
+  EXPECT_EQ(TextsIn("Calculating current locations...s\nIsCurrentLocation checking location Offices\nAdapter "
+                    "properties:\\ns\n"),
+            (Texts{L"Calculating current locations...", L"IsCurrentLocation checking location Office",
+                   L"Adapter properties:\n"}));
+}
+
 TEST(QelaLogFile, TakesNothingOffWhereWhatStandsBehindVaries) {
   const Texts texts = ReadTexts(
       "Calculating current locations... [1]\nIsCurrentLocation checking location A [1]\n"

@@ -235,7 +235,7 @@ void LogMessages::TakeMessage(std::string_view line, const MessagePlace& place, 
   } else if (message.format.starts_with(kReportBegins)) {
     return TakeReport(message, line, place, isCut);
   } else {
-    TakeTailOff(m_text, isCut);
+    TakeTailOff(m_text, isCut, message.beginning);
     if (m_escapes.value_or(false)) Unescape(m_text, isCut);
   }
   HandOut(line, place, isCut);
@@ -264,7 +264,7 @@ void LogMessages::TakeReport(const LibraryMessage& message, std::string_view lin
   const bool isEscaped = behind.starts_with(L"\\n") || behind.starts_with(L"\\r\\n");
   if (isEscaped || behind.starts_with(L"\n") || behind.starts_with(L"\r\n")) {
     m_escapes = isEscaped;
-    TakeTailOff(m_text, isCut);
+    TakeTailOff(m_text, isCut, begins);
     if (isEscaped) Unescape(m_text, isCut);
     std::erase(m_text, L'\r');
     return HandOut(line, place, isCut);
@@ -316,7 +316,7 @@ bool LogMessages::TakeOfReport(Report& report, std::string_view line, std::size_
   if (!field.isList) {
     std::wstring value;
     Decode(line.substr(at + field.label.size()), value, isCut);
-    TakeTailOff(value, isCut);
+    TakeTailOff(value, isCut, 0);
     report.text += value;
   }
   if (report.field == kReportFields.size() || report.text.size() > kMostReportUnits) EndReport(isCut);
@@ -329,7 +329,7 @@ bool LogMessages::TakeEntry(Report& report, std::string_view line, bool isCut) c
   constexpr std::size_t kIndent = 3;
   std::wstring text;
   Decode(line, text, isCut);
-  TakeTailOff(text, isCut);
+  TakeTailOff(text, isCut, 0);
   const std::size_t begins = text.find_last_of(L" \t") + 1;
   const std::size_t indentBegins = text.find_last_not_of(L" \t", begins == 0 ? 0 : begins - 1) + 1;
   const bool isIndented = begins >= kIndent && begins - std::min(indentBegins, begins) >= kIndent;
@@ -346,12 +346,13 @@ void LogMessages::EndReport(bool isCut) {
 }
 
 // Where the text is cut, so may be what stands behind it.
-void LogMessages::TakeTailOff(std::wstring& text, bool isCut) const {
+// The message's own beginning stays: two messages in one line look like a message with a tail.
+void LogMessages::TakeTailOff(std::wstring& text, bool isCut, std::size_t beginning) const {
   if (!m_tail || m_tail->empty() || m_tailVaries) return;
   std::wstring_view tail = *m_tail;
   if (isCut)
     while (!text.ends_with(tail)) tail.remove_suffix(1);
-  if (text.ends_with(tail)) text.resize(text.size() - tail.size());
+  if (text.size() >= beginning + tail.size() && text.ends_with(tail)) text.resize(text.size() - tail.size());
 }
 
 // UTF-8, or the system's code page where it is not. Where the text is cut, the first half of a letter is left out.

@@ -62,7 +62,7 @@ class LogMessages {
   bool TakeOfReport(Report& report, std::string_view line, std::size_t limit, bool isCut);
   bool TakeEntry(Report& report, std::string_view line, bool isCut) const;
   void EndReport(bool isCut);
-  void TakeTailOff(std::wstring& text, bool isCut) const;
+  void TakeTailOff(std::wstring& text, bool isCut, std::size_t beginning) const;
   void Decode(std::string_view bytes, std::wstring& text, bool isCut) const;
   void HandOut(std::string_view line, const MessagePlace& place, bool isCut);
 
