@@ -371,6 +371,14 @@ std::vector<Costly> CostlyLabels() {
       {"brackets, repeated", L"[a" + Letters(240) + L"]{0,1400}*", true},
       {"long brackets, repeated", L"[a" + Letters(4000) + L"]{0,160}*", true},
       {"longer brackets, repeated", L"[a" + Letters(16000) + L"]{0,1400}*", false},
+      {"a lookahead behind alternatives", L"*" + Repeat(L"|", 280) + L"(?!b)", true},
+      {"a lookahead behind alternatives, too many", L"*" + Repeat(L"|", 281) + L"(?!b)", false},
+      {"a lookahead of alternatives", L"*(?=" + Repeat(L"|", 280) + L")", true},
+      {"a lookahead behind stars", Repeat(L"*", 141) + L"(?!b)", true},
+      {"a lookahead behind stars, too many", Repeat(L"*", 320) + L"(?!b)", false},
+      {"a lookahead of stars", L"*(?=a" + Repeat(L"*", 140) + L")", true},
+      {"a lookahead behind lazy stars", L"*(a*?){279}(?!b)", true},
+      {"a lookahead behind a?? in a row", L"*" + Repeat(L"a??", 280) + L"(?!b)", true},
       {"a lookahead with many states", L"*(?=(a?){240}b)(a?){240}", false},
   };
 }

@@ -28,6 +28,7 @@ constexpr auto kIsInExpressions = [] {
 constexpr std::size_t kMaxStates = 3000;
 constexpr std::size_t kMaxDepth = 540;
 constexpr std::size_t kMaxBranches = 1500;
+constexpr std::size_t kMaxBranchesLookingAhead = 280;  // counted, a branch takes five times the stack
 constexpr std::size_t kMaxTextCharacters = 255;
 
 // Labels that look back, or ahead more than once, can take exponential time and a frame a character whatever their
@@ -187,7 +188,8 @@ std::unique_ptr<const WildcardLabel::Matcher> WildcardLabel::Compile(const std::
 
   std::wstring expression = WildcardToRegex(label);
   const ExpressionSurvey survey = SurveyExpression(expression);
-  if (!survey.isValid || survey.states > kMaxStates || survey.depth > kMaxDepth || survey.branches > kMaxBranches)
+  if (!survey.isValid || survey.states > kMaxStates || survey.depth > kMaxDepth ||
+      survey.branches > (survey.lookaheads > 0 ? kMaxBranchesLookingAhead : kMaxBranches))
     return nullptr;
   for (std::size_t i = survey.misread.size(); i-- > 0;) expression.insert(survey.misread[i], 1, L'\\');
   try {
