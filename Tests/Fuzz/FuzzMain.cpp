@@ -42,6 +42,7 @@ constexpr char kUsage[] =
   --inputs N        the same, for so many inputs of each target
   --corpus FOLDER   where NAME/* are the inputs of the target NAME
   --seed S          the same changes again (else they are other ones each day)
+  --without NAME    leaves out that target
   --guard           every block of memory ends where a page does, and so does the input
   --finds FOLDER    where an input is written that a target fails with (else the current folder)
 
@@ -96,6 +97,7 @@ const FuzzTarget& TargetOf(std::string_view name) {
 
 Options Parse(int argc, char** argv) {
   Options options;
+  std::vector<const FuzzTarget*> without;
   for (int i = 1; i < argc; ++i) {
     const std::string argument = argv[i];
     const auto value = [&]() -> std::string {
@@ -112,6 +114,8 @@ Options Parse(int argc, char** argv) {
       options.corpus = value();
     else if (argument == "--finds")
       options.finds = value();
+    else if (argument == "--without")
+      without.push_back(&TargetOf(value()));
     else if (argument == "--worker")
       options.worker = value();
     else if (argument == "--for")
@@ -135,6 +139,10 @@ Options Parse(int argc, char** argv) {
   if (!options.replay && !std::filesystem::is_directory(options.corpus))
     throw WrongUsage("--for and --inputs take --corpus FOLDER");
   if (options.targets.empty()) options.targets = FuzzTarget::All();
+  std::erase_if(options.targets, [&](const FuzzTarget* target) {
+    return std::find(without.begin(), without.end(), target) != without.end();
+  });
+  if (options.targets.empty()) throw WrongUsage("no target is left");
   return options;
 }
 
@@ -343,10 +351,10 @@ void PrintCounts(const SharedProgress& progress) {
     const std::uint64_t inputs = progress->inputsOf[i];
     if (inputs == 0) continue;
     sum += inputs;
-    const std::uint64_t microseconds = std::max<std::uint64_t>(1, progress->microsecondsOf[i]);
+    const std::uint64_t microseconds = progress->microsecondsOf[i];
     const std::string name(FuzzTarget::All()[i]->Name());
-    std::printf("%-24s %12llu %12llu %8llu\n", name.c_str(), inputs, inputs * 1'000'000 / microseconds,
-                progress->kindsOf[i].load());
+    std::printf("%-24s %12llu %12llu %8llu\n", name.c_str(), inputs,
+                microseconds == 0 ? 0 : inputs * 1'000'000 / microseconds, progress->kindsOf[i].load());
   }
   std::printf("%-24s %12llu\n", "all", sum);
   std::fflush(stdout);
@@ -371,8 +379,8 @@ int TellFind(const Options& options, const SharedProgress& progress, const std::
   return 1;
 }
 
-PROCESS_INFORMATION StartWorker(const std::string& name) {
-  std::wstring line = std::wstring(::GetCommandLineW()) + L" --worker " + std::wstring(name.begin(), name.end());
+PROCESS_INFORMATION StartWorker(const std::string& more) {
+  std::wstring line = ::GetCommandLineW() + std::wstring(more.begin(), more.end());
   STARTUPINFOW startup{};
   startup.cb = sizeof startup;
   startup.dwFlags = STARTF_USESTDHANDLES;
@@ -395,10 +403,14 @@ std::uint64_t ComputingMs(HANDLE thread) {
   return ms(kernel) + ms(user);
 }
 
-int Supervise(const Options& options) {
-  const std::string name = "FuzzTests." + std::to_string(::GetCurrentProcessId());
-  const SharedProgress progress(name);
-  const PROCESS_INFORMATION worker = StartWorker(name);
+// What became of a worker: nothing where all held, or what its latest input failed with; a code when it has told itself
+// what is wrong.
+struct Outcome {
+  std::string failure;
+  int code = 0;
+};
+
+Outcome Watch(const SharedProgress& progress, const PROCESS_INFORMATION& worker) {
   const UniqueKernelHandle process(worker.hProcess), thread(worker.hThread);
   std::uint64_t latest = 0;
   std::uint64_t since = ::GetTickCount64(), computedBefore = 0;
@@ -410,19 +422,41 @@ int Supervise(const Options& options) {
       computedBefore = computed;
     } else if (computed - computedBefore > kMostComputingMs || ::GetTickCount64() - since > kMostMs) {
       ::TerminateProcess(process.get(), 1);
-      return TellFind(options, progress,
-                      "does not end (after " + std::to_string((::GetTickCount64() - since) / 1000) + " s, " +
-                          std::to_string((computed - computedBefore) / 1000) + " s of computing)");
+      ::WaitForSingleObject(process.get(), INFINITE);
+      return {"does not end (after " + std::to_string((::GetTickCount64() - since) / 1000) + " s, " +
+              std::to_string((computed - computedBefore) / 1000) + " s of computing)"};
     }
   }
   DWORD code = 0;
   ::GetExitCodeProcess(process.get(), &code);
-  if (code != 0 && progress->runs == progress->ended) return static_cast<int>(code);  // it has told
-  PrintCounts(progress);
-  if (code == 0) return 0;
+  if (code == 0) return {};
+  if (progress->runs == progress->ended) return {{}, static_cast<int>(code)};
   char text[64];
   std::snprintf(text, sizeof text, "fails (exit code 0x%lx)", code);
-  return TellFind(options, progress, text);
+  return {text};
+}
+
+// Of a given time what is left after a find goes to the other targets.
+int Supervise(const Options& options) {
+  const std::string name = "FuzzTests." + std::to_string(::GetCurrentProcessId());
+  const SharedProgress progress(name);
+  const std::uint64_t begin = ::GetTickCount64();
+  std::string without;
+  std::size_t targets = options.targets.size();
+  int failed = 0;
+  for (;;) {
+    const Outcome outcome = Watch(progress, StartWorker(" --worker " + name + without));
+    if (outcome.code != 0) return outcome.code;
+    if (outcome.failure.empty()) break;
+    failed = TellFind(options, progress, outcome.failure);
+    const std::uint64_t passed = (::GetTickCount64() - begin) / 1000;
+    if (--targets == 0 || passed >= options.seconds.value_or(0)) break;
+    without.append(" --without ").append(FuzzTarget::All()[progress->target]->Name());
+    without += " --for " + std::to_string(*options.seconds - passed);
+    progress->ended = progress->runs.load();
+  }
+  PrintCounts(progress);
+  return failed;
 }
 
 }  // namespace
