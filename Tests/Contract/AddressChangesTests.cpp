@@ -101,6 +101,20 @@ TEST_F(AddressChanges, ChangeBetweenTheLookAndTheArmingIsFoundInTheAddressTable)
   EXPECT_THAT(DiscoveryLines(), ElementsAre(kRefresh, kSkipped, kChange, kRaising));
 }
 
+// Of an address that has come and gone the table does not tell: the event does, before arming takes it back.
+TEST_F(AddressChanges, ChangeDuringARefreshIsNotLostWhereNothingShowsAsPending) {
+  m_changes.LeaveUnmarked();
+  Store(L"A", kOfficeGateway);
+  StartDiscovery();
+  Service().Lock();
+  EXPECT_TRUE(Service().Save());
+  EXPECT_TRUE(m_log.WaitFor(kRefresh));
+  Join({kOffice});
+  m_changes.Fire();
+  Service().Unlock();
+  ExpectCallbackWith({L"A"});
+}
+
 TEST_F(AddressChanges, ChangeBetweenTheLoadAndTheFirstRequestIsReportedWithoutANotification) {
   Store(L"A", kOfficeGateway);
   EXPECT_TRUE(Service().Save());

@@ -582,6 +582,86 @@ TEST_F(ThreadWithoutMemory, SnapshotThatTheSystemRefusesIsNotTriedAgain) {
   EXPECT_EQ(m_waits.Waits().back().ms, INFINITE);
 }
 
+// Two instances' threads meet in the list of what was raised last: one changes it, and stands inside its lock, while
+// the other gives back what it could not raise. Replaced calls hold them there.
+class ListOfTwoInstances : public ThreadWithoutMemory {
+ protected:
+  ListOfTwoInstances() {
+    s_self = this;
+    StartDiscovery(m_other, &HostCallback::Second);
+    m_givingBack = ::GetThreadId(m_threads.At(0).thread);
+    m_claiming = ::GetThreadId(m_threads.At(1).thread);
+  }
+  ~ListOfTwoInstances() override {
+    m_log.OnEvent(nullptr);
+    m_waits.OnWait(nullptr);
+    m_other.StopDiscovery();
+  }
+
+  // The one thread has claimed an event, and has no memory to raise it once the gate is open; the other one opens it
+  // while it claims the next.
+  void Meet() {
+    m_log.OnEvent([this](const LoggedEvent& event) {
+      const DWORD thread = ::GetCurrentThreadId();
+      if (thread == m_givingBack && event.text == kRaising && m_list == nullptr) {
+        m_gate.Pass();
+        m_heap.FailAt(0);
+      }
+      if (thread == m_claiming && event.text == kRefresh) m_nextIsTheList = true;
+    });
+    m_waits.OnWait([this] {
+      if (::GetCurrentThreadId() == m_givingBack) m_there.Open();
+    });
+  }
+
+  _IQeLaApi& m_other = *m_library.Api();
+  Gate m_gate;
+
+ private:
+  static void WINAPI Acquire(SRWLOCK* lock) {
+    ListOfTwoInstances& self = *s_self;
+    const DWORD thread = ::GetCurrentThreadId();
+    if (thread == self.m_givingBack && lock == self.m_list) self.m_there.Open();
+    self.m_acquire.Original<void WINAPI(SRWLOCK*)>()(lock);
+    if (thread == self.m_claiming && self.m_nextIsTheList.exchange(false)) self.m_list = lock;
+  }
+  // What it frees inside the lock is the list before the last: all but the count of claims is changed then.
+  static void Free(void* block) {
+    ListOfTwoInstances& self = *s_self;
+    if (::GetCurrentThreadId() == self.m_claiming && self.m_list != nullptr && !self.m_met.exchange(true)) {
+      self.m_gate.Open();
+      self.m_there.Pass();
+    }
+    self.m_free.Original<void(void*)>()(block);
+  }
+
+  static inline ListOfTwoInstances* s_self;
+  DWORD m_givingBack = 0;
+  DWORD m_claiming = 0;
+  Gate m_there;  // opened when the thread that gives back stands before the lock, or waits for its next turn
+  std::atomic<bool> m_nextIsTheList = false;
+  std::atomic<SRWLOCK*> m_list = nullptr;
+  std::atomic<bool> m_met = false;
+  ImportPatch m_acquire{Module(), "AcquireSRWLockExclusive", &Acquire};
+  ImportPatch m_free{Module(), "free", &Free};
+};
+
+TEST_F(ListOfTwoInstances, EventThatCouldNotBeRaisedIsStillOwedAfterOneOfTheOtherInstance) {
+  const Ids there{L"a location of the other instance, with an identifier that needs memory"};
+  const Ids both{there[0], L"its second location, whose identifier needs memory as well"};
+  Join({kOffice});
+  Save();
+  ExpectCallbackWith(kHere);
+  UntilTheThreadWaits([&] { m_other.AddLocation(NewLocation(m_other, there[0], kOfficeGateway)); });
+  ExpectCallbackWith(there, 1);
+  Meet();
+  EXPECT_TRUE(Service().Save());
+  EXPECT_TRUE(m_gate.WaitUntilReached());
+  m_other.AddLocation(NewLocation(m_other, both[1], kOfficeGateway));
+  ExpectCallbackWith(both, 1);
+  ExpectCallbackWith(kHere);
+}
+
 TEST_F(ThreadWithoutMemory, CallbackThatThrowsIsNotCalledAgain) {
   HostCallback::OnCall([] { throw std::bad_alloc(); });
   Join({kOffice});

@@ -128,6 +128,22 @@ TEST_F(Locking, LockIsHeldThroughTheWholeCalculation) {
   EXPECT_FALSE(free);
 }
 
+using LockingWhileMade = ServiceTest;
+
+TEST_F(LockingWhileMade, ConstructionHoldsTheHostsLockWhileItReadsTheSet) {
+  ::InitializeCriticalSection(&g_hostLock);
+  int calls = 0;
+  bool everFree = false;
+  m_registry.OnCall([&](const ScriptedRegistry::Call&) {
+    ++calls;
+    everFree = everFree || OtherThreadCanEnter(g_hostLock);
+  });
+  m_library.SmartApi(&g_hostLock);
+  m_registry.OnCall({});
+  EXPECT_GT(calls, 0);
+  EXPECT_FALSE(everFree);
+}
+
 TEST_F(Locking, LockIsHeldWhileTheSetIsReadAndWritten) {
   bool everFree = false;
   m_registry.OnCall([&](const ScriptedRegistry::Call&) { everFree = everFree || OtherThreadCanEnter(g_hostLock); });
