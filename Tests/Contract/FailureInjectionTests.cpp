@@ -6,6 +6,8 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstdarg>
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <new>
@@ -35,8 +37,14 @@ void WINAPI CountDelete(CRITICAL_SECTION* section) {
   g_delete(section);
 }
 
-int g_printed = 0;
-void CountPrinted(const char*, ...) { ++g_printed; }
+using Lines = std::vector<std::string>;
+Lines g_printed;
+void Print(const char* format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  g_printed.push_back(std::string(format) + '|' + va_arg(arguments, const char*));
+  va_end(arguments);
+}
 
 // Lets one conversion of a stored text fail with an error of the test's.
 class FailingConversion {
@@ -267,8 +275,8 @@ TEST_F(FailureInjection, FailedLoadAnswersFalseAndLeavesTheSetAlone) {
         m_registry.Put(StoredSet());
         loaded = false;
         threw = true;
-        g_printed = 0;
-        service->SetErrorPrinter(&CountPrinted);
+        g_printed.clear();
+        service->SetErrorPrinter(&Print);
       },
       [&] {
         EXPECT_FALSE(threw);
@@ -276,7 +284,7 @@ TEST_F(FailureInjection, FailedLoadAnswersFalseAndLeavesTheSetAlone) {
         EXPECT_EQ(service->GetLocations()->GetItem(0)->GetCriterias()->GetCount(), loaded ? 16u : 1u);
         EXPECT_EQ(m_registry.Value(), StoredSet());
         if (!loaded) ++refused;
-        if (g_printed > 0) {
+        if (!g_printed.empty()) {
           EXPECT_FALSE(loaded);
         }
       });
@@ -287,16 +295,16 @@ TEST_F(FailureInjection, FailedLoadAnswersFalseAndLeavesTheSetAlone) {
 TEST_F(FailureInjection, FailedLoadTellsThePrinterAndStillCalculates) {
   m_registry.Put(StoredSet());
   const std::shared_ptr<_IQeLaApiSmart> service = m_library.SmartApi();
-  service->SetErrorPrinter(&CountPrinted);
+  service->SetErrorPrinter(&Print);
   // The key's path, the buffer for the value's bytes, the parser's memory and the first texts.
   for (std::size_t n = 0; n < 20; ++n) {
     HeapWatch heap(Module());
     m_adapters.ClearCalls();
-    g_printed = 0;
+    g_printed.clear();
     heap.FailAt(n);
     EXPECT_FALSE(service->Load()) << n;
     EXPECT_TRUE(heap.StopFailing());
-    EXPECT_EQ(g_printed, 1) << n;
+    EXPECT_EQ(g_printed, Lines{"UCD DeserializeFromBytes failed for %s|class CQeLaLib"}) << n;
     EXPECT_EQ(m_adapters.CallCount(), 1u) << n;
     EXPECT_EQ(CurrentIds(*service), Ids{kSecond}) << n;
   }
@@ -307,7 +315,7 @@ TEST_F(FailureInjection, LoadWhoseTextsCannotBeConvertedLeavesTheSetAlone) {
   m_registry.Put(StoredSet());
   const std::shared_ptr<_IQeLaApiSmart> service = m_library.SmartApi();
   const std::shared_ptr<_IQeLocation> kept = NewLocation(*service, L"kept", L"10.0.0.1");
-  service->SetErrorPrinter(&CountPrinted);
+  service->SetErrorPrinter(&Print);
   FailingConversion conversion(Module());
   for (const DWORD error : {DWORD{ERROR_NOT_ENOUGH_MEMORY}, DWORD{ERROR_SUCCESS}, DWORD{ERROR_INVALID_PARAMETER},
                             DWORD{ERROR_BUFFER_OVERFLOW}}) {
@@ -315,12 +323,12 @@ TEST_F(FailureInjection, LoadWhoseTextsCannotBeConvertedLeavesTheSetAlone) {
       service->RemoveAllLocations();
       EXPECT_EQ(service->AddLocation(kept), LSR_OK);
       m_adapters.ClearCalls();
-      g_printed = 0;
+      g_printed.clear();
       conversion.FailAt(n, error);
       const bool loaded = service->Load();
       const bool failed = conversion.StopFailing();
       EXPECT_EQ(loaded, !failed);
-      EXPECT_EQ(g_printed, failed ? 1 : 0);
+      EXPECT_EQ(g_printed.size(), failed ? 1u : 0u);
       EXPECT_EQ(StoredIds(*service), failed ? Ids{L"kept"} : (Ids{kFirst, kSecond}));
       EXPECT_EQ(m_adapters.CallCount(), 1u);
       if (!failed || HasFailure()) break;
@@ -330,7 +338,7 @@ TEST_F(FailureInjection, LoadWhoseTextsCannotBeConvertedLeavesTheSetAlone) {
 
 TEST_F(FailureInjection, LoadOfATextThatIsBadKeepsWhatWasConvertedBefore) {
   const std::shared_ptr<_IQeLaApiSmart> service = m_library.SmartApi();
-  service->SetErrorPrinter(&CountPrinted);
+  service->SetErrorPrinter(&Print);
   constexpr std::size_t kTexts = 2 * (8 + 3);
   for (std::size_t bad = 0; bad < kTexts; ++bad) {
     SCOPED_TRACE(bad);
@@ -344,9 +352,9 @@ TEST_F(FailureInjection, LoadOfATextThatIsBadKeepsWhatWasConvertedBefore) {
     *texts[bad] = "\xff";
     m_registry.Put(PackedSet(set));
     service->RemoveAllLocations();
-    g_printed = 0;
+    g_printed.clear();
     EXPECT_FALSE(service->Load());
-    EXPECT_EQ(g_printed, 1);
+    EXPECT_EQ(g_printed.size(), 1u);
     const std::shared_ptr<_IEnumQeLocations> locations = service->GetLocations();
     ASSERT_EQ(locations->GetCount(), 2u) << "the list is resized first";
     // The criteria come first, then ID, name and note; what is behind the bad text is that of a new location.
@@ -432,6 +440,7 @@ class FirstCall : public ::testing::TestWithParam<bool> {
                       .name = std::string(700, 'n') + kUmlaut,
                       .adapterIndexes = {1, 2}};
     for (std::vector<std::string>& list : blob.texts) list = {std::string(100, 'x') + kUmlaut, kUmlaut};
+    blob.texts[LCT_DNS_SUFFIX].emplace_back("[a-c]*orp.example");  // an expression, for which the runtime takes memory
     return blob;
   }
   static LocationBlob Second() {
@@ -631,6 +640,35 @@ TEST_P(GoneForGood, ReadingALocationFailsAndTheProcessLivesOn) {
 
 INSTANTIATE_TEST_SUITE_P(Exports, GoneForGood, ::testing::Bool(),
                          [](const auto& raw) { return raw.param ? "GetQeLaApi" : "GetQeLaApiSmart"; });
+
+// What each thread has of the library's image: the initialised part of it.
+std::vector<std::byte> ThreadsCopyOf(HMODULE module) {
+  const auto* base = reinterpret_cast<const std::byte*>(module);
+  const auto* dos = reinterpret_cast<const IMAGE_DOS_HEADER*>(base);
+  const auto* headers = reinterpret_cast<const IMAGE_NT_HEADERS64*>(base + dos->e_lfanew);
+  const IMAGE_DATA_DIRECTORY& entry = headers->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_TLS];
+  const auto* directory = reinterpret_cast<const IMAGE_TLS_DIRECTORY64*>(base + entry.VirtualAddress);
+  const auto* copies = reinterpret_cast<const std::byte* const*>(__readgsqword(0x58));  // in every thread's block
+  const std::byte* copy = copies[*reinterpret_cast<const ULONG*>(directory->AddressOfIndex)];
+  return {copy, copy + (directory->EndAddressOfRawData - directory->StartAddressOfRawData)};
+}
+
+HMODULE g_module;
+std::vector<std::byte> g_threadsCopy;
+void KeepThreadsCopy(const char*, ...) { g_threadsCopy = ThreadsCopyOf(g_module); }
+
+// What the runtime notes of an exception may lie nowhere else: in front of a thread's copy is what belongs to others.
+TEST_F(FailureInjection, ExceptionsAreNotedInTheThreadsCopyOfTheImage) {
+  g_module = Module();
+  m_registry.Put({0xc1});
+  const std::shared_ptr<_IQeLaApiSmart> service = m_library.SmartApi();
+  service->SetErrorPrinter(&KeepThreadsCopy);
+  const std::vector<std::byte> before = ThreadsCopyOf(g_module);
+  EXPECT_FALSE(service->Load());
+  service->SetErrorPrinter(nullptr);
+  EXPECT_NE(g_threadsCopy, before) << "the printer is called where the exception is caught";
+  EXPECT_EQ(ThreadsCopyOf(g_module), before);
+}
 
 // The discovery thread, each time a new one, whose memory is gone from one place of its pass to the end of the pass.
 class ThreadWithoutMemoryForGood : public DiscoveryTest {

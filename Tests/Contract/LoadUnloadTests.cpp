@@ -31,6 +31,8 @@
 
 namespace {
 
+constexpr DWORD kSlots = 64 + 1024;  // that a process has; the library reads all of them when it cleans up
+
 // The memory and the thread-local slots that the library takes from its very first instruction, before a test could
 // replace anything by itself, to its last.
 class LoadWatch {
@@ -58,6 +60,7 @@ class LoadWatch {
     return bytes;
   }
   int SlotsLeft() const { return m_slots; }
+  DWORD HighestSlotRead() const { return m_highestSlot; }
 
  private:
   void OnLoad(HMODULE module) {
@@ -74,6 +77,7 @@ class LoadWatch {
     patch("free", &Free);
     patch("TlsAlloc", &MakeSlot);
     patch("TlsFree", &FreeSlot);
+    patch("TlsGetValue", &ReadSlot);
   }
 
   static void* Taken(void* block, std::size_t bytes) {
@@ -114,11 +118,16 @@ class LoadWatch {
     --s_current->m_slots;
     return ::TlsFree(slot);
   }
+  static void* WINAPI ReadSlot(DWORD slot) {
+    if (slot > s_current->m_highestSlot) s_current->m_highestSlot = slot;
+    return ::TlsGetValue(slot);
+  }
 
   static inline LoadWatch* s_current = nullptr;
   std::mutex m_mutex;
   std::map<void*, std::size_t> m_blocks;
   std::atomic<int> m_slots{0};
+  std::atomic<DWORD> m_highestSlot{0};
   int m_loads = 0;
   std::ptrdiff_t m_failAt = -1;
   std::ptrdiff_t m_allocations = 0;
@@ -197,6 +206,22 @@ TEST_P(LoadUnloadAfter, ThousandTimesNothingGrows) {
 
 INSTANTIATE_TEST_SUITE_P(Visits, LoadUnloadAfter, ::testing::ValuesIn(kVisits),
                          [](const auto& visit) { return visit.param.name; });
+
+// The runtime knows nothing of that thread before.
+TEST_F(LoadUnload, GivesItsSlotBackWhereAThreadUnloadsItThatNeverCalledIt) {
+  const LoadWatch watch;
+  HMODULE module = ::LoadLibraryW(L"QeLaLib.dll");
+  ASSERT_NE(module, nullptr);
+  HANDLE thread = ::CreateThread(
+      nullptr, 0,
+      +[](void* loaded) -> DWORD { return static_cast<DWORD>(::FreeLibrary(static_cast<HMODULE>(loaded))); }, module, 0,
+      nullptr);
+  EXPECT_EQ(::WaitForSingleObject(thread, 10'000), WAIT_OBJECT_0);
+  ::CloseHandle(thread);
+  EXPECT_FALSE(IsLoaded());
+  EXPECT_EQ(watch.SlotsLeft(), 0);
+  EXPECT_EQ(watch.HighestSlotRead(), kSlots - 1);
+}
 
 // Whoever unloads it on the way out of a failure still has the error to tell.
 TEST_F(LoadUnload, KeepsTheErrorOfTheThreadThatUnloadsIt) {
@@ -367,6 +392,22 @@ TEST(ProcessEnd, DoesNotWaitForThreadsThatAreNoMore) {
         const RedirectedMachineHive registry;
         library.SmartApi()->StartDiscovery(&HostCallback::First);
         library.Api()->StartDiscovery(&HostCallback::Second);
+        std::exit(0);
+      },
+      ::testing::ExitedWithCode(0), "");
+}
+
+// Threads that were ended in the middle may hold the locks that cleaning up takes.
+TEST(ProcessEnd, LeavesTheRuntimesMemoryToTheSystem) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        const ServiceLibrary library;
+        const ImportPatch patch(
+            library.Module(), "TlsGetValue", +[](DWORD slot) -> void* {
+              if (slot == kSlots - 1) ::TerminateProcess(::GetCurrentProcess(), 1);
+              return ::TlsGetValue(slot);
+            });
         std::exit(0);
       },
       ::testing::ExitedWithCode(0), "");
