@@ -134,7 +134,7 @@ LSTATUS WINAPI ScriptedRegistry::OpenKey(HKEY hive, const wchar_t* path, DWORD, 
   return self.NewKey(path, access, key);
 }
 
-LSTATUS WINAPI ScriptedRegistry::CreateKey(HKEY hive, const wchar_t* path, DWORD, wchar_t*, DWORD options,
+LSTATUS WINAPI ScriptedRegistry::CreateKey(HKEY hive, const wchar_t* path, DWORD reserved, wchar_t*, DWORD options,
                                            REGSAM access, const SECURITY_ATTRIBUTES* security, HKEY* key, DWORD*) {
   const HeapWatch::Pause pause;
   ScriptedRegistry& self = Current();
@@ -142,7 +142,7 @@ LSTATUS WINAPI ScriptedRegistry::CreateKey(HKEY hive, const wchar_t* path, DWORD
   const Call call{.function = "RegCreateKeyExW", .name = path, .hive = hive, .access = access};
   if (const LSTATUS status = self.Enter(call, WindowsScript::Hex(access)); status != ERROR_SUCCESS) return status;
   Require(hive == HKEY_LOCAL_MACHINE, "a key is made outside the machine's hive");
-  Require(options == 0 && security == nullptr, "a key is made with options");
+  Require(reserved == 0 && options == 0 && security == nullptr, "a key is made with options");
   self.View(access).try_emplace(path);
   return self.NewKey(path, access, key);
 }
@@ -168,13 +168,14 @@ LSTATUS WINAPI ScriptedRegistry::QueryValue(HKEY key, const wchar_t* name, DWORD
   return ERROR_SUCCESS;
 }
 
-LSTATUS WINAPI ScriptedRegistry::SetValue(HKEY key, const wchar_t* name, DWORD, DWORD type, const BYTE* data,
+LSTATUS WINAPI ScriptedRegistry::SetValue(HKEY key, const wchar_t* name, DWORD reserved, DWORD type, const BYTE* data,
                                           DWORD size) {
   const HeapWatch::Pause pause;
   ScriptedRegistry& self = Current();
   const std::lock_guard lock(self.m_lock);
   const LSTATUS status = self.Enter({.function = "RegSetValueExW", .name = name, .bytes = size}, self.Name(key));
   if (status != ERROR_SUCCESS) return status;
+  Require(reserved == 0, "a value is set with an argument that is reserved");
   Values* const values = self.ValuesOf(key);
   if (values == nullptr) return ERROR_INVALID_HANDLE;
   values->insert_or_assign(name, Data{type, Bytes(data, data + size)});

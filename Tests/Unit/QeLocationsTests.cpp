@@ -467,6 +467,22 @@ TEST(QeLocations, AreReadWhollyOrLeftAsTheyWereWhenMemoryRunsOut) {
   });
 }
 
+// Taken for plain, it would be taken over with the ID twice.
+TEST(QeLocations, AreTakenOverByTheRuleOfAddingWhereThereWasNoMemoryToFindOutWhetherTheyNeedIt) {
+  CQeLocations locations;
+  {
+    std::vector<CQeLocation> items{Location(L"A", L"first"), Location(L"A", L"second")};
+    HeapWatch heap(ThisProgram());
+    heap.FailAt(0);
+    locations = CQeLocations::Of(std::move(items));
+    EXPECT_TRUE(heap.StopFailing());
+  }
+  EXPECT_FALSE(locations.IsPlain());
+  CQeLocations taken;
+  taken.AddFrom(locations, {L"A", L"A"});
+  EXPECT_EQ(NamesOf(taken), Names{L"first"});
+}
+
 // What a set is known to hold decides whether the rules can come down to plain copies.
 LocationBlob WithGateways(const char* id, std::vector<std::string> gateways) {
   LocationBlob blob{.id = id};

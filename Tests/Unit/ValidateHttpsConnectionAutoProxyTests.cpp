@@ -1,16 +1,14 @@
 #include <utility>
 
 #include "FwClient/Service/QeLaLib/HttpsCompletion.h"
+#include "FwClient/Service/QeLaLib/HttpsLimits.h"
 #include "FwClient/Service/QeLaLib/ValidateHttpsConnection.h"
 #include "Tests/Support/ScriptedHttps.h"
 
 namespace {
 
-using testing::AllOf;
 using testing::ElementsAre;
-using testing::Gt;
 using testing::IsEmpty;
-using testing::Le;
 
 // What WinHTTP's own limits may add up to in one call, in milliseconds: resolve, five addresses to connect to, a tunnel
 // through the proxy, two flights each way for TLS, send, all headers and the last receive; and that for the host and
@@ -19,7 +17,8 @@ constexpr DWORD kSystemsLimitMs =
     11 * (10000 + 5 * 10000 + (10000 + 90000 + 10000) + 2 * (10000 + 10000) + 10000 + (90000 + 10000));
 
 // Longer than the system may take, and yet not for ever.
-auto IsCallLimit() { return AllOf(Gt(kSystemsLimitMs), Le(60u * 60 * 1000)); }
+constexpr DWORD kCallLimitMs = HttpsLimits::kReportMs;
+static_assert(kCallLimitMs > kSystemsLimitMs && kCallLimitMs <= 60 * 60 * 1000);
 
 class ValidateHttpsConnectionAutoProxy : public ScriptedHttps {
  protected:
@@ -102,7 +101,7 @@ TEST_F(ValidateHttpsConnectionAutoProxy, WaitsForReportsFromOtherThreadsAsLongAs
   m_https.answers = {HttpsAnswer::ProxyAsks(1), HttpsAnswer::Status(401)};
   EXPECT_TRUE(Probe(L"", L"user"));
   // Two sends, two answers, and the last report before the library may be unloaded; each wait is limited.
-  EXPECT_THAT(m_events.Waits(), ElementsAre(IsCallLimit(), IsCallLimit(), IsCallLimit(), IsCallLimit(), 10000u));
+  EXPECT_THAT(m_events.Waits(), ElementsAre(kCallLimitMs, kCallLimitMs, kCallLimitMs, kCallLimitMs, 10000u));
 }
 
 TEST_F(ValidateHttpsConnectionAutoProxy, TakesTheReportedErrorForTheSendsOwn) {
@@ -153,7 +152,7 @@ TEST_F(ValidateHttpsConnectionAutoProxy, StopsWaitingForAReportThatNeverComes) {
   m_https.reports = Reports::kNever;
   m_events.CutWaitsShort();
   EXPECT_FALSE(Probe());
-  EXPECT_THAT(m_events.Waits(), ElementsAre(IsCallLimit(), 10000u));
+  EXPECT_THAT(m_events.Waits(), ElementsAre(kCallLimitMs, 10000u));
   EXPECT_THAT(m_log.Texts(), ElementsAre(L"Send Request failed for host.test errorCode 12002"));
   // The request was closed; what its reports will touch was not.
   EXPECT_THAT(m_windows.OpenHandles(), ElementsAre("event", "event2"));
@@ -170,7 +169,7 @@ TEST_F(ValidateHttpsConnectionAutoProxy, StopsWaitingForAnAnswerThatNeverComes) 
   m_https.answers = {answer};
   m_events.CutWaitsShort();
   EXPECT_FALSE(Probe());
-  EXPECT_THAT(m_events.Waits(), ElementsAre(IsCallLimit(), IsCallLimit(), 10000u));
+  EXPECT_THAT(m_events.Waits(), ElementsAre(kCallLimitMs, kCallLimitMs, 10000u));
   EXPECT_EQ(m_windows.Count("WinHttpReceiveResponse"), 1u);
   m_https.ReportLate();
 }
