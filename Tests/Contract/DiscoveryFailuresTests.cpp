@@ -56,6 +56,7 @@ BOOL WINAPI DuplicateOrFail(HANDLE from, HANDLE handle, HANDLE to, HANDLE* copy,
     return FALSE;
   }
   if (g_failures.duplicatesLeft > 0) --g_failures.duplicatesLeft;
+  EXPECT_FALSE(inherit) << "programs that the host starts have nothing of it";
   return g_duplicate(from, handle, to, copy, access, inherit, options);
 }
 

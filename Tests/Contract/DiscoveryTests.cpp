@@ -488,6 +488,30 @@ TEST_F(Discovery, StopWhileTheCallerHoldsTheLockWaitsItsTimeAndSucceeds) {
   EXPECT_TRUE(m_threads.WaitForEnd());
 }
 
+// The callback goes only after the wait.
+TEST_F(Discovery, StopLetsThePassThatHasBegunCallTheHost) {
+  static Gate* gate;
+  static DWORD(WINAPI * real)(HANDLE, DWORD);
+  Gate pass;
+  gate = &pass;
+  Store(L"A", kOfficeGateway);
+  StartDiscovery();
+  m_adapters.OnCall([&] { pass.Pass(); });
+  Join({kOffice});
+  m_changes.Fire();
+  EXPECT_TRUE(pass.WaitUntilReached());
+  {
+    const ImportPatch wait(
+        Module(), "WaitForSingleObject", +[](HANDLE handle, DWORD ms) -> DWORD {
+          if (ms == 1000) gate->Open();
+          return real(handle, ms);
+        });
+    real = wait.Original<DWORD WINAPI(HANDLE, DWORD)>();
+    EXPECT_TRUE(Service().StopDiscovery());
+  }
+  ExpectCallbackWith({L"A"});
+}
+
 TEST_F(Discovery, StartBeforeTheStoppedThreadHasEndedStartsNoOther) {
   Store(L"A", kOfficeGateway);
   StartDiscovery();
