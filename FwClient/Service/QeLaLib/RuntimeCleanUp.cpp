@@ -32,8 +32,7 @@ namespace {
 bool g_processEnds = false;
 bool g_inEntry = true;  // from the first instruction to DllMain, and while a record is made for the end
 
-constexpr DWORD kSlots = 64 + 1024;
-std::array<void*, kSlots> g_slots;
+std::array<void*, 64 + 1024> g_slots;
 
 // What the system does when a thread ends: the runtime then closes the handles that it keeps for the thread.
 void EndThisThreadForTheRuntime() noexcept {
@@ -51,12 +50,13 @@ void EndThisThreadForTheRuntime() noexcept {
   g_inEntry = false;
   // The runtime has one slot, for its record of the thread, and does not tell which: it is the one that is emptied
   // when the thread ends. The record goes into a list for later threads, of which there are none.
-  for (DWORD slot = 0; slot < kSlots; ++slot) g_slots[slot] = ::TlsGetValue(slot);
+  for (DWORD slot = 0; void*& value : g_slots) value = ::TlsGetValue(slot++);
   EndThisThreadForTheRuntime();
-  for (DWORD slot = 0; slot < kSlots; ++slot) {
-    if (g_slots[slot] == nullptr || ::TlsGetValue(slot) != nullptr) continue;
+  for (DWORD next = 0; void* const value : g_slots) {
+    const DWORD slot = next++;
+    if (value == nullptr || ::TlsGetValue(slot) != nullptr) continue;
     ::TlsFree(slot);
-    std::free(g_slots[slot]);
+    std::free(value);
   }
   __gnu_cxx::__freeres();
   ::SetLastError(error);
