@@ -41,7 +41,7 @@ FARPROC WINAPI FakeSystem::GetProcAddress(HMODULE module, LPCSTR name) {
   if (!self.m_script.Knows(module))
     return self.m_patches.at("GetProcAddress").Original<decltype(GetProcAddress)>()(module, name);
   if (!self.m_script.Enter("GetProcAddress", std::format("{}, {}", self.m_script.Name(module), name)) ||
-      !self.knowsWow64Directory)
+      !self.knowsWow64Directory || name != std::string_view("GetSystemWow64DirectoryW"))
     return nullptr;
   return reinterpret_cast<FARPROC>(reinterpret_cast<void*>(&GetSystemWow64Directory));
 }

@@ -261,6 +261,8 @@ class HeapLedger {
   static BOOL WINAPI Free(HANDLE heap, DWORD flags, void* memory) {
     auto& living = s_self->m_living;
     if (const auto it = std::find(living.begin(), living.end(), memory); it != living.end()) {
+      EXPECT_EQ(heap, ::GetProcessHeap());
+      EXPECT_EQ(flags, 0u);
       living.erase(it);
       ++s_self->freed;
     }

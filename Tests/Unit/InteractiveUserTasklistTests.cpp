@@ -50,6 +50,7 @@ INSTANTIATE_TEST_SUITE_P(
                     // A NUL ends its line, not the text.
                     CsvCase{std::string("\"a\",\"1\0 2\"\n", 11), L"a", 1},
                     CsvCase{std::string("\"b\0\",\"1\"\n\"b\",\"2\"\n", 17), L"b", 2},
+                    CsvCase{std::string("\"x\0\"a\",\"7\"\n", 11), L"a", kUntouched},
                     // 511 characters are compared.
                     CsvCase{"\"" + std::string(600, 'n') + "\",\"32\"", L"n", kUntouched}));
 

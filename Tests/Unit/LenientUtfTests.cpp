@@ -1,6 +1,9 @@
 #include "FwClient/Common/Utilities/LenientUtf.h"
 
+#include <windows.h>
 #include <gtest/gtest.h>
+
+#include "ScriptedWindows/ImportTable/ImportPatch.h"
 
 namespace {
 
@@ -20,6 +23,30 @@ TEST(LenientUtf, ShowsWhatIsNotValidAsTheReplacementCharacter) {
                                "b"),
             L"a\ufffd"
             L"b");
+}
+
+// For UTF-8 Windows refuses the flags that other encodings know.
+TEST(LenientUtf, ConvertsWithoutFlags) {
+  using ToWideCall = int WINAPI(UINT, DWORD, LPCCH, int, LPWSTR, int);
+  using ToBytesCall = int WINAPI(UINT, DWORD, LPCWCH, int, LPSTR, int, LPCCH, LPBOOL);
+  static ToWideCall* toWide;
+  static ToBytesCall* toBytes;
+  const ImportPatch wide(
+      ThisProgram(), "MultiByteToWideChar",
+      +[](UINT page, DWORD flags, LPCCH text, int length, LPWSTR out, int size) -> int {
+        EXPECT_EQ(flags, 0u);
+        return toWide(page, flags, text, length, out, size);
+      });
+  const ImportPatch bytes(
+      ThisProgram(), "WideCharToMultiByte",
+      +[](UINT page, DWORD flags, LPCWCH text, int length, LPSTR out, int size, LPCCH other, LPBOOL used) -> int {
+        EXPECT_EQ(flags, 0u);
+        return toBytes(page, flags, text, length, out, size, other, used);
+      });
+  toWide = wide.Original<ToWideCall>();
+  toBytes = bytes.Original<ToBytesCall>();
+  EXPECT_EQ(LenientUtf::ToWide("a"), L"a");
+  EXPECT_EQ(LenientUtf::ToUtf8(L"a"), "a");
 }
 
 TEST(LenientUtf, KeepsEmptyTextsAndNuls) {

@@ -174,6 +174,20 @@ TEST_F(ValidateHttpsConnectionAutoProxy, StopsWaitingForAnAnswerThatNeverComes) 
   m_https.ReportLate();
 }
 
+TEST_F(ValidateHttpsConnectionAutoProxy, WaitsOnAfterAWordAboutTheCertificate) {
+  HttpsAnswer answer = HttpsAnswer::Status(200);
+  answer.before = [this](WINHTTP_STATUS_CALLBACK, HINTERNET) {
+    m_https.Report(WINHTTP_CALLBACK_STATUS_SECURE_FAILURE, nullptr);
+    m_https.reports = Reports::kNever;
+  };
+  m_https.answers = {answer};
+  m_events.CutWaitsShort();
+  EXPECT_FALSE(Probe());
+  EXPECT_THAT(m_events.Waits(), ElementsAre(kCallLimitMs, 10000u));
+  EXPECT_EQ(m_windows.Count("WinHttpReceiveResponse"), 0u);
+  m_https.ReportLate();
+}
+
 TEST_F(ValidateHttpsConnectionAutoProxy, LogsWhatIsWrongWithTheCertificate) {
   HttpsAnswer answer = HttpsAnswer::SendFails(ERROR_WINHTTP_SECURE_FAILURE);
   answer.before = [this](WINHTTP_STATUS_CALLBACK, HINTERNET) {

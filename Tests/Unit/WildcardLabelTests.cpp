@@ -501,10 +501,16 @@ TEST(WildcardLabel, TheLongestTextsAreMatchedExactly) {
 TEST(WildcardLabel, ASearchThatTakesTooManyStepsIsNoMatch) {
   const std::wstring backReference = L"((a|a)+b|*c)(x?)\\3";
   EXPECT_TRUE(Matches(backReference, std::wstring(8, L'a') + L"c"));
-  EXPECT_FALSE(Matches(backReference, std::wstring(14, L'a') + L"c"));
+  EXPECT_FALSE(Matches(backReference, std::wstring(11, L'a') + L"c"));
   const std::wstring lookahead = L"*(?=(a?){240}(a|b))(a?){240}*";
   EXPECT_TRUE(Matches(lookahead, std::wstring(8, L'a')));
   EXPECT_FALSE(Matches(L"*(?!(a?){240}b)(a?){240}", std::wstring(255, L'a')));
+}
+
+// Few steps, each a level deeper.
+TEST(WildcardLabel, ASearchThatGoesTooDeepIsNoMatch) {
+  EXPECT_TRUE(Matches(L"(a|b)+*(x?)\\2", std::wstring(20, L'a')));
+  EXPECT_FALSE(Matches(L"(a|b)+*(x?)\\2", std::wstring(255, L'a')));
 }
 
 std::wstring Sites(const wchar_t* first, int count) {
