@@ -3,7 +3,8 @@
 // Which fault is on stands in the environment variable QELA_MUTANT as a number. It is read where the process keeps its
 // environment, without a call of Windows: a module under test imports nothing for the switch, so that tests which take
 // its imports apart find what they expect. A test program that records which faults its tests pass hands the address
-// of its marks on in QELA_MUTANT_MARKS, for its modules in the same process.
+// of its marks on in QELA_MUTANT_MARKS, for its modules in the same process, which QELA_MUTANT_MARKS_OF names:
+// processes that it starts inherit both.
 #pragma once
 #pragma GCC system_header
 
@@ -19,6 +20,12 @@ constexpr std::size_t kMarks = 16384;
 template <typename T>
 T At(const void* base, std::size_t offset) noexcept {
   return *reinterpret_cast<const T*>(static_cast<const char*>(base) + offset);
+}
+
+inline std::uint32_t ThisProcess() noexcept {
+  std::uint32_t id;
+  __asm__("movl %%gs:0x40, %0" : "=r"(id));
+  return id;
 }
 
 // 0 where there is no such variable, or no number in it.
@@ -59,8 +66,8 @@ inline bool IsOn(unsigned fault) noexcept {
     if (state.mode == kOn) return fault == state.fault;
   }
   if (state.mode == kAwaitsMarks) {
+    if (Number(L"QELA_MUTANT_MARKS_OF") != ThisProcess()) return false;
     state.marks = reinterpret_cast<unsigned char*>(Number(L"QELA_MUTANT_MARKS"));
-    if (state.marks == nullptr) return false;
     state.mode = kMarksAll;
   }
   state.marks[fault] = 1;
