@@ -31,10 +31,12 @@ void MaskOf(int prefix, in_addr& mask) noexcept {
 
 void MaskOf(int prefix, in6_addr& mask) noexcept {
   // Outside of 0 to 128 there is no byte of the mask to set.
-  const int bits = std::clamp(prefix, 0, kIPv6Bits);
-  mask = {};
-  std::fill_n(mask.s6_addr, bits / 8, UCHAR{0xFF});
-  if (bits < kIPv6Bits) mask.s6_addr[bits / 8] = static_cast<UCHAR>(0xFFU << (8 - bits % 8));
+  int bits = std::clamp(prefix, 0, kIPv6Bits);
+  for (UCHAR& byte : mask.s6_addr) {
+    const int ofByte = std::min(bits, 8);
+    byte = static_cast<UCHAR>(0xFFU << (8 - ofByte));
+    bits -= ofByte;
+  }
 }
 
 // The subnet's lowest and highest address, as texts in the system's spelling.
