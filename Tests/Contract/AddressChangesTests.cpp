@@ -6,6 +6,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -82,6 +83,19 @@ TEST_F(AddressChanges, RequestThatIsCompletedBeforeItsEventIsSignalledCountsAsAC
   Service().Unlock();
   ExpectCallbackWith({L"A"});
   EXPECT_THAT(DiscoveryLines(), ElementsAre(kRefresh, kSkipped, kChange, kRaising));
+}
+
+TEST_F(AddressChanges, TableIsNotAskedForWhileARequestServesOn) {
+  StartDiscovery();
+  const DWORD thread = ::GetThreadId(m_threads.At(0).thread);
+  std::atomic<int> asked = 0;
+  m_table.OnCall([&] {
+    if (::GetCurrentThreadId() == thread) ++asked;
+  });
+  Save();
+  Save();
+  EXPECT_EQ(asked, 0);
+  m_table.OnCall(nullptr);
 }
 
 // Where nothing shows as pending, arming may take a change back; the address table still tells of it.

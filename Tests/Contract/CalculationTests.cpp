@@ -218,6 +218,15 @@ TEST_F(Calculation, OfTwoLocationsWithOneIdTheFirstTakesBothResults) {
   EXPECT_EQ(indexes, Indexes{88});
 }
 
+// What was read of it is kept, and no longer what could have been added.
+TEST_F(Calculation, OfASetThatCannotBeReadToItsEndAnIdIsCurrentOnce) {
+  LoadSet({{.id = "A"}});
+  m_registry.Put(PackedSet({{.id = "A"}, {.id = "A", .note = "\xff"}}));
+  EXPECT_FALSE(m_service->Load());
+  EXPECT_EQ(StoredIds(*m_service), (Ids{L"A", L"A"}));
+  EXPECT_EQ(CurrentIds(*m_service), Ids{L"A"});
+}
+
 TEST_F(Calculation, SuffixThatIsNoValidExpressionMatchesNothingAndEndsNothing) {
   const HandleWatch ledger(Module());
   LoadSet({WithTexts("A", LCT_DNS_SUFFIX, {"[*"}),
@@ -321,6 +330,18 @@ TEST_F(EditsDuringACalculation, LocationThatIsReplacedKeepsTheEditAndTakesTheMat
   EXPECT_EQ(MatchedAdapters(*m_service, L"A"), Indexes{4});
   m_service->Save();
   EXPECT_EQ(MatchedAdapters(*m_service, L"A"), Indexes{6});
+}
+
+TEST_F(EditsDuringACalculation, LocationOfARawSetThatIsReplacedKeepsTheEditToo) {
+  LoadSet({{.id = "A", .name = "before"},
+           WithTexts("B", LCT_DEFAULT_GATEWAY, {"0000:0000:0000:0000:0000:ffff:0a00:0007"})});
+  m_log.OnEvent([this](const LoggedEvent& event) {
+    if (event.text != L"IsCurrentLocation checking location before") return;
+    m_log.OnEvent(nullptr);
+    EXPECT_EQ(m_service->UpdateLocation(Renamed(*m_service, L"A")), LSR_OK);
+  });
+  m_service->Save();
+  EXPECT_EQ(m_service->GetLocation(L"A")->GetName(), L"renamed");
 }
 
 // Writing back brings raw texts into their normal form. A save inside the calculation does so under its feet.

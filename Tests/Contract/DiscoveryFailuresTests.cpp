@@ -661,6 +661,7 @@ TEST_F(ListOfTwoInstances, EventThatCouldNotBeRaisedIsStillOwedAfterOneOfTheOthe
   m_other.AddLocation(NewLocation(m_other, both[1], kOfficeGateway));
   ExpectCallbackWith(both, 1);
   ExpectCallbackWith(kHere);
+  EXPECT_EQ(m_log.Count(kRaising), 5u) << "the one that could not be raised is told of as well";
 }
 
 TEST_F(ThreadWithoutMemory, CallbackThatThrowsIsNotCalledAgain) {

@@ -162,6 +162,26 @@ TEST_F(ThreadThatStaysTheUser, TriesToBecomeItselfBeforeItCalculatesAgain) {
   EXPECT_EQ(CurrentIds(*m_service), Ids{L"A"});
 }
 
+TEST_F(ThreadThatStaysTheUser, BecomesItselfBeforeItReadsTheStoredSet) {
+  Add(L"A", LCT_DOMAIN_REACHABLE, L"host.test");
+  EXPECT_TRUE(m_service->Save());
+  m_user.KeepIdentity();
+  EXPECT_FALSE(m_service->Save());
+  EXPECT_TRUE(m_user.impersonating);
+  m_windows.Heal("SetThreadToken");
+  int reads = 0;
+  bool asTheUser = false;
+  m_registry.OnCall([&](const ScriptedRegistry::Call& call) {
+    if (call.name != kLaKeyPath) return;
+    ++reads;
+    asTheUser = asTheUser || m_user.impersonating;
+  });
+  EXPECT_TRUE(m_service->Load());
+  m_registry.OnCall({});
+  EXPECT_GT(reads, 0);
+  EXPECT_FALSE(asTheUser);
+}
+
 TEST_F(ThreadThatStaysTheUser, DoesNotKeepOthersFromTheirWork) {
   Add(L"A", LCT_DOMAIN_REACHABLE, L"host.test");
   m_user.KeepIdentity();

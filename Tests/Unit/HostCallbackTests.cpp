@@ -136,6 +136,7 @@ class HostCallbackSet : public ::testing::Test {
   int m_first = 1;
   int m_second = 2;
   bool m_armed = false;
+  std::function<void()> m_beforeTheLock;
 
  private:
   static void WINAPI Enter(CRITICAL_SECTION* section) {
@@ -144,6 +145,7 @@ class HostCallbackSet : public ::testing::Test {
       if (section == s_self->m_held) ::SetEvent(s_self->m_there);
       return real(section);
     }
+    if (const auto act = std::exchange(s_self->m_beforeTheLock, nullptr)) act();
     real(section);
     if (!std::exchange(s_self->m_armed, false)) return;
     s_self->m_held = section;
@@ -166,8 +168,20 @@ TEST_F(HostCallbackSet, DoesNotChangeACallThatHasBegun) {
   m_callback.Set(&Nothing, &m_first);
   void* context = nullptr;
   m_armed = true;
-  m_callback.Run([&](const Callback::Target& target) { context = target.context; });
+  m_callback.Run([&](const Callback::Target& target) {
+    EXPECT_FALSE(m_armed) << "it takes the lock first";
+    context = target.context;
+  });
   EXPECT_EQ(context, &m_first);
+}
+
+// Between the look that takes no lock and the one that decides.
+TEST_F(HostCallbackSet, ToNoneIsSeenByACallThatIsAboutToBegin) {
+  m_callback.Set(&Nothing, &m_first);
+  bool called = false;
+  m_beforeTheLock = [this] { m_callback.Set(nullptr, nullptr); };
+  m_callback.Run([&](const Callback::Target&) { called = true; });
+  EXPECT_FALSE(called);
 }
 
 }  // namespace

@@ -15,6 +15,7 @@
 #include "ScriptedWindows/Windows/AdapterList.h"
 #include "ScriptedWindows/Windows/FakeAdapters.h"
 #include "ScriptedWindows/Windows/ScriptedRegistry.h"
+#include "Tests/Support/HostLocation.h"
 #include "Tests/Support/LogRecorder.h"
 
 namespace {
@@ -130,6 +131,16 @@ class LocationMatching : public testing::Test {
   CQeLocation m_location;
   Indexes m_matched;
 };
+
+// A location of a host's own.
+TEST_F(LocationMatching, WithoutACriteriaSetAllAdaptersMatchAndNobodyIsAsked) {
+  Add(5, L"LAN");
+  Add(7, L"WLAN");
+  SetManagementServer(false);
+  EXPECT_EQ(m_service.IsCurrentLocation(HostLocation(), m_matched), 1u);
+  EXPECT_EQ(m_matched, (Indexes{5, 7}));
+  EXPECT_EQ(m_log.Texts().at(1), Zelt(0));
+}
 
 // ---- one kind against one adapter ----
 

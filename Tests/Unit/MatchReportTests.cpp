@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <string>
 #include <vector>
 
@@ -25,6 +26,24 @@ TEST(MatchReport, NamesWhatAnAdapterShowsOfEachKind) {
   EXPECT_EQ(SeenOf(adapter, LCT_SECONDARY_WINS), Texts{L"secondary"});
   for (const LOCATION_CRITERIA_TYPE kind : {LCT_REGISTRY_KEY, LCT_DOMAIN_REACHABLE, LCT_ZELT_REACHABLE})
     EXPECT_EQ(SeenOf(adapter, kind), Texts{});
+}
+
+TEST(MatchReport, TellsHowLongAProbeTook) {
+  const std::vector<AdapterProps> adapters(1);
+  const std::wstring name = L"Office";
+  const std::vector<std::wstring> keys = {L"a key"};
+  LocationCriteria location;
+  location.name = &name;
+  location.Add(LCT_REGISTRY_KEY, keys);
+  const LocationProbes probes{[](const std::wstring&) { return true; }, nullptr, nullptr};
+  MatchReport report;
+  MatchReporter reporter(report);
+  std::vector<std::uint32_t> matched;
+  const auto begin = std::chrono::steady_clock::now();
+  EXPECT_TRUE(LocationMatcher(adapters, probes, reporter).IsCurrent(location, matched));
+  const auto took = report.locations.at(0).adapters.at(0).kinds.at(0).probes.at(0).took;
+  EXPECT_GE(took.count(), 0);
+  EXPECT_LE(took, std::chrono::steady_clock::now() - begin);
 }
 
 }  // namespace
