@@ -346,7 +346,7 @@ class Walker:
             self.number(span, text)
         elif kind == Kind.CHARACTER_LITERAL and text.endswith("'"):
             source.wrap("constant", span, f"{text} -> the next character",
-                        f"static_cast<decltype({text})>({text} + {SWITCH})")
+                        f"static_cast<decltype({text})>({INNER} + {SWITCH})")
         elif kind == Kind.STRING_LITERAL:
             self.literal(span, text)
         elif kind == Kind.DECL_REF_EXPR:
@@ -356,10 +356,10 @@ class Walker:
         if text in ("TRUE", "FALSE"):
             self.source.wrap("flag", span, f"{text} -> the other", f"static_cast<BOOL>({text} != {SWITCH})")
         elif re.fullmatch(r"[\w']+", text):
-            self.source.wrap("constant", span, f"{text} -> {text} + 1", f"static_cast<decltype({text})>({text} + {SWITCH})")
+            self.source.wrap("constant", span, f"{text} -> {text} + 1", f"static_cast<decltype({text})>({INNER} + {SWITCH})")
             if text not in ("0", "1") and re.fullmatch(r"\d+", text):
                 self.source.wrap("constant", span, f"{text} -> {text} - 1",
-                                 f"static_cast<decltype({text})>({text} - {SWITCH})")
+                                 f"static_cast<decltype({text})>({INNER} - {SWITCH})")
 
     def literal(self, span: tuple[int, int], text: str) -> None:
         changed = other_text(text)
@@ -407,7 +407,7 @@ class Walker:
         elif canonical.kind not in (TypeKind.RECORD, TypeKind.POINTER):
             for sign in "+-":
                 self.source.wrap("constant", span, f"{text} -> {text} {sign} 1",
-                                 f"static_cast<decltype({text})>({text} {sign} {SWITCH})")
+                                 f"static_cast<decltype({text})>({INNER} {sign} {SWITCH})")
 
     def log_line(self, span: tuple[int, int]) -> None:
         """FW_LOG(severity, text, arguments...), which the preprocessor has taken apart: read as text."""

@@ -26,7 +26,8 @@ PROGRAMS = ("UnitTests", "ContractTests", "KitTests")
 # One test a process there: the library keeps one instance a process.
 ALONE = ("ContractTests", "KitTests")
 WORKERS = 4  # some tests wait most of their time
-SLOWEST_MS = 4000  # a test that takes longer judges no fault
+SLOWEST_MS = 4000  # a test that takes longer judges last, and only what few tests pass
+FEW_PASSED = 600  # faults that such a test passes at most
 QUICK_MS = 400  # what takes longer comes last, and only
 MOST_SLOW = 3  # so many of it for one fault
 MOST_ALONE = 30  # tests of the kind that takes a process each, for one fault
@@ -230,7 +231,7 @@ def own(test: Test, fault: Fault) -> bool:
 
 def steps_for(fault: Fault, tests: list[Test], together: set[str], thorough: bool) -> list[dict]:
     """What runs for a fault: the unit's own tests first, then what passes it, and one a process what has to be."""
-    usable = [one for one in tests if one.green and one.ms <= SLOWEST_MS]
+    usable = [one for one in tests if one.green and (one.ms <= SLOWEST_MS or thorough and len(one.passes) < FEW_PASSED)]
     reaching = [one for one in usable if fault.number in one.passes]
     if not reaching:
         return []
@@ -391,7 +392,7 @@ def main() -> int:
     wanted = [fault for fault in wanted if fault.number not in gone]
     tests = record()
     say(f"{sum(one.green for one in tests)} of {len(tests)} tests are green without a fault; "
-        f"{sum(one.green and one.ms > SLOWEST_MS for one in tests)} of these are too slow to judge")
+        f"{sum(one.green and one.ms > SLOWEST_MS for one in tests)} of these are slow")
     results = Results()
     if asked.mutant:
         for fault in wanted:
