@@ -12,6 +12,7 @@ TEST(LenientUtf, ConvertsTextsOfEveryLanguageBothWays) {
   const std::string utf8 = "a\xc3\xa4\xe6\x97\xa5\xf0\x9f\x98\x80";
   EXPECT_EQ(LenientUtf::ToUtf8(wide), utf8);
   EXPECT_EQ(LenientUtf::ToWide(utf8), wide);
+  EXPECT_EQ(LenientUtf::ToUtf8(L"\u65e5\u65e5"), "\xe6\x97\xa5\xe6\x97\xa5") << "the most that a unit becomes";
 }
 
 TEST(LenientUtf, ShowsWhatIsNotValidAsTheReplacementCharacter) {
