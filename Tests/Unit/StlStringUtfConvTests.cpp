@@ -3,12 +3,16 @@
 #include <windows.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <climits>
+#include <cstddef>
 #include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "FwClient/Common/Utilities/UniqueHandle.h"
 #include "ScriptedWindows/ImportTable/HeapWatch.h"
 #include "ScriptedWindows/ImportTable/ImportPatch.h"
 
@@ -157,6 +161,57 @@ TEST(StlStringUtfConv, ConvertsTextsOfEveryLengthAroundTheStackBuffer) {
     EXPECT_EQ(ToUtf8(std::wstring(length, L'x') + kWideUmlaut), std::string(length, 'x') + kUmlaut);
     EXPECT_EQ(ToWide(std::string(length, 'x') + kUmlaut), std::wstring(length, L'x') + kWideUmlaut);
   }
+}
+
+// A text of so many of one byte, the same pages again and again. Empty where there is no room for it.
+class LongText {
+ public:
+  LongText(char byte, std::size_t bytes)
+      : m_section(::CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, kViewBytes, nullptr)) {
+    const std::size_t views = (bytes + kViewBytes - 1) / kViewBytes;
+    void* const room = ::VirtualAlloc(nullptr, views * kViewBytes, MEM_RESERVE, PAGE_NOACCESS);
+    ::VirtualFree(room, 0, MEM_RELEASE);
+    for (std::size_t i = 0; i < views; ++i) {
+      void* const view =
+          ::MapViewOfFileEx(m_section.get(), FILE_MAP_WRITE, 0, 0, 0, static_cast<char*>(room) + i * kViewBytes);
+      if (view == nullptr) return;
+      m_views.push_back(static_cast<char*>(view));
+    }
+    std::fill_n(m_views[0], kViewBytes, byte);
+    m_text = {m_views[0], bytes};
+  }
+  ~LongText() {
+    for (char* const view : m_views) ::UnmapViewOfFile(view);
+  }
+  LongText(const LongText&) = delete;
+  LongText& operator=(const LongText&) = delete;
+
+  std::string_view Text() const { return m_text; }
+
+ private:
+  static constexpr DWORD kViewBytes = 16 << 20;
+  UniqueKernelHandle m_section;
+  std::vector<char*> m_views;
+  std::string_view m_text;
+};
+
+// Lengths are ints to the system.
+TEST(StlStringUtfConv, TextsOfTwoGigabytesAreRefusedAndOneByteLessIsNot) {
+  static int length;
+  const ImportPatch convert(
+      ThisProgram(), "MultiByteToWideChar", +[](UINT, DWORD, const char*, int bytes, wchar_t*, int) -> int {
+        length = bytes;
+        ::SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+        return 0;
+      });
+  const LongText text('\xe4', std::size_t{INT_MAX} + 1);
+  ASSERT_FALSE(text.Text().empty());
+  length = 0;
+  EXPECT_EQ(ErrorOf([&] { ToWide(text.Text().substr(1)); }), ERROR_NOT_ENOUGH_MEMORY);
+  EXPECT_EQ(length, INT_MAX);
+  length = 0;
+  EXPECT_EQ(ErrorOf([&] { ToWide(text.Text()); }), ERROR_BUFFER_OVERFLOW);
+  EXPECT_EQ(length, 0);
 }
 
 TEST(StlStringUtfConv, TextsOf1024BytesNeedNoAllocationButTheResults) {
