@@ -171,26 +171,27 @@ std::wstring Told(const std::vector<LoggedCalculation>& calculations) {
 // The texts have full stops, with which they are not over.
 TEST(QelaLoggedCalculation, AMessageInWhichTheLogEndsIsReadWholeOrNotAtAll) {
   const std::wstring with = L"index 2 and description Ether Inc. Gigabit.";
-  const Messages adapters = {kBegin, kSnapshot, kList, Properties(2, L"Ether Inc. Gigabit"), kLine};
-  const Messages location = {
-      L"IsCurrentLocation checking location St. Gallen. 2. Stock...",
-      kServer,
-      L"Matching all the location criterias with the properties of adapter with " + with,
-      L"Location: Default gateway : 10.0.0.1 matched for adapter with " + with,
-      L"The registry value v.1 matches the specified location awareness group value of 10.0.1.",
-      L"Unable to find the string value in the registry for a.b.",
-      L"The registry key a. does not exist. b specified for the location does not exist.",
-      L"Location: Registry key matched for adapter with " + with,
-      L"Send Request failed for h.example. errorCode 12007",
-      L"IsDomainReachable was able to match domain h.example.",
-      L"Location: Domain reachable test passed for adapter with " + with,
+  const std::wstring all =
       L"All the criteria's given in location matches adapter index 2 with description Ether Inc. Gigabit. Hence this "
-      L"adapter will be matching.",
-      L"IsZELTReachable calling DnsQuery on zelt.corp.example.",
-      L"CheckZeltReachability succeeded",
-      L"IsCurrentLocation returning matched criterias 1 for location St. Gallen. 2. Stock......",
-      L"Adding current location ID 1f0c.2.3",
-      kRaising};
+      L"adapter will be matching.";
+  const Messages adapters = {kBegin, kSnapshot, kList, Properties(2, L"Ether Inc. Gigabit"), kLine};
+  const Messages location = {L"IsCurrentLocation checking location St. Gallen. 2. Stock...",
+                             kServer,
+                             L"Matching all the location criterias with the properties of adapter with " + with,
+                             L"Location: Default gateway : 10.0.0.1 matched for adapter with " + with,
+                             L"The registry value v.1 matches the specified location awareness group value of 10.0.1.",
+                             L"Unable to find the string value in the registry for a.b.",
+                             L"The registry key a. does not exist. b specified for the location does not exist.",
+                             L"Location: Registry key matched for adapter with " + with,
+                             L"Send Request failed for h.example. errorCode 12007",
+                             L"IsDomainReachable was able to match domain h.example.",
+                             L"Location: Domain reachable test passed for adapter with " + with,
+                             all,
+                             L"IsZELTReachable calling DnsQuery on zelt.corp.example.",
+                             L"CheckZeltReachability succeeded",
+                             L"IsCurrentLocation returning matched criterias 1 for location St. Gallen. 2. Stock......",
+                             L"Adding current location ID 1f0c.2.3",
+                             kRaising};
   for (const Messages& messages : {adapters + location, location}) {
     for (std::size_t last = 0; last < messages.size(); ++last) {
       const Messages before(messages.begin(), messages.begin() + static_cast<std::ptrdiff_t>(last));
