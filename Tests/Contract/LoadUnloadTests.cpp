@@ -2,6 +2,7 @@
 // since the library must really go: adapters and address changes are the machine's.
 #include <winsock2.h>
 #include <windows.h>
+#include <unwind.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -447,6 +448,32 @@ TEST(ProcessEnd, LeavesTheRuntimesMemoryToTheSystem) {
         std::exit(0);
       },
       ::testing::ExitedWithCode(0), "");
+}
+
+// An exception of no language that the library knows: of one that it knows, the thrower's runtime says what becomes.
+[[noreturn]] void ThrowWhatNobodyKnows() {
+  static _Unwind_Exception exception{};
+  exception.exception_class = 1;
+  _Unwind_RaiseException(&exception);
+  ::TerminateProcess(::GetCurrentProcess(), 1);
+  __builtin_unreachable();
+}
+
+// Only while it is loaded or unloaded, what nothing can handle ends no more than that.
+TEST(ProcessEnd, IsWhatAFailureThatNothingCanHandleComesTo) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        const ServiceLibrary library;
+        const LogRecorder log;
+        const RedirectedMachineHive registry;
+        const ImportPatch end(
+            library.Module(), "abort", +[]() -> void { ::TerminateProcess(::GetCurrentProcess(), 78); });
+        const ImportPatch close(library.Module(), "RegCloseKey", +[](HKEY) -> LSTATUS { ThrowWhatNobodyKnows(); });
+        library.SmartApi()->Save();
+        std::exit(0);
+      },
+      ::testing::ExitedWithCode(78), "");
 }
 
 }  // namespace
