@@ -419,6 +419,26 @@ TEST_P(LoadWithoutMemory, FailsOrGivesALibraryThatWorksAndNeverEndsTheHost) {
 INSTANTIATE_TEST_SUITE_P(Failing, LoadWithoutMemory, ::testing::Bool(),
                          [](const auto& fromThenOn) { return fromThenOn.param ? "FromThenOn" : "Once"; });
 
+// The runtime ends the process then, which comes to a load that fails.
+TEST(LoadWithoutAHandle, FailsForWantOfMemory) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        std::optional<ImportPatch> patch;
+        const auto onLoad = [&](HMODULE module) {
+          patch.emplace(
+              module, "DuplicateHandle", +[](HANDLE, HANDLE, HANDLE, HANDLE*, DWORD, BOOL, DWORD) -> BOOL {
+                ::SetLastError(ERROR_NO_SYSTEM_RESOURCES);
+                return FALSE;
+              });
+        };
+        const LoadNotice notice(L"QeLaLib.dll", onLoad, [&] { patch.reset(); });
+        const HMODULE module = ::LoadLibraryW(L"QeLaLib.dll");
+        ::ExitProcess(module == nullptr ? ::GetLastError() : 1000);
+      },
+      ::testing::ExitedWithCode(ERROR_NOT_ENOUGH_MEMORY), "");
+}
+
 // A process that ends while both instances discover: the system has ended their threads by then, wherever they were.
 TEST(ProcessEnd, DoesNotWaitForThreadsThatAreNoMore) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
