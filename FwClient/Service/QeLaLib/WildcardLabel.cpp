@@ -24,7 +24,7 @@ constexpr auto kIsInExpressions = [] {
 
 // The expression library recurses while it compiles, most of all once a "(", and while it matches. Labels beyond these
 // sizes are no DNS names, and would cost stack that a host's thread may not have. With them, compiling and matching
-// take less than 128 KiB of stack and about 20 ms. Measured: Docs/quirks.md.
+// take less than 128 KiB of stack and 20 to 35 ms at most. Measured: Docs/quirks.md.
 constexpr std::size_t kMaxStates = 3000;
 constexpr std::size_t kMaxDepth = 540;
 constexpr std::size_t kMaxBranches = 1500;
